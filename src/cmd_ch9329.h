@@ -1,0 +1,61 @@
+// The CH9329's command frames: console records in, frames out, and what the chip answers.
+//
+// A frame is 57 AB, address 00, command, data length, data, and the low byte of the sum of all
+// bytes before it. An answer carries the command with bit 0x80 set.
+#pragma once
+
+/// The chip's reset, information and parameter block frames begin with these.
+constexpr unsigned char kFrameHead1 = 0x57, kFrameHead2 = 0xAB;
+
+/// Lengths of the records that consoles send; a record is recognised by its length alone.
+constexpr int kRelMouseRecord = 7, kAbsMouseRecord = 10, kKeyboardRecord = 11;
+
+/// Room that every destination of cntRead has, in bytes.
+constexpr int kReplyRoom = 256;
+/// A chip that has sent this many bytes without falling silent is cut off: more than a third of a
+/// second at 115200 bits per second, where the longest answer is 70 bytes.
+constexpr int kBabbleLimit = 4096;
+
+/// Last answer to and request of cmd_get_info.
+extern char echo[64], cmd[64];
+
+/// Frames an absolute mouse (10 bytes) or keyboard (11 bytes) record and drains the chip's
+/// acknowledgement. 1, or 0 for any other length. Of a keyboard record the modifiers and the
+/// first key are sent, of a mouse record a single left, right or middle button.
+int SendData(char *message, int length);
+
+/// The same for a relative mouse (7 bytes) or keyboard (11 bytes) record. The mouse frame is
+/// written with two zero bytes behind it.
+int sendRelData(char *message, int length);
+
+/// Scales the pixel position of an absolute mouse record to 0..4095 into bytes 7 to 10 of frame.
+void getNewLocation(char *message, char *frame);
+
+/// Reads, size bytes at most (256) at a time, until the line is quiet for timeout microseconds (0:
+/// 60000), or kBabbleLimit bytes came. destination has kReplyRoom bytes; what is beyond them is
+/// dropped and not counted. True when at least one byte arrived. Does not return while reads
+/// fail.
+bool cntRead(char *destination, int *count, int size, int timeout);
+
+/// Asks for the computer's lock LEDs, which takes at least 190 ms. False, with all three off, when
+/// the chip did not answer; true with the flags unchanged for an LED byte above 7.
+bool queryKeyLock(bool *caps, bool *num, bool *scroll);
+
+/// Asks the chip for its information, prints the answer and applies the configured serial
+/// settings. Always true.
+bool cmd_get_info();
+
+/// Prints "chip echo: " and the bytes.
+void debugPrint(char *bytes, int count);
+
+/// Gives the serial port the configured speed, frame shape and read time-out.
+void applySerialSettings();
+
+/// Characters of one byte in the logs, "0xff ".
+constexpr int kHexWidth = 5;
+/// Appends count bytes to a text that ends at end, kHexWidth characters at most for each and a
+/// terminator; where the text then ends.
+char *appendHex(char *end, const char *bytes, int count);
+
+/// Low byte of the sum of count bytes.
+unsigned char frameSum(const char *bytes, int count);

@@ -1,0 +1,88 @@
+#include "common/common.h"
+
+#include <cctype>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <sstream>
+
+void logAt(const char *function, int line, const char *format, ...) {
+    // One write for the whole line: the threads' lines must not end up inside each other.
+    char text[1024];
+    const int prefix = snprintf(text, sizeof text, "[%s]-%d: ", function, line);
+    va_list args;
+    va_start(args, format);
+    vsnprintf(text + prefix, sizeof text - static_cast<std::size_t>(prefix), format, args);
+    va_end(args);
+    puts(text);
+    fflush(stdout);
+}
+
+void copyText(char *field, std::size_t size, const char *text) {
+    const std::size_t length = strnlen(text, size - 1);
+    memcpy(field, text, length);
+    memset(field + length, 0, size - length);
+}
+
+int str2int(const std::string &s) {
+    int number = 0;
+    std::istringstream(s) >> number;
+    return number;
+}
+
+void SplitString(const std::string &s, std::vector<std::string> &v, const std::string &c) {
+    std::size_t start = 0;
+    // An empty separator would be found at every place without end.
+    std::size_t at = c.empty() ? std::string::npos : s.find(c);
+    for (; at != std::string::npos; at = s.find(c, start)) {
+        v.push_back(s.substr(start, at - start));
+        start = at + c.size();
+    }
+    if (start != s.size()) v.push_back(s.substr(start));
+}
+
+pthread_t CreateThread(void *(*pThreadFunc)(void *), int priority, int schedpolicy, bool b_detached,
+                       void *threadin) {
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    sched_param scheduling{};
+    scheduling.sched_priority = priority;
+    pthread_attr_setschedparam(&attributes, &scheduling);
+    pthread_attr_setschedpolicy(&attributes, schedpolicy);
+    if (b_detached) pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+
+    pthread_t id = 0;
+    // pthread_create reports its errors as positive numbers.
+    const bool started = pthread_create(&id, &attributes, pThreadFunc, threadin) == 0;
+    pthread_attr_destroy(&attributes);
+    return started ? id : 0;
+}
+
+int atoul(const char *str, unsigned int *pulValue) {
+    constexpr unsigned kLimit = 429496729;  // UINT_MAX / 10; the last digit may then be 0 to 5
+    unsigned value = 0;
+    const char *p = str;
+    for (; *p >= '0' && *p <= '9'; ++p) {
+        if (value > kLimit || (value == kLimit && *p >= '6')) break;
+        value = value * 10 + static_cast<unsigned>(*p - '0');
+    }
+    *pulValue = value;
+    return *p == '\0' ? 0 : -1;
+}
+
+int atoulx(const char *str, unsigned int *pulValue) {
+    unsigned value = 0;
+    const char *p = str;
+    for (; isxdigit(static_cast<unsigned char>(*p)) != 0; ++p) {
+        if (value > 0x0FFFFFFF) break;
+        const int c = toupper(static_cast<unsigned char>(*p));
+        value = value * 16 + static_cast<unsigned>(c <= '9' ? c - '0' : c - 'A' + 10);
+    }
+    *pulValue = value;
+    return *p == '\0' ? 0 : -1;
+}
+
+int StrToNumber(const char *str, unsigned int *pulValue) {
+    if (str[0] != '0' || (str[1] != 'x' && str[1] != 'X')) return atoul(str, pulValue);
+    return str[2] == '\0' ? -1 : atoulx(str + 2, pulValue);
+}

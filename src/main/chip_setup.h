@@ -1,0 +1,29 @@
+// Opening the serial port, and finding out at which speed the CH9329 listens.
+#pragma once
+
+/// A whole parameter block frame of the CH9329: 5 bytes of head, 50 of parameters, the sum.
+constexpr int kParameterFrame = 56;
+
+/// Opens the configured port with the configured settings; always true.
+bool openPort();
+
+/// Opens the port and negotiates until the chip is found at 115200 bits per second. Returns with
+/// the line open, or closed after "reboot": the chip stores 115200 and needs a restart to take
+/// it. Does not return while no chip answers.
+int setCh9329();
+
+/// Reads the chip's parameter block into destination (at least 64 bytes, of which 64 are cleared
+/// first). 1 when exactly kParameterFrame bytes came, else 0. Takes at least a second.
+int ch9329Rata(char *destination);
+
+/// The line speed in a parameter frame, bits per second. length is not used.
+int getRate(char *frame, int length);
+
+/// Turns a parameter reply of length bytes into the request to store 115200, and writes it. 1.
+int setBaudRate(char *frame, int length);
+
+/// Restarts the chip, waits 2 s and prints what it answered. 1.
+int resetCH9329();
+
+/// Fills 56 bytes with a parameter reply as this system wants the chip to store it.
+void ch9329Ini(char *frame);

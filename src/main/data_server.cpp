@@ -1,0 +1,229 @@
+#include "main/data_server.h"
+
+#include <arpa/inet.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "cmd_ch9329.h"
+#include "common/common.h"
+#include "myserial.h"
+#include "software_config.h"
+#include "state.h"
+#include "udpsocket/udpsocket.h"
+
+namespace {
+
+// One datagram on its way through the tests.
+struct Datagram {
+    const char *sender;
+    char *bytes;  ///< terminated text too
+    int length;
+    bool isSoftware;
+};
+
+constexpr char kCapsPress[kKeyboardRecord] = {0x57, '\xAB', 0x01, 0, 0, 0x39};
+constexpr char kNumPress[kKeyboardRecord] = {0x57, '\xAB', 0x01, 0, 0, 0x53};
+constexpr char kRelease[kKeyboardRecord] = {0x57, '\xAB', 0x01};
+
+bool unwrapSoftware(char *buf, int &length) {
+    if (strstr(buf, "software=") == nullptr) return false;
+    // A wrapped mouse or keyboard record; deliberately no other length is shortened.
+    if (length == kSoftwareTag + kAbsMouseRecord) length = kAbsMouseRecord;
+    if (length == kSoftwareTag + kKeyboardRecord) length = kKeyboardRecord;
+    memmove(buf, buf + kSoftwareTag, static_cast<std::size_t>(length));
+    buf[length] = '\0';
+    return true;
+}
+
+void authorize(ConsoleServer &server, const char *sender) {
+    if (!per) {
+        server.authorized = true;
+        return;
+    }
+    const unsigned links = std::min(curLink_num, kMaxOutputs);
+    if (links == 0) return;
+    server.authorized = false;
+    for (unsigned slot = 0; slot < links; ++slot) {
+        const char *output = curtInfo.curOutIp[slot];
+        if (strncmp(sender, output, strnlen(output, kAddressSize)) == 0) server.authorized = true;
+    }
+}
+
+void logRecord(const Datagram &record) {
+    // Both lines at once: between the datagram and the serial line every write counts.
+    char text[kConsoleDatagram * kHexWidth + 64];
+    char *end = appendHex(text, record.bytes, record.length);
+    end += snprintf(end, 64, "\nversion %d, rel_enable %d\n", version, rel_enable);
+    fwrite(text, 1, static_cast<std::size_t>(end - text), stdout);
+}
+
+void forwardRecord(const Datagram &record) {
+    logRecord(record);
+    if (rel_enable && record.length != kAbsMouseRecord)
+        sendRelData(record.bytes, record.length);
+    else
+        SendData(record.bytes, record.length);
+}
+
+struct LockKeys {
+    bool caps = false, num = false, scroll = false;
+};
+
+LockKeys readLockKeys() {
+    LockKeys keys;
+    queryKeyLock(&keys.caps, &keys.num, &keys.scroll);
+    return keys;
+}
+
+void answer(UDPSocket &socket, const char *text) {
+    socket.EchoTo(text, static_cast<long>(strlen(text)));
+}
+
+void answerLockKey(UDPSocket &socket, bool on, const char *name) {
+    printf("%s %s\n", name, on ? "ON" : "OFF");
+    answer(socket, on ? "on" : "off");
+    if (!on) puts("send ok");
+}
+
+void answerCapsLock(UDPSocket &socket, const Datagram &) {
+    answerLockKey(socket, readLockKeys().caps, "capslock");
+}
+
+void answerNumLock(UDPSocket &socket, const Datagram &) {
+    answerLockKey(socket, readLockKeys().num, "numlock");
+}
+
+void answerSyncLed(UDPSocket &socket, const Datagram &) {
+    const LockKeys keys = readLockKeys();
+    char reply[32];
+    snprintf(reply, sizeof reply, "capslock=%s&numlock=%s", keys.caps ? "on" : "off",
+             keys.num ? "on" : "off");
+    answer(socket, reply);
+}
+
+void answerLink(UDPSocket &socket, const Datagram &) {
+    char reply[32];
+    snprintf(reply, sizeof reply, "vi_w=%d&vi_h=%d&kvm=%s", static_cast<int>(sharedLoad(vi_w)),
+             static_cast<int>(sharedLoad(vi_h)), rel_enable ? "rel" : "abs");
+    answer(socket, reply);
+}
+
+// Takes the state behind the next '=' of text, if it names one; where to search on.
+const char *takeWanted(const char *text, bool &wanted) {
+    const char *equals = strchr(text, '=');
+    if (equals == nullptr) return text + strlen(text);
+    const char *value = equals + 1;
+    if (strncmp(value, "on", 2) == 0) wanted = true;
+    if (strncmp(value, "off", 3) == 0) wanted = false;
+    return value;
+}
+
+void strokeKey(const char *press) {
+    constexpr useconds_t kFramePause = 20000;
+    for (const char *frame : {press, static_cast<const char *>(kRelease)}) {
+        char record[kKeyboardRecord];
+        memcpy(record, frame, sizeof record);
+        SendData(record, kKeyboardRecord);
+        usleep(kFramePause);
+    }
+}
+
+void setLockKeys(UDPSocket &, const Datagram &request) {
+    const char *rest = takeWanted(request.bytes, outCapsLock);
+    takeWanted(rest, outNumLock);
+    const LockKeys keys = readLockKeys();
+    if (keys.caps != outCapsLock) strokeKey(kCapsPress);
+    if (keys.num != outNumLock) strokeKey(kNumPress);
+}
+
+struct Request {
+    const char *text;
+    bool whole;       ///< the whole datagram, not only its beginning
+    bool restricted;  ///< only from those who may control, and from software
+    void (*serve)(UDPSocket &, const Datagram &);
+};
+
+constexpr Request kRequests[] = {
+    {"capslock", true, false, answerCapsLock}, {"numlock", true, false, answerNumLock},
+    {"syncled", false, false, answerSyncLed},  {"link", false, false, answerLink},
+    {"out", false, true, setLockKeys},
+};
+
+bool matches(const Request &request, const char *text) {
+    if (request.whole) return strcmp(text, request.text) == 0;
+    return strncmp(text, request.text, strlen(request.text)) == 0;
+}
+
+void logDataError(const Datagram &datagram) {
+    char text[kConsoleDatagram * (kHexWidth + 1) + 64];
+    char *end = text + snprintf(text, 48, "%s data error: ", datagram.sender);
+    end += snprintf(end, kConsoleDatagram + 1, "%s", datagram.bytes);
+    end = appendHex(end, datagram.bytes, datagram.length);
+    snprintf(end, 16, "---0x%x 0x%x", kFrameHead1, kFrameHead2);
+    puts(text);
+}
+
+void serveText(const ConsoleServer &server, UDPSocket &socket, const Datagram &datagram) {
+    const bool allowed = datagram.isSoftware || !per || server.authorized;
+    for (const Request &request : kRequests) {
+        if (!matches(request, datagram.bytes) || (request.restricted && !allowed)) continue;
+        request.serve(socket, datagram);
+        return;
+    }
+    logDataError(datagram);
+}
+
+}  // namespace
+
+void handleConsoleDatagram(ConsoleServer &server, UDPSocket &socket, const char *sender, char *buf,
+                           int length) {
+    Datagram datagram{sender, buf, length, false};
+    datagram.isSoftware = unwrapSoftware(buf, datagram.length);
+    authorize(server, sender);
+    if (static_cast<unsigned char>(buf[0]) == kFrameHead1 &&
+        static_cast<unsigned char>(buf[1]) == kFrameHead2) {
+        if (!server.authorized && !datagram.isSoftware) return;
+        // While the USB-link test runs, a record falls through and is reported as no text.
+        if (!sharedLoad(query_link)) {
+            forwardRecord(datagram);
+            return;
+        }
+    }
+    serveText(server, socket, datagram);
+}
+
+void *udpServerProc(void *arg) {
+    const unsigned port = *static_cast<unsigned *>(arg);
+    const auto config = Singleton<SoftwareConfig>::getInstance();
+    const int delay = atoi(config->GetConfig(SoftwareConfig::kDelay).c_str());
+    printf("uart delay time:%dms\n", delay);
+    logAt("udpServerProc", 530, "starting udp server at port: %u", port);
+
+    // The signal handler takes the global away; this thread goes on with its own copy.
+    UDPSocket *socket = new UDPSocket;
+    __atomic_store_n(&udpsocket, socket, __ATOMIC_RELAXED);
+    socket->CreateUDPServer(port, 0, false, true);
+    sharedStore(enUdpSocket, true);
+    for (char(&row)[128] : tmpOutIp) memset(row, 0, kAddressSize);
+
+    ConsoleServer server;
+    char buf[kConsoleBuffer];
+    while (!sharedLoad(is_finish)) {
+        memset(buf, 0, sizeof buf);
+        const int length = socket->RecvFrom(buf, kConsoleDatagram);
+        if (length <= 0) {
+            puts("no data from client");
+            continue;
+        }
+        char sender[kAddressSize];
+        const sockaddr_in from = socket->GetClientSockaddr();
+        inet_ntop(AF_INET, &from.sin_addr, sender, sizeof sender);
+        handleConsoleDatagram(server, *socket, sender, buf, length);
+    }
+    delete __atomic_exchange_n(&udpsocket, nullptr, __ATOMIC_RELAXED);
+    return reinterpret_cast<void *>(1);
+}

@@ -1,0 +1,124 @@
+// The daemon's process: signals, start-up in order, then the operator loop for ever.
+
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "common/common.h"
+#include "kvm_comm.h"
+#include "main/board.h"
+#include "main/chip_setup.h"
+#include "main/data_server.h"
+#include "main/link_table.h"
+#include "main/operator_loop.h"
+#include "myserial.h"
+#include "software_config.h"
+#include "state.h"
+#include "udpsocket/udpsocket.h"
+
+namespace {
+
+using Config = SoftwareConfig;
+
+// Handlers can run on two threads at once: a socket goes to the one that takes it out.
+void release(bool &created, UDPSocket *&socket) {
+    if (sharedLoad(created)) delete __atomic_exchange_n(&socket, nullptr, __ATOMIC_RELAXED);
+}
+
+void loadSettings() {
+    const auto config = Singleton<Config>::getInstance();
+    config->ReadConfig();
+    config->PrintConfig();
+    config->SaveConfig();
+    curtInfo.link[0] = curtInfo.link[1] = 0;
+    localip = GetLocalIp();
+    iniCurrentInfo();
+    copyText(curLocalIp, sizeof curLocalIp, localip.c_str());
+}
+
+void idleForEver() {
+    for (;;) sleep(10000);
+}
+
+void saveChip(const char *chip) {
+    const auto config = Singleton<Config>::getInstance();
+    config->SetConfig(Config::kChipVersion, chip);
+    config->SaveConfig();
+}
+
+void startCh9329() {
+    version = true;
+    Singleton<Config>::getInstance()->SetConfig(Config::kChipVersion, "CH9329");
+    setCh9329();
+    puts("thi is  ch9329 chip");
+    saveChip("CH9329");
+}
+
+void startThread(void *(*run)(void *), void *arg, int line, const char *error) {
+    constexpr int kFifo = 1;
+    if (CreateThread(run, 0, kFifo, true, arg) == 0) logAt("main", line, "%s", error);
+}
+
+UDPSocket *openSocket(unsigned port, int timeout, bool useTimeout) {
+    UDPSocket *socket = new UDPSocket;
+    socket->CreateUDPServer(port, timeout, useTimeout, true);
+    return socket;
+}
+
+void joinOperators(UDPSocket &socket) {
+    constexpr int kTries = 10;
+    for (int i = 0; i < kTries; ++i) {
+        if (!socket.AddMemberShip("224.168.1.1", "eth0", true)) continue;
+        puts("add mut:224.168.1.1");
+        return;
+    }
+}
+
+}  // namespace
+
+// Prints, sleeps and frees, none of which is safe in a handler; accepted, for the process ends.
+void HandleSig(int sig) {
+    printf("program exit--->0x%x\n", static_cast<unsigned>(sig));
+    sharedStore(pthread_vi_get, false);
+    sleep(2);  // lets the video watch stop
+    Singleton<MySerial>::getInstance()->close_port();
+    release(enApplySocket, applySocket);
+    release(enHtBeatSocket, htBeatSocket);
+    release(enUdpSocket, udpsocket);
+    release(enOsdSocket, osdSocket);
+    exit(-1);
+}
+
+int main() {
+    setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);  // log lines leave as they end, into a file too
+    for (const int sig : {SIGHUP, SIGINT, SIGTERM, SIGSEGV}) signal(sig, HandleSig);
+    char board[kBoardSize] = {};
+
+    loadSettings();
+    readHdVersion(board);
+    if (isIdleBoard(board)) idleForEver();
+    const auto config = Singleton<Config>::getInstance();
+    per = str2int(config->GetConfig(Config::kPerEnable)) != 0;
+    setUpBoard(board);
+    if (!hasCh9329(board)) {
+        fprintf(stderr, "board \"%s\" has no CH9329, the only chip that is driven so far\n", board);
+        return EXIT_FAILURE;
+    }
+    startCh9329();
+
+    unsigned port = static_cast<unsigned>(atoi(config->GetConfig(Config::kUdpServerPort).c_str()));
+    startThread(udpServerProc, &port, 2009, "pthread_create() failed: net udpServerProc");
+
+    multiSocket = openSocket(41304, 0, false);
+    enMultiSocket = true;
+    applySocket = openSocket(41303, 10, true);
+    enApplySocket = true;
+    UDPSocket *operatorSocket = openSocket(41302, 10, false);
+    enOsdSocket = true;
+    joinOperators(*operatorSocket);
+
+    runOperatorLoop(*operatorSocket);
+}

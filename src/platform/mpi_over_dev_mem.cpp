@@ -1,0 +1,12 @@
+// The media library's mapping calls where that library is not linked.
+
+#include "kvm_comm.h"
+#include "platform/mpi_sys.h"
+
+void *HI_MPI_SYS_Mmap(MpiPhysicalAddress address, unsigned int size) {
+    return hi_sys_io_mmap(address, size);
+}
+
+int HI_MPI_SYS_Munmap(void *address, unsigned int size) {
+    return sample_sys_munmap(address, size);
+}

@@ -1,0 +1,125 @@
+// The settings of the daemon and their file.
+#pragma once
+
+#include <pthread.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+/// Reads a text file into lines.
+class line_read {
+  public:
+    explicit line_read(const std::string &file) : file_(file) {}
+
+    /// Appends the file's lines, without line feed and the carriage return before it. False when
+    /// nothing was read: no such file, an empty one, or one over 1 MiB, which no settings file is.
+    bool read_all(std::vector<std::string> &lines);
+
+  private:
+    std::string file_;
+};
+
+/// Looks keys up in the lines of a file; an unreadable file has none.
+class read_ini {
+  public:
+    explicit read_ini(const std::string &path);
+
+    /// Finds the first line that holds key anywhere and does not begin with ';', '#' or '!'. True
+    /// when there is one; its rest behind the key goes to out, unless that is empty. Instantiated
+    /// for std::string.
+    template <class T>
+    bool find_value(std::string key, T &out) {
+        return find_value_(lines, key, out);
+    }
+
+  private:
+    template <class T>
+    static bool find_value_(const std::vector<std::string> &lines, const std::string &key, T &out);
+
+    std::vector<std::string> lines;
+};
+
+/// All settings as text, and their file "./quillon.ini". Not locked: two threads that write the
+/// same item, or one that saves while another sets, are not coordinated.
+class SoftwareConfig {
+  public:
+    enum SoftWareConfigID {
+        kComPort,  ///< "COM0" to "COM3": /dev/ttyAMA0 to 3
+        kBaudRate,
+        kDataBits,
+        kParity,  ///< N, O or E
+        kStopBits,
+        kVTime,
+        kVMin,
+        kUdpServerPort,  ///< where consoles send their records
+        kPerEnable,      ///< not 0: only linked consoles may send
+        kUsbPower,
+        kKvmIsLinkPc,
+        kIp,
+        kDelay,
+        kChipVersion,  ///< "CH9329" or "CH9350"
+        kChipModel,    ///< mouse mode: "rel" or "abs"
+        kConnectName,  ///< the controlling user, "0" when nobody is linked
+        kConnectPer,   ///< his permission level
+        kConnectIp0,   ///< his outputs; "0.0.0.0" for an empty slot
+        kConnectIp1,
+        kConnectIp2,
+        kConnectIp3,
+        kConnectIp4,
+        kConnectIp5,
+        kConnectIp6,
+        kConnectIp7,
+        kSoftWareConfigIDMax  ///< the count; GetConfig takes it for the whole file text
+    };
+
+    SoftwareConfig();
+
+    /// Takes over what the file holds; an item that it lacks or leaves empty keeps its value.
+    /// Always true.
+    bool ReadConfig();
+    /// Rewrites the file in place. False when it cannot be opened for writing.
+    bool SaveConfig();
+    void PrintConfig();
+
+    /// Changes memory only; false for an ID that is no item.
+    bool SetConfig(SoftWareConfigID id, std::string value);
+    /// The item, the whole file text for kSoftWareConfigIDMax, empty for any other ID.
+    std::string GetConfig(SoftWareConfigID id);
+
+    /// Reserved; does nothing.
+    bool LoadConfigToGlobal(bool);
+
+  private:
+    std::vector<std::string> lines() const;
+    std::string fileText() const;
+
+    std::vector<std::string> configvalue_;
+    const char *const filepath_;
+};
+
+/// The one T of the process: made on first use, by whichever thread comes first, and never
+/// destroyed, since exit() runs beside threads that go on using it.
+template <class T>
+class Singleton {
+  public:
+    static std::shared_ptr<T> getInstance() {
+        pthread_once(&ponce_, init);
+        return value_;
+    }
+
+    Singleton() = delete;
+
+  private:
+    static void init() { value_ = std::make_shared<T>(); }
+
+    static pthread_once_t ponce_;
+    static std::shared_ptr<T> &value_;
+};
+
+template <class T>
+pthread_once_t Singleton<T>::ponce_ = PTHREAD_ONCE_INIT;
+
+// On the heap and without an owner, so that static destruction passes it over.
+template <class T>
+std::shared_ptr<T> &Singleton<T>::value_ = *new std::shared_ptr<T>;
