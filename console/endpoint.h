@@ -1,0 +1,34 @@
+// One endpoint as a console sees it: a UDP port that takes records and answers short texts.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace console {
+
+class Endpoint {
+  public:
+    /// Talks to address:port (IPv4, dotted), from the local address from unless that is empty.
+    /// Throws std::runtime_error when the system refuses.
+    Endpoint(const std::string &address, std::uint16_t port, const std::string &from);
+    ~Endpoint();
+    Endpoint(const Endpoint &) = delete;
+    Endpoint &operator=(const Endpoint &) = delete;
+
+    /// Sends one datagram. Throws std::runtime_error when it cannot leave, or when the endpoint's
+    /// machine said that nobody listens.
+    void send(const void *bytes, std::size_t size);
+
+    /// Sends a text and waits for the answer; none when the time-out ran out.
+    std::optional<std::string> ask(const std::string &text, std::chrono::milliseconds timeout);
+
+    std::string name() const { return name_; }
+
+  private:
+    int fd_ = -1;
+    std::string name_;
+};
+
+}  // namespace console

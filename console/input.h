@@ -1,0 +1,36 @@
+// What a person does with keyboard and mouse, as the datagrams that say so.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "records.h"
+
+namespace console {
+
+using Datagram = std::vector<std::uint8_t>;
+
+/// Press and release for every character; where Shift changes, it does so in a record of its
+/// own before the key. Ends with all keys up. False, with error naming character and place, when
+/// the layout lacks one.
+bool typeText(const std::string &text, std::vector<Datagram> &records, std::string &error);
+
+/// Modifiers down, the key with them, everything up.
+std::vector<Datagram> strokeKey(const Stroke &stroke);
+
+/// Moves by any distance, in steps that a record can hold.
+std::vector<Datagram> moveBy(int dx, int dy);
+
+/// Moves there, presses the button and lets it go.
+std::vector<Datagram> clickAt(std::uint16_t x, std::uint16_t y, Button button);
+
+/// Turns the wheel by any number of notches, in steps that a record can hold.
+std::vector<Datagram> wheelAt(std::uint16_t x, std::uint16_t y, int notches);
+
+template <class Record>
+Datagram datagram(const Record &record) {
+    return Datagram(record.begin(), record.end());
+}
+
+}  // namespace console

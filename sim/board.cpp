@@ -1,0 +1,183 @@
+#include "board.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
+
+#include "network.h"
+#include "paths.h"
+
+namespace sim {
+namespace {
+
+constexpr unsigned kOperatorPort = 41302;
+constexpr auto kTick = std::chrono::milliseconds(2);
+
+struct Wiring {
+    const char *board;
+    int port;
+};
+
+// Boards whose chip is wired to one port, whatever the settings say.
+constexpr Wiring kWirings[] = {
+    {"QBRD10401m2_3000_R1", 2}, {"QBRE10401m2_3000_R1", 2}, {"QBRD10401m2_3010_R1", 2},
+    {"QBRD10402m_3100_R1", 2},  {"QBRE10402n_100_R1", 1},   {"QBRD10402m_500_R1", 1},
+    {"QBRD10403n_5000_R1", 1},
+};
+
+void writeFile(const std::string &path, const std::string &text, mode_t mode = 0644) {
+    FILE *file = fopen(path.c_str(), "w");
+    const bool ok = file != nullptr && fwrite(text.data(), 1, text.size(), file) == text.size() &&
+                    fchmod(fileno(file), mode) == 0;
+    if (file != nullptr) fclose(file);
+    if (!ok) throw std::runtime_error("cannot write " + path + ": " + strerror(errno));
+}
+
+std::string readFile(const std::string &path) {
+    std::string text;
+    FILE *file = fopen(path.c_str(), "r");
+    if (file == nullptr) return text;
+    char chunk[4096];
+    for (std::size_t n; (n = fread(chunk, 1, sizeof chunk, file)) > 0;) text.append(chunk, n);
+    fclose(file);
+    return text;
+}
+
+std::string configuredPort(const std::string &settings) {
+    constexpr char kKey[] = "com_port=";
+    const std::size_t at = settings.find(kKey);
+    return at == std::string::npos ? "" : settings.substr(at + strlen(kKey), strlen("COM3"));
+}
+
+}  // namespace
+
+int chipPort(const std::string &identifier, const std::string &configured) {
+    for (const Wiring &wiring : kWirings)
+        if (identifier.rfind(wiring.board, 0) == 0) return wiring.port;
+    int port = 3;
+    sscanf(configured.c_str(), "COM%d", &port);
+    return std::clamp(port, 0, SerialPorts::kCount - 1);
+}
+
+Board::Board(BoardOptions options)
+    : options_(std::move(options)), chip_(computer_, options_.chipBaud, options_.storedBaud) {
+    std::vector<std::string> addresses{options_.address};
+    addresses.insert(addresses.end(), options_.consoles.begin(), options_.consoles.end());
+    makeEth0(addresses);
+    writeFiles();
+    ports_ = std::make_unique<SerialPorts>(options_.paced);
+    if (!options_.chip)
+        computer_.detach();
+    else
+        ports_->attach(chipPort(options_.identifier, configuredPort(readFile(settingsFile()))),
+                       chip_);
+}
+
+Board::~Board() {
+    stopping_ = true;
+    if (supervisor_.joinable()) supervisor_.join();
+    daemon_.reset();
+    ports_.reset();
+}
+
+void Board::writeFiles() const {
+    writeFile("/version/hardware_info", "{\n\t\"board\": \"" + options_.identifier + "\"\n}\n");
+    writeFile("/data/net.ini", "kEth0Ip=" + options_.address + "\n");
+    writeFile(std::string(kToolDir) + "/reboot",
+              "#!/bin/sh\necho 'a simulated board does not reboot the PC'\n", 0755);
+    if (mkdir(options_.directory.c_str(), 0755) != 0 && errno != EEXIST)
+        throw std::runtime_error("cannot make " + options_.directory + ": " + strerror(errno));
+    // A fresh board comes from a factory that left line and chip at one speed.
+    const std::string fresh = "[serial]\nbuad_rate=" + std::to_string(options_.chipBaud) + "\n";
+    if (options_.settings || access(settingsFile().c_str(), F_OK) != 0)
+        writeFile(settingsFile(), options_.settings.value_or(fresh));
+}
+
+void Board::start() {
+    startDaemon();
+    supervisor_ = std::thread([this] { supervise(); });
+}
+
+void Board::startDaemon() {
+    if (!registers_.shadowDevMem())
+        throw std::runtime_error("/dev/mem is not the simulated board's: the daemon stays off");
+    listening_ = false;
+    wantsReboot_ = false;
+    dataPort_ = 0;
+    Daemon::Setup setup;
+    setup.program = options_.daemon;
+    setup.preload = options_.preload;
+    setup.directory = options_.directory;
+    setup.input = options_.input;
+    setup.logFile = options_.directory + "/quillon.log";
+    setup.onLine = [this](const std::string &line) { watchLine(line); };
+    auto daemon = std::make_shared<Daemon>(std::move(setup));
+    const std::lock_guard<std::mutex> lock(mutex_);
+    daemon_ = std::move(daemon);
+}
+
+void Board::watchLine(const std::string &line) {
+    unsigned port = 0;
+    if (sscanf(line.c_str(), "[udpServerProc]-530: starting udp server at port: %u", &port) == 1)
+        dataPort_ = port;
+    if (line == "reboot") wantsReboot_ = true;
+    if (options_.onLogLine) options_.onLogLine(line);
+}
+
+void Board::supervise() {
+    while (!stopping_) {
+        if (!listening_ && dataPort_ != 0 && udpPortBound(dataPort_) &&
+            udpPortBound(kOperatorPort)) {
+            // Somebody who sees "reboot" waits until the daemon has settled, then cuts the power.
+            if (wantsReboot_ && options_.powerCycle)
+                powerCycle();
+            else
+                listening_ = true;
+        }
+        std::this_thread::sleep_for(listening_ ? 50 * kTick : kTick);
+    }
+}
+
+bool Board::waitUntilListening(std::chrono::milliseconds timeout) {
+    const auto deadline = Clock::now() + timeout;
+    while (!listening_ && Clock::now() < deadline && !daemon()->ended())
+        std::this_thread::sleep_for(kTick);
+    return listening_;
+}
+
+void Board::waitUntilQuiet(std::chrono::milliseconds timeout) {
+    constexpr int kQuietTicks = 50;
+    const auto deadline = Clock::now() + timeout;
+    unsigned frames = chip_.counters().frames;
+    for (int quiet = 0; quiet < kQuietTicks && Clock::now() < deadline; ++quiet) {
+        std::this_thread::sleep_for(kTick);
+        const unsigned now = chip_.counters().frames;
+        if (now != frames || udpBytesWaiting(dataPort_) != 0) quiet = 0;
+        frames = now;
+    }
+}
+
+std::shared_ptr<Daemon> Board::daemon() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return daemon_;
+}
+
+int Board::stop() {
+    stopping_ = true;
+    if (supervisor_.joinable()) supervisor_.join();
+    return daemon()->stop(SIGTERM, std::chrono::milliseconds(3000));
+}
+
+void Board::powerCycle() {
+    daemon()->kill();
+    chip_.powerCycle();
+    startDaemon();
+}
+
+}  // namespace sim

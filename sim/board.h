@@ -1,0 +1,99 @@
+// A whole simulated board: network, registers, serial ports, chip, computer, and the daemon.
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ch9329.h"
+#include "computer.h"
+#include "daemon.h"
+#include "registers.h"
+#include "serial_ports.h"
+
+namespace sim {
+
+struct BoardOptions {
+    std::string identifier = "QBRD10401m2_3000_R1";
+    bool chip = true;
+    int chipBaud = 115200;    ///< what the chip runs at when the board starts
+    int storedBaud = 115200;  ///< what it takes at its next restart
+    std::string address = "192.168.1.10";
+    std::vector<std::string> consoles{"192.168.1.20"};
+    bool paced = false;
+    bool powerCycle = true;  ///< give it one when the daemon asks for it with "reboot"
+
+    std::string daemon;                       ///< program
+    std::string preload;                      ///< its preload library
+    std::string directory = "/data/quillon";  ///< of its settings and log; made when missing
+    std::optional<std::string> settings;      ///< quillon.ini; none: as it lies there, or fresh
+    int input = -1;                           ///< the daemon's standard input; -1: /dev/null
+    std::function<void(const std::string &)> onLogLine;
+};
+
+/// Which of /dev/ttyAMA0 to 3 the chip of a board is wired to; configured is the port of the
+/// settings ("COM3"), which decides on boards that leave it open.
+int chipPort(const std::string &identifier, const std::string &configured);
+
+/// Lives on a private host (runOnPrivateHost), one at a time. The constructor makes the devices,
+/// start the daemon; every method but start throws nothing. Safe from several threads where said.
+class Board {
+  public:
+    /// Throws std::runtime_error when the system refuses.
+    explicit Board(BoardOptions options);
+    ~Board();
+    Board(const Board &) = delete;
+    Board &operator=(const Board &) = delete;
+
+    /// Starts the daemon; throws std::runtime_error when /dev/mem is not the board's own file, or
+    /// the program does not start. Call once.
+    void start();
+
+    /// Waits until the data server and the operator socket listen; false when they do not in time
+    /// or the daemon ended.
+    bool waitUntilListening(std::chrono::milliseconds timeout);
+    bool listening() const { return listening_; }
+    /// Waits until nothing is on its way to the computer any more.
+    void waitUntilQuiet(std::chrono::milliseconds timeout);
+
+    /// Ends the daemon: SIGTERM, which costs it 2 s, then SIGKILL. Its exit status.
+    int stop();
+    /// Chip and daemon lose power and come back.
+    void powerCycle();
+
+    /// The daemon that runs now; replaced by a power cycle.
+    std::shared_ptr<Daemon> daemon() const;
+    Ch9329 &chip() { return chip_; }
+    Computer &computer() { return computer_; }
+    Registers &registers() { return registers_; }
+    SerialPorts &ports() { return *ports_; }
+    const BoardOptions &options() const { return options_; }
+    std::string settingsFile() const { return options_.directory + "/quillon.ini"; }
+    /// UDP port of the data server, 0 until it started.
+    unsigned dataPort() const { return dataPort_; }
+
+  private:
+    void writeFiles() const;
+    void startDaemon();
+    void watchLine(const std::string &line);
+    void supervise();
+
+    BoardOptions options_;
+    Registers registers_;
+    Computer computer_;
+    Ch9329 chip_;
+    std::unique_ptr<SerialPorts> ports_;
+
+    mutable std::mutex mutex_;
+    std::shared_ptr<Daemon> daemon_;
+    std::thread supervisor_;
+    std::atomic<bool> stopping_{false}, listening_{false}, wantsReboot_{false};
+    std::atomic<unsigned> dataPort_{0};
+};
+
+}  // namespace sim

@@ -1,0 +1,66 @@
+// The daemon as a process on the private host, and its log.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace sim {
+
+class Daemon {
+  public:
+    struct Setup {
+        std::string program;
+        std::string preload;                              ///< library to put under it; empty: none
+        std::string directory;                            ///< where its settings lie
+        int input = -1;                                   ///< its standard input; -1: /dev/null
+        std::string logFile;                              ///< appended to; empty: none
+        std::function<void(const std::string &)> onLine;  ///< from the log's thread; may be empty
+    };
+
+    /// Starts it. Throws std::runtime_error when it cannot be started.
+    explicit Daemon(Setup setup);
+    /// Ends it at once, if it still runs.
+    ~Daemon();
+    Daemon(const Daemon &) = delete;
+    Daemon &operator=(const Daemon &) = delete;
+
+    pid_t pid() const { return pid_; }
+
+    /// Asks it to end with sig, waits for patience, and kills it then. Its exit status, or 128 and
+    /// the signal that ended it.
+    int stop(int sig, std::chrono::milliseconds patience);
+    /// As a power cut: nothing of it goes on.
+    void kill();
+    /// Its exit status as stop's once it has ended by itself.
+    std::optional<int> ended();
+
+    /// Everything that it printed, standard output and error.
+    std::vector<std::string> log() const;
+    /// Waits for a line that holds text, from line number first on; its number, or none in time.
+    std::optional<std::size_t> waitForLine(const std::string &text,
+                                           std::chrono::milliseconds timeout,
+                                           std::size_t first = 0) const;
+
+  private:
+    void readLog();
+    void takeLine(const std::string &line);
+
+    Setup setup_;
+    pid_t pid_ = -1;
+    int output_ = -1;
+    std::optional<int> status_;
+    mutable std::mutex mutex_;
+    mutable std::condition_variable changed_;
+    std::vector<std::string> log_;
+    std::thread reader_;
+};
+
+}  // namespace sim

@@ -1,0 +1,223 @@
+// quillon-board: runs the daemon on a simulated board.
+
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+#include "board.h"
+#include "event_printer.h"
+#include "private_host.h"
+#include "process.h"
+
+namespace {
+
+struct Options {
+    sim::BoardOptions board;
+    std::string chip = "ch9329", configFile, keepDir;
+    bool log = false;
+    std::vector<std::string> command;
+};
+
+std::string besideThisProgram(const std::string &name) {
+    char path[4096] = "";
+    const ssize_t n = readlink("/proc/self/exe", path, sizeof path - 1);
+    const std::string self(path, static_cast<std::size_t>(std::max<ssize_t>(n, 0)));
+    return self.substr(0, self.rfind('/') + 1) + name;
+}
+
+// The first of these that exists: in the build folder, or where an installation has it.
+std::string find(const std::vector<std::string> &candidates) {
+    for (const std::string &name : candidates)
+        if (access(besideThisProgram(name).c_str(), R_OK) == 0) return besideThisProgram(name);
+    throw std::runtime_error("cannot find " + candidates.front() + " beside this program");
+}
+
+std::string readText(const std::string &path) {
+    std::ifstream file(path);
+    if (!file) throw std::runtime_error("cannot read " + path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// What ends the wait of the main thread.
+enum class Wake { kSignal, kCommandEnded, kTick };
+
+class Session {
+  public:
+    explicit Session(const Options &options) : options_(options) {
+        sigset_t watched;
+        sigemptyset(&watched);
+        for (const int sig : {SIGINT, SIGTERM, SIGHUP, SIGCHLD}) sigaddset(&watched, sig);
+        // Before any thread starts: all of them leave these signals to the descriptor.
+        sigprocmask(SIG_BLOCK, &watched, nullptr);
+        signals_ = signalfd(-1, &watched, SFD_CLOEXEC);
+    }
+
+    int run() {
+        sim::Board board(options_.board);
+        sim::EventPrinter printer(board.computer());
+        board.start();
+        const int status = serve(board);
+        if (status == 0 || command_ > 0) board.waitUntilQuiet(std::chrono::seconds(5));
+        endCommand();
+        board.stop();
+        return status;
+    }
+
+  private:
+    int serve(sim::Board &board) {
+        const auto start = sim::Clock::now();
+        bool hinted = false;
+        while (!board.listening()) {
+            if (wait(5) == Wake::kSignal) return interruptedStatus();
+            if (const auto status = board.daemon()->ended()) return daemonEnded(board, *status);
+            if (hinted || sim::Clock::now() - start < std::chrono::seconds(10)) continue;
+            hinted = true;
+            fprintf(stderr,
+                    "quillon-board: the daemon does not listen yet; a chip that does not "
+                    "answer keeps it negotiating (see --log)\n");
+        }
+        if (options_.command.empty())
+            fprintf(stderr, "quillon-board: listening at %s:%u; Ctrl-C ends it\n",
+                    options_.board.address.c_str(), board.dataPort());
+        else
+            command_ = sim::launch({options_.command, {}, "", -1, -1, -1, false});
+        for (;;) {
+            const Wake wake = wait(200);
+            if (wake == Wake::kSignal) return interruptedStatus();
+            if (wake == Wake::kCommandEnded) return commandStatus_;
+            const auto daemon = board.daemon();
+            if (const auto status = daemon->ended()) return daemonEnded(board, *status);
+        }
+    }
+
+    Wake wait(int milliseconds) {
+        pollfd readable{signals_, POLLIN, 0};
+        if (poll(&readable, 1, milliseconds) <= 0) return Wake::kTick;
+        signalfd_siginfo info{};
+        if (read(signals_, &info, sizeof info) != sizeof info) return Wake::kTick;
+        if (info.ssi_signo != SIGCHLD) {
+            signal_ = static_cast<int>(info.ssi_signo);
+            return Wake::kSignal;
+        }
+        int status = 0;
+        if (command_ <= 0 || waitpid(command_, &status, WNOHANG) != command_) return Wake::kTick;
+        command_ = 0;
+        commandStatus_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        return Wake::kCommandEnded;
+    }
+
+    int interruptedStatus() const {
+        // Without a COMMAND, Ctrl-C is how the program is meant to end.
+        return options_.command.empty() && signal_ == SIGINT ? 0 : 128 + signal_;
+    }
+
+    static int daemonEnded(sim::Board &board, int status) {
+        // Its last words may still be in the pipe.
+        board.daemon()->waitForLine("\n", std::chrono::milliseconds(100));
+        const auto log = board.daemon()->log();
+        fprintf(stderr, "quillon-board: the daemon ended with status %d; its last words: %s\n",
+                status, log.empty() ? "none" : log.back().c_str());
+        return 1;
+    }
+
+    void endCommand() {
+        if (command_ <= 0) return;
+        kill(command_, SIGTERM);
+        for (int i = 0; i < 20 && command_ > 0; ++i) wait(100);
+        if (command_ > 0) kill(command_, SIGKILL);
+    }
+
+    const Options &options_;
+    int signals_ = -1;
+    int signal_ = 0;
+    pid_t command_ = 0;
+    int commandStatus_ = 0;
+};
+
+void describe(CLI::App &app, Options &options) {
+    const auto number = CLI::Range(1200, 115200).description("");
+    sim::BoardOptions &board = options.board;
+    app.add_option("--board", board.identifier, "Board identifier")
+        ->type_name("ID")
+        ->capture_default_str();
+    app.add_option("--chip", options.chip, "What is soldered to it: ch9329 or none")
+        ->check(CLI::IsMember({"ch9329", "none"}).description(""))
+        ->type_name("CHIP")
+        ->capture_default_str();
+    app.add_option("--chip-baud", board.chipBaud, "Speed that the chip runs at")
+        ->check(number)
+        ->type_name("N")
+        ->capture_default_str();
+    app.add_option("--stored-baud", board.storedBaud,
+                   "Speed that the chip takes at its next restart; --chip-baud without it")
+        ->check(number)
+        ->type_name("N");
+    app.add_option("--ip", board.address, "Address of the board")
+        ->check(CLI::ValidIPV4)
+        ->type_name("A")
+        ->capture_default_str();
+    app.add_option("--console", board.consoles, "Address of a console; may be given again")
+        ->check(CLI::ValidIPV4)
+        ->type_name("A")
+        ->expected(1)
+        ->take_all()
+        ->capture_default_str();
+    app.add_option("--config", options.configFile, "Settings to start with, a quillon.ini")
+        ->check(CLI::ExistingFile.description(""))
+        ->type_name("FILE");
+    app.add_flag("--pace", board.paced, "Let bytes take the time that a real wire takes");
+    app.add_option("--keep", options.keepDir, "Folder for settings and log that stays")
+        ->type_name("DIR");
+    app.add_flag("--log", options.log, "Print the daemon's log beside the rest");
+    app.add_flag("!--no-power-cycle", board.powerCycle,
+                 "Leave the board as it is when the daemon asks for \"reboot\"");
+    app.add_option("command", options.command, "Run on the board's network; its end ends the board")
+        ->type_name("COMMAND...");
+    app.positionals_at_end();
+    app.footer("Put -- before COMMAND.");
+}
+
+void complete(CLI::App &app, Options &options) {
+    options.board.chip = options.chip != "none";
+    if (app.count("--stored-baud") == 0) options.board.storedBaud = options.board.chipBaud;
+    if (!options.configFile.empty()) options.board.settings = readText(options.configFile);
+    if (!options.keepDir.empty()) {
+        char *absolute = realpath(options.keepDir.c_str(), nullptr);
+        if (absolute == nullptr) throw std::runtime_error("no folder " + options.keepDir);
+        options.board.directory = absolute;
+        free(absolute);
+    }
+    options.board.daemon = find({"quillon", "../sbin/quillon"});
+    options.board.preload = find({"libquillon_uart.so", "../lib/quillon/libquillon_uart.so"});
+    if (options.log)
+        options.board.onLogLine = [](const std::string &line) {
+            printf("log       %s\n", line.c_str());
+            fflush(stdout);
+        };
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    CLI::App app{"A simulated board that runs the real daemon", "quillon-board"};
+    Options options;
+    describe(app, options);
+    try {
+        app.parse(argc, argv);
+        complete(app, options);
+    } catch (const CLI::ParseError &error) {
+        return app.exit(error) == 0 ? 0 : 2;
+    } catch (const std::runtime_error &error) {
+        fprintf(stderr, "quillon-board: %s\n", error.what());
+        return 2;
+    }
+    return sim::runOnPrivateHost([&] { return Session(options).run(); });
+}

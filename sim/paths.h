@@ -1,0 +1,11 @@
+// Where things of the simulator's own lie on the private host.
+#pragma once
+
+namespace sim {
+
+constexpr char kPrivateDir[] = "/quillon-board";
+constexpr char kPtyDir[] = "/quillon-board/pts";            ///< its pseudo-terminals
+constexpr char kToolDir[] = "/quillon-board/bin";           ///< first in PATH; shadows `reboot`
+constexpr char kUartSocket[] = "/quillon-board/uart.sock";  ///< see uart_preload.cpp
+
+}  // namespace sim

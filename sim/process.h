@@ -1,0 +1,30 @@
+// Child processes.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+namespace sim {
+
+struct Launch {
+    std::vector<std::string> arguments;       ///< the program first, looked up in PATH
+    std::vector<std::string> environment;     ///< NAME=VALUE, on top of the caller's
+    std::string directory;                    ///< empty: the caller's
+    int input = -1, output = -1, error = -1;  ///< -1: the caller's
+    bool ownSession = false;                  ///< out of reach of the terminal and its Ctrl-C
+};
+
+/// Starts a program with every signal unblocked and at its default.
+/// Throws std::runtime_error when it cannot be started.
+pid_t launch(const Launch &what);
+
+/// Waits for a child: its exit status, or 128 and the signal that ended it.
+int awaitExit(pid_t pid);
+
+/// Runs a tool to its end with input on its standard input. Throws std::runtime_error, with what
+/// it said, when it fails.
+void runTool(const std::vector<std::string> &arguments, const std::string &input);
+
+}  // namespace sim

@@ -1,0 +1,28 @@
+// The board's registers: a sparse file in place of /dev/mem.
+#pragma once
+
+#include <cstdint>
+
+namespace sim {
+
+class Registers {
+  public:
+    /// Makes /dev/mem on the private host, all zero but for the flags of an idle UART. Throws
+    /// std::runtime_error when it cannot.
+    Registers();
+    ~Registers();
+    Registers(const Registers &) = delete;
+    Registers &operator=(const Registers &) = delete;
+
+    std::uint32_t get(std::uint32_t address) const;
+    void set(std::uint32_t address, std::uint32_t value);
+
+    /// True when /dev/mem, as a process started now would open it, is this very file: the daemon
+    /// must never be let loose on the memory of a PC.
+    bool shadowDevMem() const;
+
+  private:
+    int fd_ = -1;
+};
+
+}  // namespace sim

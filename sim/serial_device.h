@@ -1,0 +1,34 @@
+// What sits at the far end of a serial line, and the line as it sees it.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace sim {
+
+using Clock = std::chrono::steady_clock;
+using Bytes = std::vector<std::uint8_t>;
+
+class SerialLine {
+  public:
+    virtual ~SerialLine() = default;
+    /// Sends bytes to the host at baud bits per second, delay after what was sent before has
+    /// left. The host gets nothing of them when its port runs at another speed then.
+    virtual void send(const Bytes &bytes, int baud, Clock::duration delay) = 0;
+    /// Longest pause that this line may add between two bytes that the host wrote together.
+    virtual Clock::duration jitter() const = 0;
+};
+
+/// All calls come from one thread.
+class SerialDevice {
+  public:
+    virtual ~SerialDevice() = default;
+    /// Speed it listens at, bits per second; what comes at another speed never reaches it.
+    virtual int baud() = 0;
+    virtual void receive(SerialLine &line, const std::uint8_t *bytes, std::size_t count,
+                         Clock::time_point at) = 0;
+};
+
+}  // namespace sim

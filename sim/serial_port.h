@@ -1,0 +1,57 @@
+// One serial port: a pseudo-terminal, and the wire to the device behind it. Used by SerialPorts'
+// thread, but for what is said to be safe elsewhere.
+#pragma once
+
+#include <atomic>
+#include <deque>
+
+#include "serial_device.h"
+
+namespace sim {
+
+class SerialPort : public SerialLine {
+  public:
+    /// Makes the pseudo-terminal and shows it at path on the private host.
+    SerialPort(const char *path, bool paced);
+    ~SerialPort() override;
+    SerialPort(const SerialPort &) = delete;
+    SerialPort &operator=(const SerialPort &) = delete;
+
+    void attach(SerialDevice &device) { device_ = &device; }  ///< safe from other threads
+    int hostBaud() const;                                     ///< safe from other threads
+
+    /// To poll for input.
+    int descriptor() const { return master_; }
+    /// Takes what the host wrote, and moves on what is due in both directions.
+    void run(Clock::time_point now);
+    /// When run has to be called next, without input.
+    Clock::time_point due() const;
+    /// True when the wire has taken everything that the host wrote.
+    bool drained() const { return toDevice_.empty(); }
+
+    void hostOpened() { open_ = true; }
+    void hostClosed();
+
+    void send(const Bytes &bytes, int baud, Clock::duration delay) override;
+    Clock::duration jitter() const override;
+
+  private:
+    struct Chunk {
+        Clock::time_point at;  ///< when its last bit has passed
+        Bytes bytes;
+        int baud;
+    };
+
+    void takeFromHost(Clock::time_point now);
+    void handToDevice(const Chunk &chunk);
+    void handToHost(const Chunk &chunk);
+
+    int master_ = -1, keeper_ = -1;
+    const bool paced_;
+    bool open_ = true;  // until the host says otherwise: not every host has the preload library
+    std::atomic<SerialDevice *> device_{nullptr};
+    std::deque<Chunk> toDevice_, toHost_;
+    Clock::time_point wireFree_{}, answerFree_{};
+};
+
+}  // namespace sim

@@ -1,0 +1,49 @@
+// The board's serial ports /dev/ttyAMA0 to 3: pseudo-terminals, with wires behind them.
+//
+// A pseudo-terminal has no speed. With setPaced the wires take their time, 10 bits for each byte,
+// and answers come as a UART's FIFO hands them over: 16 bytes at a time, a short answer whole.
+// Without, bytes arrive at once. Either way they only arrive while both ends agree on the speed.
+#pragma once
+
+#include <array>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "serial_device.h"
+
+namespace sim {
+
+class SerialPort;
+
+class SerialPorts {
+  public:
+    static constexpr int kCount = 4;
+
+    /// Makes the devices on the private host and starts to serve them. Throws std::runtime_error
+    /// when the system refuses.
+    explicit SerialPorts(bool paced);
+    ~SerialPorts();
+    SerialPorts(const SerialPorts &) = delete;
+    SerialPorts &operator=(const SerialPorts &) = delete;
+
+    /// Wires a device to a port; the caller keeps it, and keeps it longer than this object.
+    void attach(int port, SerialDevice &device);
+
+    /// Speed that the host has set, bits per second.
+    int hostBaud(int port) const;
+
+  private:
+    void serve();
+    void serveUartEvents(int client);
+
+    std::array<std::unique_ptr<SerialPort>, kCount> ports_;
+    int events_ = -1;  // listening socket of the preload library
+    int wake_ = -1;
+    std::vector<int> clients_;
+    std::thread thread_;
+};
+
+}  // namespace sim

@@ -1,0 +1,108 @@
+// Preloaded into the daemon on a simulated board: makes a pseudo-terminal behave like a UART where
+// the daemon can tell. Closing a UART, or flushing it before a change of speed, lets what was
+// written leave at the old speed; a pseudo-terminal would throw it away or hand it over at the
+// new one. And a UART that is closed receives nothing.
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include "paths.h"
+#include "uart_events.h"
+
+namespace {
+
+using sim::UartEvent;
+
+template <class Function>
+Function next(const char *name) {
+    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+}
+
+int realClose(int fd) {
+    static const auto call = next<int (*)(int)>("close");
+    return call(fd);
+}
+
+// Which of the board's ports a descriptor is, -1 for none.
+int portOf(int fd) {
+    struct stat info {
+    }, device{};
+    if (fstat(fd, &info) != 0 || !S_ISCHR(info.st_mode)) return -1;
+    for (int port = 0; port < 4; ++port) {
+        char path[32];
+        snprintf(path, sizeof path, "/dev/ttyAMA%d", port);
+        if (stat(path, &device) == 0 && device.st_dev == info.st_dev &&
+            device.st_ino == info.st_ino)
+            return port;
+    }
+    return -1;
+}
+
+void tell(UartEvent::Kind kind, int port) {
+    const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    if (fd < 0) return;
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    strcpy(address.sun_path, sim::kUartSocket);
+    const UartEvent event{kind, static_cast<unsigned char>(port)};
+    char done = 0;
+    if (connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0 &&
+        send(fd, &event, sizeof event, MSG_NOSIGNAL) == sizeof event) [[maybe_unused]]
+        const ssize_t n = recv(fd, &done, sizeof done, 0);
+    realClose(fd);
+}
+
+int openAs(const char *name, const char *path, int flags, mode_t mode) {
+    const int fd = next<int (*)(const char *, int, ...)>(name)(path, flags, mode);
+    const int port = fd < 0 ? -1 : portOf(fd);
+    if (port >= 0) tell(UartEvent::kOpened, port);
+    return fd;
+}
+
+mode_t modeOf(int flags, va_list arguments) {
+    return (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+}
+
+}  // namespace
+
+extern "C" {
+
+int open(const char *path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = modeOf(flags, arguments);
+    va_end(arguments);
+    return openAs("open", path, flags, mode);
+}
+
+int open64(const char *path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = modeOf(flags, arguments);
+    va_end(arguments);
+    return openAs("open64", path, flags, mode);
+}
+
+int close(int fd) {
+    const int port = portOf(fd);
+    if (port >= 0) tell(UartEvent::kClosing, port);
+    return realClose(fd);
+}
+
+int tcflush(int fd, int queue) {
+    const int port = portOf(fd);
+    if (port < 0 || queue == TCIFLUSH) return next<int (*)(int, int)>("tcflush")(fd, queue);
+    tell(UartEvent::kDrain, port);
+    return queue == TCIOFLUSH ? next<int (*)(int, int)>("tcflush")(fd, TCIFLUSH) : 0;
+}
+
+}  // extern "C"
