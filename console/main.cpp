@@ -208,6 +208,9 @@ int main(int argc, char **argv) {
     CLI::App app{"Keyboard and mouse for a KVM extender endpoint", "quillon-console"};
     Options options;
     addCommands(app, options);
+    app.failure_message([](const CLI::App *, const CLI::Error &error) {
+        return std::string("quillon-console: ") + error.what() + " (--help says more)\n";
+    });
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {

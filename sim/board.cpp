@@ -100,7 +100,10 @@ void Board::writeFiles() const {
 }
 
 void Board::start() {
-    startDaemon();
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        startDaemon();
+    }
     supervisor_ = std::thread([this] { supervise(); });
 }
 
@@ -117,15 +120,13 @@ void Board::startDaemon() {
     setup.input = options_.input;
     setup.logFile = options_.directory + "/quillon.log";
     setup.onLine = [this](const std::string &line) { watchLine(line); };
-    auto daemon = std::make_shared<Daemon>(std::move(setup));
-    const std::lock_guard<std::mutex> lock(mutex_);
-    daemon_ = std::move(daemon);
+    daemon_ = std::make_shared<Daemon>(std::move(setup));
 }
 
 void Board::watchLine(const std::string &line) {
-    unsigned port = 0;
-    if (sscanf(line.c_str(), "[udpServerProc]-530: starting udp server at port: %u", &port) == 1)
-        dataPort_ = port;
+    int port = 0;
+    if (sscanf(line.c_str(), "[udpServerProc]-530: starting udp server at port: %d", &port) == 1)
+        dataPort_ = port & 0xFFFF;
     if (line == "reboot") wantsReboot_ = true;
     if (options_.onLogLine) options_.onLogLine(line);
 }
@@ -146,7 +147,7 @@ void Board::supervise() {
 
 bool Board::waitUntilListening(std::chrono::milliseconds timeout) {
     const auto deadline = Clock::now() + timeout;
-    while (!listening_ && Clock::now() < deadline && !daemon()->ended())
+    while (!listening_ && Clock::now() < deadline && !daemonStatus())
         std::this_thread::sleep_for(kTick);
     return listening_;
 }
@@ -168,14 +169,21 @@ std::shared_ptr<Daemon> Board::daemon() const {
     return daemon_;
 }
 
+std::optional<int> Board::daemonStatus() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return daemon_->ended();
+}
+
 int Board::stop() {
     stopping_ = true;
     if (supervisor_.joinable()) supervisor_.join();
-    return daemon()->stop(SIGTERM, std::chrono::milliseconds(3000));
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return daemon_->stop(SIGTERM, std::chrono::milliseconds(3000));
 }
 
 void Board::powerCycle() {
-    daemon()->kill();
+    const std::lock_guard<std::mutex> lock(mutex_);
+    daemon_->kill();
     chip_.powerCycle();
     startDaemon();
 }

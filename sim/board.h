@@ -41,7 +41,7 @@ struct BoardOptions {
 int chipPort(const std::string &identifier, const std::string &configured);
 
 /// Lives on a private host (runOnPrivateHost), one at a time. The constructor makes the devices,
-/// start the daemon; every method but start throws nothing. Safe from several threads where said.
+/// start() the daemon.
 class Board {
   public:
     /// Throws std::runtime_error when the system refuses.
@@ -68,6 +68,8 @@ class Board {
 
     /// The daemon that runs now; replaced by a power cycle.
     std::shared_ptr<Daemon> daemon() const;
+    /// Exit status of a daemon that ended by itself; none while it runs.
+    std::optional<int> daemonStatus() const;
     Ch9329 &chip() { return chip_; }
     Computer &computer() { return computer_; }
     Registers &registers() { return registers_; }

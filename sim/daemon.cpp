@@ -75,6 +75,11 @@ std::optional<int> Daemon::ended() {
     return status_;
 }
 
+void Daemon::awaitLogEnd(std::chrono::milliseconds timeout) const {
+    std::unique_lock<std::mutex> lock(mutex_);
+    changed_.wait_for(lock, timeout, [&] { return logEnded_; });
+}
+
 std::vector<std::string> Daemon::log() const {
     const std::lock_guard<std::mutex> lock(mutex_);
     return log_;
@@ -122,6 +127,9 @@ void Daemon::readLog() {
     }
     if (!line.empty()) takeLine(line);
     if (file >= 0) close(file);
+    const std::lock_guard<std::mutex> lock(mutex_);
+    logEnded_ = true;
+    changed_.notify_all();
 }
 
 }  // namespace sim

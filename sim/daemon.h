@@ -42,6 +42,8 @@ class Daemon {
     /// Its exit status as stop's once it has ended by itself.
     std::optional<int> ended();
 
+    /// Waits until nothing more can come into the log of a daemon that ended.
+    void awaitLogEnd(std::chrono::milliseconds timeout) const;
     /// Everything that it printed, standard output and error.
     std::vector<std::string> log() const;
     /// Waits for a line that holds text, from line number first on; its number, or none in time.
@@ -60,6 +62,7 @@ class Daemon {
     mutable std::mutex mutex_;
     mutable std::condition_variable changed_;
     std::vector<std::string> log_;
+    bool logEnded_ = false;
     std::thread reader_;
 };
 

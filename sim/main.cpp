@@ -77,7 +77,7 @@ class Session {
         bool hinted = false;
         while (!board.listening()) {
             if (wait(5) == Wake::kSignal) return interruptedStatus();
-            if (const auto status = board.daemon()->ended()) return daemonEnded(board, *status);
+            if (const auto status = board.daemonStatus()) return daemonEnded(board, *status);
             if (hinted || sim::Clock::now() - start < std::chrono::seconds(10)) continue;
             hinted = true;
             fprintf(stderr,
@@ -93,8 +93,7 @@ class Session {
             const Wake wake = wait(200);
             if (wake == Wake::kSignal) return interruptedStatus();
             if (wake == Wake::kCommandEnded) return commandStatus_;
-            const auto daemon = board.daemon();
-            if (const auto status = daemon->ended()) return daemonEnded(board, *status);
+            if (const auto status = board.daemonStatus()) return daemonEnded(board, *status);
         }
     }
 
@@ -120,8 +119,7 @@ class Session {
     }
 
     static int daemonEnded(sim::Board &board, int status) {
-        // Its last words may still be in the pipe.
-        board.daemon()->waitForLine("\n", std::chrono::milliseconds(100));
+        board.daemon()->awaitLogEnd(std::chrono::seconds(1));
         const auto log = board.daemon()->log();
         fprintf(stderr, "quillon-board: the daemon ended with status %d; its last words: %s\n",
                 status, log.empty() ? "none" : log.back().c_str());
@@ -194,6 +192,10 @@ void complete(CLI::App &app, Options &options) {
         if (absolute == nullptr) throw std::runtime_error("no folder " + options.keepDir);
         options.board.directory = absolute;
         free(absolute);
+        for (const char *own : {"/data", "/dev", "/proc", "/version"})
+            if ((options.board.directory + "/").rfind(own + std::string("/"), 0) == 0)
+                throw std::runtime_error("--keep cannot lie there: the board has its own " +
+                                         std::string(own));
     }
     options.board.daemon = find({"quillon", "../sbin/quillon"});
     options.board.preload = find({"libquillon_uart.so", "../lib/quillon/libquillon_uart.so"});
@@ -210,6 +212,9 @@ int main(int argc, char **argv) {
     CLI::App app{"A simulated board that runs the real daemon", "quillon-board"};
     Options options;
     describe(app, options);
+    app.failure_message([](const CLI::App *, const CLI::Error &error) {
+        return std::string("quillon-board: ") + error.what() + " (--help says more)\n";
+    });
     try {
         app.parse(argc, argv);
         complete(app, options);
@@ -219,5 +224,12 @@ int main(int argc, char **argv) {
         fprintf(stderr, "quillon-board: %s\n", error.what());
         return 2;
     }
-    return sim::runOnPrivateHost([&] { return Session(options).run(); });
+    return sim::runOnPrivateHost([&] {
+        try {
+            return Session(options).run();
+        } catch (const std::runtime_error &error) {
+            fprintf(stderr, "quillon-board: %s\n", error.what());
+            return 1;
+        }
+    });
 }

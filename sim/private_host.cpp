@@ -153,6 +153,8 @@ void setPath() {
 [[noreturn]] void runBody(const std::function<int()> &body) {
     int status = 1;
     prctl(PR_SET_PDEATHSIG, SIGKILL);
+    // The first process of a PID namespace hears only the signals that it handles.
+    for (const int sig : {SIGINT, SIGTERM, SIGHUP}) signal(sig, [](int got) { _exit(128 + got); });
     try {
         assembleRoot();
         setPath();

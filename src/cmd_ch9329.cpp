@@ -98,7 +98,7 @@ constexpr const char *kLedTexts[] = {
 
 // Reads until the chip has nothing more to say; bounded, for a chip that never falls silent.
 void drainLine() {
-    constexpr int kMaxDrains = 4;
+    constexpr int kMaxDrains = 16;
     char reply[kReplyRoom];
     int count = 0;
     for (int i = 0; i < kMaxDrains; ++i)
@@ -178,14 +178,14 @@ int sendRelData(char *message, int length) {
 bool cntRead(char *destination, int *count, int size, int timeout) {
     char scratch[kReplyRoom];
     const int perRead = std::clamp(size, 0, kReplyRoom);
-    int received = 0;
+    int reads = 0;
     *count = 0;
-    while (received < kBabbleLimit) {
+    while (reads < kMaxReads) {
         memset(scratch, 0, sizeof scratch);
         const int n = MySerial::nread(scratch, perRead, timeout);
         if (n == 0) break;
         if (n < 0) continue;  // meant so: only silence ends the reading
-        received += n;
+        ++reads;
         const int kept = std::min(n, kReplyRoom - *count);
         memcpy(destination + *count, scratch, static_cast<std::size_t>(kept));
         *count += kept;

@@ -12,9 +12,9 @@ constexpr int kRelMouseRecord = 7, kAbsMouseRecord = 10, kKeyboardRecord = 11;
 
 /// Room that every destination of cntRead has, in bytes.
 constexpr int kReplyRoom = 256;
-/// A chip that has sent this many bytes without falling silent is cut off: more than a third of a
-/// second at 115200 bits per second, where the longest answer is 70 bytes.
-constexpr int kBabbleLimit = 4096;
+/// A chip that has not fallen silent after this many reads is cut off. Its longest answers have
+/// some 90 bytes, so a whole one passes even byte by byte.
+constexpr int kMaxReads = 128;
 
 /// Last answer to and request of cmd_get_info.
 extern char echo[64], cmd[64];
@@ -32,7 +32,7 @@ int sendRelData(char *message, int length);
 void getNewLocation(char *message, char *frame);
 
 /// Reads, size bytes at most (256) at a time, until the line is quiet for timeout microseconds (0:
-/// 60000), or kBabbleLimit bytes came. destination has kReplyRoom bytes; what is beyond them is
+/// 60000), or for kMaxReads reads. destination has kReplyRoom bytes; what is beyond them is
 /// dropped and not counted. True when at least one byte arrived. Does not return while reads
 /// fail.
 bool cntRead(char *destination, int *count, int size, int timeout);
@@ -45,7 +45,7 @@ bool queryKeyLock(bool *caps, bool *num, bool *scroll);
 /// settings. Always true.
 bool cmd_get_info();
 
-/// Prints "chip echo: " and the bytes.
+/// Prints "chip echo: " and the bytes, kReplyRoom of them at most.
 void debugPrint(char *bytes, int count);
 
 /// Gives the serial port the configured speed, frame shape and read time-out.

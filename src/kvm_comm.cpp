@@ -31,7 +31,7 @@ bool addressAfterEquals(const std::string &line, char end, char *address, std::s
 }
 
 std::size_t mappedLength(unsigned long long offset, unsigned int size) {
-    return static_cast<std::size_t>(((size - 1 + offset) & ~(kPage - 1)) + kPage);
+    return static_cast<std::size_t>(((offset + size - 1) & ~(kPage - 1)) + kPage);
 }
 
 }  // namespace

@@ -70,17 +70,17 @@ bool awaitFlags(unsigned mask, unsigned wanted, unsigned &flags) {
 }  // namespace
 
 int MySerial::fd_ = -1;
-bool MySerial::closed_ = false;
+int MySerial::closedFd_ = -1;
 
 // The number of a closed port may have gone to a socket since.
 int MySerial::descriptor() {
-    return __atomic_load_n(&closed_, __ATOMIC_RELAXED) ? -1 : fd_;
+    return __atomic_load_n(&closedFd_, __ATOMIC_RELAXED) == fd_ ? -1 : fd_;
 }
 
 bool MySerial::open_port(ComPort port) {
     if (port >= kUART0 && port < kCOMPortMax) {
         fd_ = open(kPorts[port].device, O_RDWR | O_NOCTTY | O_NONBLOCK);
-        __atomic_store_n(&closed_, false, __ATOMIC_RELAXED);
+        __atomic_store_n(&closedFd_, -1, __ATOMIC_RELAXED);
         if (fd_ == -1) {
             perror(kPorts[port].openError);
             return false;
@@ -160,7 +160,8 @@ int MySerial::nread(char *buffer, int length, int timeout) {
 
 void MySerial::close_port() {
     // A signal handler may come here while another thread does; the number is closed once.
-    if (fd_ > 0 && !__atomic_exchange_n(&closed_, true, __ATOMIC_RELAXED)) close(fd_);
+    const int fd = fd_;
+    if (fd > 0 && __atomic_exchange_n(&closedFd_, fd, __ATOMIC_RELAXED) != fd) close(fd);
 }
 
 int MySerial::uartWrite(char *data, int length) {

@@ -44,7 +44,7 @@ class MySerial {
     static int descriptor();
     static void delaytime_(unsigned) {}
 
-    static bool closed_;
+    static int closedFd_;  // number that was closed, -1 for none
 };
 
 /// One 32-bit register by physical address: 0, -1 when it could not be mapped, the SoC's

@@ -1,5 +1,7 @@
 #include "software_config.h"
 
+#include <sys/stat.h>
+
 #include <boost/lexical_cast/try_lexical_convert.hpp>
 #include <cstdio>
 
@@ -27,13 +29,13 @@ constexpr Setting kSettings[] = {
 constexpr std::size_t kSettingCount = sizeof kSettings / sizeof kSettings[0];
 static_assert(kSettingCount == SoftwareConfig::kSoftWareConfigIDMax);
 
-constexpr long kMaxFileSize = 1 << 20;
-
 std::string readWhole(FILE *file) {
-    // A directory opens too, and reports a size that nobody has memory for.
+    // A folder opens too, and reports a size that nobody has memory for.
+    struct stat info {};
+    if (fstat(fileno(file), &info) != 0 || !S_ISREG(info.st_mode)) return {};
     if (fseek(file, 0, SEEK_END) != 0) return {};
     const long size = ftell(file);
-    if (size <= 0 || size > kMaxFileSize || fseek(file, 0, SEEK_SET) != 0) return {};
+    if (size <= 0 || fseek(file, 0, SEEK_SET) != 0) return {};
     std::string content(static_cast<std::size_t>(size), '\0');
     content.resize(fread(content.data(), 1, content.size(), file));
     return content;
@@ -117,7 +119,8 @@ bool SoftwareConfig::SaveConfig() {
 
 void SoftwareConfig::PrintConfig() {
     for (const std::string &line : lines()) {
-        puts(line.c_str());
+        const std::string whole = line + '\n';
+        fwrite(whole.data(), 1, whole.size(), stdout);
         fflush(stdout);
     }
 }

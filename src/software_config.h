@@ -13,7 +13,7 @@ class line_read {
     explicit line_read(const std::string &file) : file_(file) {}
 
     /// Appends the file's lines, without line feed and the carriage return before it. False when
-    /// nothing was read: no such file, an empty one, or one over 1 MiB, which no settings file is.
+    /// nothing was read: no such file, an empty one, or no file at all but a folder or a device.
     bool read_all(std::vector<std::string> &lines);
 
   private:
@@ -105,21 +105,21 @@ class Singleton {
   public:
     static std::shared_ptr<T> getInstance() {
         pthread_once(&ponce_, init);
-        return value_;
+        return *value_;
     }
 
     Singleton() = delete;
 
   private:
-    static void init() { value_ = std::make_shared<T>(); }
+    static void init() { value_ = new std::shared_ptr<T>(std::make_shared<T>()); }
 
     static pthread_once_t ponce_;
-    static std::shared_ptr<T> &value_;
+    // On the heap and without an owner, so that static destruction passes it over.
+    static std::shared_ptr<T> *value_;
 };
 
 template <class T>
 pthread_once_t Singleton<T>::ponce_ = PTHREAD_ONCE_INIT;
 
-// On the heap and without an owner, so that static destruction passes it over.
 template <class T>
-std::shared_ptr<T> &Singleton<T>::value_ = *new std::shared_ptr<T>;
+std::shared_ptr<T> *Singleton<T>::value_ = nullptr;

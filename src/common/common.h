@@ -10,8 +10,8 @@
 /// Line number in the prefix of messages that have none of their own.
 constexpr int kNoLine = 0;
 
-/// Prints one whole log line: "[function]-line: " and the formatted text, and pushes it out. The
-/// format carries no line end.
+/// Prints one whole log line: "[function]-line: " and the formatted text, and pushes it out; cut
+/// at 1023 characters. The format carries no line end.
 void logAt(const char *function, int line, const char *format, ...)
     __attribute__((format(printf, 3, 4)));
 

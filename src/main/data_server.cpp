@@ -201,7 +201,7 @@ void *udpServerProc(void *arg) {
     const auto config = Singleton<SoftwareConfig>::getInstance();
     const int delay = atoi(config->GetConfig(SoftwareConfig::kDelay).c_str());
     printf("uart delay time:%dms\n", delay);
-    logAt("udpServerProc", 530, "starting udp server at port: %u", port);
+    logAt("udpServerProc", 530, "starting udp server at port: %d", static_cast<int>(port));
 
     // The signal handler takes the global away; this thread goes on with its own copy.
     UDPSocket *socket = new UDPSocket;

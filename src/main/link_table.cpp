@@ -31,7 +31,7 @@ void loadLinks(Config &config, const std::string &name) {
         const std::string address = config.GetConfig(outputId(slot));
         if (!isOutput(address)) break;
         copyText(curtInfo.curOutIp[slot], kAddressSize, address.c_str());
-        printf("get ini file output ip-->%s\n", curtInfo.curOutIp[slot]);
+        printf("get ini file output ip-->%s\n", address.c_str());
         curtInfo.link[slot] = 1;
         curLink_num = slot + 1;
     }

@@ -30,6 +30,7 @@ void release(bool &created, UDPSocket *&socket) {
 
 void loadSettings() {
     const auto config = Singleton<Config>::getInstance();
+    Singleton<MySerial>::getInstance();  // made here, so that no signal handler has to make it
     config->ReadConfig();
     config->PrintConfig();
     config->SaveConfig();

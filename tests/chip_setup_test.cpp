@@ -1,0 +1,131 @@
+#include "main/chip_setup.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "ch9329.h"
+#include "cmd_ch9329.h"
+#include "myserial.h"
+#include "serial_ports.h"
+#include "software_config.h"
+#include "support.h"
+
+namespace {
+
+using Config = SoftwareConfig;
+using test::printedBy;
+
+void configure(Config::SoftWareConfigID id, const std::string &value) {
+    Singleton<Config>::getInstance()->SetConfig(id, value);
+}
+
+void openQuietly() {
+    test::complainedBy([] { printedBy([] { openPort(); }); });
+}
+
+TEST(ParameterBlock, TemplateBecomesAValidWriteRequest) {
+    char frame[kParameterFrame];
+    ch9329Ini(frame);
+    const unsigned char head[] = {0x57, 0xAB, 0, 0x88, 0x32, 0x80, 0x80, 0, 0, 1, 0xC2, 0, 8,
+                                  0,    0,    3, 0x86, 0x1A, 0x29, 0xE1, 0, 0, 0, 1,    0, 0x0D};
+    EXPECT_EQ(memcmp(frame, head, sizeof head), 0);
+    EXPECT_EQ(frame[55], 0x42);
+    EXPECT_EQ(printedBy([&] { EXPECT_EQ(getRate(frame, 0), 115200); }),
+              "get CH9329 BaudRate= 115200\n");
+    frame[3] = 0x09;
+    EXPECT_EQ(frameSum(frame, 55), 0xC3);
+}
+
+class ChipSetup : public testing::Test {
+  protected:
+    ChipSetup() : chip_(computer_, 115200, 9600), ports_(false) { ports_.attach(3, chip_); }
+
+    sim::Computer computer_;
+    sim::Ch9329 chip_;
+    sim::SerialPorts ports_;
+};
+
+TEST_F(ChipSetup, OpenPortTakesPortAndSpeedFromTheSettings) {
+    configure(Config::kBaudRate, "57600");
+    EXPECT_EQ(printedBy([] { test::complainedBy([] { EXPECT_TRUE(openPort()); }); }),
+              "uart3 open\n[openPort]-0: serial buad rate using 57600\n");
+    EXPECT_EQ(ports_.hostBaud(3), 57600);
+    configure(Config::kComPort, "COM2");
+    EXPECT_EQ(printedBy([] { test::complainedBy([] { openPort(); }); }).rfind("uart2 open\n", 0),
+              0U);
+    configure(Config::kComPort, "COM0");
+    EXPECT_EQ(printedBy([] { test::complainedBy([] { openPort(); }); }).rfind("[openPort]", 0), 0U);
+    EXPECT_EQ(ports_.hostBaud(0), 57600);
+}
+
+TEST_F(ChipSetup, UnknownPortOpensNothingAndSetsWhatIsOpen) {
+    configure(Config::kBaudRate, "115200");
+    openQuietly();
+    const int open = MySerial::fd_;
+    configure(Config::kComPort, "COM9");
+    configure(Config::kBaudRate, "2400");
+    openQuietly();
+    EXPECT_EQ(MySerial::fd_, open);
+    EXPECT_EQ(ports_.hostBaud(3), 2400);
+}
+
+TEST_F(ChipSetup, RewriteKeepsAllButTheSpeed) {
+    configure(Config::kBaudRate, "115200");
+    openQuietly();
+    char block[64];
+    ASSERT_EQ(ch9329Rata(block), 1);
+    const auto before = chip_.parameters();
+    EXPECT_EQ(getRate(block, kParameterFrame), 9600);
+    setBaudRate(block, kParameterFrame);
+    char reply[kReplyRoom];
+    int count = 0;
+    cntRead(reply, &count, 64, 0);
+    ASSERT_EQ(count, 7);
+    EXPECT_EQ(static_cast<unsigned char>(reply[3]), 0x89) << "refused";
+    auto expected = before;
+    expected[4] = 0x01;
+    expected[5] = 0xC2;
+    expected[6] = 0x00;
+    EXPECT_EQ(chip_.parameters(), expected);
+    EXPECT_EQ(chip_.baud(), 115200);
+}
+
+TEST_F(ChipSetup, ResetPrintsTheAnswer) {
+    configure(Config::kBaudRate, "115200");
+    openQuietly();
+    const std::string said = printedBy([] { EXPECT_EQ(resetCH9329(), 1); });
+    EXPECT_NE(said.find("com read data-->7\n0x57 0xab 0x0 0x8f 0x1 0x0 0x92 \n"), std::string::npos)
+        << said;
+    EXPECT_EQ(chip_.baud(), 9600) << "the stored speed acts after the restart";
+}
+
+class ParameterReply : public testing::Test {
+  protected:
+    ParameterReply() : ports_(false) {
+        ports_.attach(3, device_);
+        configure(Config::kBaudRate, "115200");
+        openQuietly();
+    }
+
+    int readWith(std::size_t bytes) {
+        device_.answer(0x0A, test::Bytes(bytes, 0x11));
+        char room[64 + 1];
+        room[64] = 'x';
+        const int result = ch9329Rata(room);
+        EXPECT_EQ(room[64], 'x');
+        return result;
+    }
+
+    test::ScriptedDevice device_;
+    sim::SerialPorts ports_;
+};
+
+TEST_F(ParameterReply, CountsOnlyAtItsExactLength) {
+    EXPECT_EQ(readWith(56), 1);
+    EXPECT_EQ(readWith(55), 0);
+    EXPECT_EQ(readWith(71), 0);
+    EXPECT_EQ(readWith(300), 0);
+}
+
+}  // namespace

@@ -1,0 +1,197 @@
+#include "cmd_ch9329.h"
+
+#include <gtest/gtest.h>
+
+#include "myserial.h"
+#include "serial_ports.h"
+#include "software_config.h"
+#include "state.h"
+#include "support.h"
+
+namespace {
+
+using test::Bytes;
+using test::printedBy;
+
+// The chip's commands with a device on the line that says what the test wants.
+class ChipCommands : public testing::Test {
+  protected:
+    ChipCommands() : ports_(false) {
+        ports_.attach(3, device_);
+        test::complainedBy([] { MySerial::open_port(MySerial::KUART3); });
+        MySerial::set_opt(115200, 8, 1, 'N', 0, 0);
+    }
+
+    // What the line carries for a record.
+    Bytes sent(int (*send)(char *, int), Bytes record) {
+        EXPECT_EQ(send(reinterpret_cast<char *>(record.data()), static_cast<int>(record.size())),
+                  1);
+        return device_.heard();
+    }
+
+    // Lets the device answer a get-information request.
+    void answerInformation(const Bytes &reply) { device_.answer(0x03, reply); }
+
+    static Bytes information(std::uint8_t leds) {
+        Bytes reply{0x57, 0xAB, 0x00, 0x81, 0x08, 0x38, 0x01, leds, 0, 0, 0, 0, 0};
+        unsigned sum = 0;
+        for (const auto byte : reply) sum += byte;
+        reply.push_back(static_cast<std::uint8_t>(sum));
+        return reply;
+    }
+
+    test::ScriptedDevice device_;
+    sim::SerialPorts ports_;
+};
+
+TEST_F(ChipCommands, KeyboardFrameCarriesModifierAndFirstKey) {
+    const Bytes record{0x57, 0xAB, 0x01, 0x02, 0x99, 0x04, 5, 6, 7, 8, 9};
+    const Bytes frame{0x57, 0xAB, 0, 2, 8, 2, 0, 4, 0, 0, 0, 0, 0, 0x12};
+    EXPECT_EQ(sent(SendData, record), frame);
+    const Bytes again = sent(sendRelData, record);
+    EXPECT_EQ(Bytes(again.begin() + 14, again.end()), frame);
+}
+
+TEST_F(ChipCommands, RelativeFrameIsFollowedByTwoZeroBytes) {
+    EXPECT_EQ(sent(sendRelData, {0x57, 0xAB, 0x02, 0, 5, 0xFB, 0}),
+              (Bytes{0x57, 0xAB, 0, 5, 5, 1, 0, 5, 0xFB, 0, 0x0D, 0, 0}));
+}
+
+TEST_F(ChipCommands, AbsoluteFrameScalesToThePicture) {
+    // x 960 of 1920, y 270 of 1080, wheel down by one
+    EXPECT_EQ(sent(SendData, {0x57, 0xAB, 4, 1, 1, 0xC0, 0x03, 0x0E, 0x01, 0xFF}),
+              (Bytes{0x57, 0xAB, 0, 4, 7, 2, 1, 0x00, 0x08, 0x00, 0x04, 0xFF, 0x1B}));
+}
+
+TEST_F(ChipCommands, OnlyOneOfThreeButtonsPasses) {
+    for (const unsigned buttons : {0U, 1U, 2U, 3U, 4U, 5U, 8U, 0x81U, 0xFFU}) {
+        const std::size_t before = device_.heard().size();
+        const auto byte = static_cast<std::uint8_t>(buttons);
+        const Bytes all = sent(sendRelData, {0x57, 0xAB, 2, byte, 0, 0, 0});
+        const bool single = buttons == 1 || buttons == 2 || buttons == 4;
+        EXPECT_EQ(all[before + 6], single ? buttons : 0U) << buttons;
+    }
+}
+
+TEST_F(ChipCommands, OtherLengthsTouchNoLine) {
+    char record[64] = {0x57};
+    for (const int length : {0, 1, 7, 9, 12, 13, 64})
+        EXPECT_EQ(printedBy([&] { EXPECT_EQ(SendData(record, length), 0); }), "error data\n");
+    for (const int length : {0, 6, 8, 10, 12})
+        EXPECT_EQ(printedBy([&] { EXPECT_EQ(sendRelData(record, length), 0); }), "error data\n");
+    EXPECT_TRUE(device_.heard().empty());
+}
+
+TEST_F(ChipCommands, AcknowledgementIsDrainedAndMissingOneIsNoError) {
+    device_.answer(0x0C, {0x57, 0xAB, 0, 0x82, 1, 0, 0x85});
+    char release[11] = {0x57, '\xAB', 1};
+    EXPECT_EQ(printedBy([&] { SendData(release, 11); }), "");
+    char press[11] = {0x57, '\xAB', 1, 0, 0, 4};
+    EXPECT_EQ(printedBy([&] { EXPECT_EQ(SendData(press, 11), 1); }), "select time out\n");
+}
+
+TEST(GetNewLocation, CapsAndNeverDividesByZero) {
+    const auto located = [](unsigned x, unsigned y) {
+        char record[10] = {};
+        record[5] = static_cast<char>(x & 0xFF);
+        record[6] = static_cast<char>(x >> 8);
+        record[7] = static_cast<char>(y & 0xFF);
+        record[8] = static_cast<char>(y >> 8);
+        char frame[32] = {};
+        getNewLocation(record, frame);
+        const auto at = [&](int i) { return static_cast<unsigned char>(frame[i]); };
+        return std::pair{at(7) | at(8) << 8, at(9) | at(10) << 8};
+    };
+    EXPECT_EQ(located(1919, 1079), (std::pair{4093, 4092}));
+    EXPECT_EQ(located(1920, 65535), (std::pair{4095, 4095}));
+    EXPECT_EQ(located(0xFF, 0x80), (std::pair{544, 485}));
+    vi_w = 0;
+    vi_h = 1;
+    EXPECT_EQ(located(500, 0), (std::pair{0, 0}));
+}
+
+TEST_F(ChipCommands, CntReadGathersUntilTheLineIsQuiet) {
+    Bytes answer(100);
+    for (std::size_t i = 0; i < answer.size(); ++i) answer[i] = static_cast<std::uint8_t>(i * 3);
+    device_.answer('?', answer);
+    MySerial::nwrite("?", 1);
+    char destination[kReplyRoom] = {};
+    int count = -1;
+    EXPECT_EQ(printedBy([&] { EXPECT_TRUE(cntRead(destination, &count, 7, 0)); }),
+              "select time out\nUSB not link PC,timeout\n");
+    ASSERT_EQ(count, 100);
+    EXPECT_EQ(Bytes(destination, destination + count), answer);
+
+    EXPECT_EQ(printedBy([&] { EXPECT_FALSE(cntRead(destination, &count, 7, 0)); }),
+              "select time out\nUSB not link PC,timeout\n");
+    EXPECT_EQ(count, 0);
+}
+
+TEST_F(ChipCommands, CntReadKeepsNoMoreThanItsRoomAndCutsABabblerOff) {
+    device_.babble(true);
+    MySerial::nwrite("?", 1);
+    char destination[kReplyRoom + 1];
+    destination[kReplyRoom] = 'x';
+    int count = 0;
+    const std::string said =
+        printedBy([&] { EXPECT_TRUE(cntRead(destination, &count, kReplyRoom, 0)); });
+    EXPECT_EQ(said, "USB not link PC,timeout\n") << "it did not fall silent, and was cut off";
+    EXPECT_EQ(count, kReplyRoom);
+    EXPECT_EQ(destination[kReplyRoom - 1], 0x42);
+    EXPECT_EQ(destination[kReplyRoom], 'x');
+}
+
+TEST_F(ChipCommands, LockKeysComeFromTheLedByte) {
+    const char *lines[] = {"NUM CAPS SCROLL DOWN",
+                           "NUM LOCK UP,CAPS SCROLL LOCK DOWN",
+                           "CAPS LOCK UP,NUM SCROLL LOCK DOWN",
+                           "NUM CAPS LOCK UP,SCROLL LOCK DOWN",
+                           "SCROLL LOCK UP,NUM CAPS LOCK DOWN",
+                           "NUM SCROLL LOCK UP,CAPS LOCK DOWN",
+                           "CAPS SCROLL UP,NUM LOCK DOWN",
+                           "NUM CAPS SCROLL UP"};
+    for (std::uint8_t leds = 0; leds < 8; ++leds) {
+        answerInformation(information(leds));
+        bool caps = false, num = false, scroll = false;
+        const std::string said =
+            printedBy([&] { EXPECT_TRUE(queryKeyLock(&caps, &num, &scroll)); });
+        EXPECT_NE(said.find("0x81\n" + std::string(lines[leds]) + "\n"), std::string::npos) << said;
+        EXPECT_EQ((num ? 1 : 0) | (caps ? 2 : 0) | (scroll ? 4 : 0), leds);
+    }
+    const Bytes heard = device_.heard();
+    EXPECT_EQ(Bytes(heard.begin(), heard.begin() + 6), (Bytes{0x57, 0xAB, 0, 1, 0, 3}));
+}
+
+TEST_F(ChipCommands, UnknownLedByteLeavesTheFlags) {
+    for (const std::uint8_t leds : {std::uint8_t{8}, std::uint8_t{0x80}, std::uint8_t{0xFF}}) {
+        answerInformation(information(leds));
+        bool caps = true, num = false, scroll = true;
+        const std::string said =
+            printedBy([&] { EXPECT_TRUE(queryKeyLock(&caps, &num, &scroll)); });
+        EXPECT_NE(said.find("error echo\n"), std::string::npos);
+        EXPECT_TRUE(caps && !num && scroll);
+    }
+}
+
+TEST_F(ChipCommands, WrongOrMissingAnswerSwitchesAllOff) {
+    bool caps = true, num = true, scroll = true;
+    std::string said = printedBy([&] { EXPECT_FALSE(queryKeyLock(&caps, &num, &scroll)); });
+    EXPECT_NE(said.find("0x0\n\nread error\n"), std::string::npos) << said;
+    EXPECT_FALSE(caps || num || scroll);
+
+    answerInformation({0x57, 0xAB, 0, 0xC1, 1, 0xE4, 0xA8});
+    said = printedBy([&] { EXPECT_FALSE(queryKeyLock(&caps, &num, &scroll)); });
+    EXPECT_NE(said.find("0xc1\n0x57 0xab 0x0 0xc1 0x1 0xe4 0xa8 \n"), std::string::npos) << said;
+}
+
+TEST_F(ChipCommands, GetInfoPrintsTheAnswerAndSetsThePort) {
+    answerInformation(information(2));
+    Singleton<SoftwareConfig>::getInstance()->SetConfig(SoftwareConfig::kBaudRate, "38400");
+    const std::string said = printedBy([] { EXPECT_TRUE(cmd_get_info()); });
+    EXPECT_NE(said.find("chip echo: 0x57 0xab 0x0 0x81 0x8 0x38 0x1 0x2 0x0 "), std::string::npos);
+    EXPECT_EQ(static_cast<unsigned char>(echo[3]), 0x81);
+    EXPECT_EQ(static_cast<unsigned char>(cmd[1]), 0xAB);
+    EXPECT_EQ(ports_.hostBaud(3), 38400);
+}
+
+}  // namespace

@@ -1,0 +1,93 @@
+#include "computer.h"
+
+#include <gtest/gtest.h>
+
+#include "keymap.h"
+
+namespace {
+
+class Typing : public testing::Test {
+  protected:
+    Typing() {
+        computer_.onEvent([this](const sim::Computer::Event &event) { last_ = event.what; });
+        computer_.attach();
+    }
+
+    void report(std::uint8_t modifiers, std::initializer_list<std::uint8_t> keys) {
+        std::uint8_t bytes[8] = {modifiers};
+        std::copy(keys.begin(), keys.end(), bytes + 2);
+        computer_.keyboardReport(bytes);
+    }
+
+    void press(const console::Stroke &stroke) {
+        report(stroke.modifiers, {stroke.usage});
+        report(0, {});
+    }
+
+    sim::Computer computer_;
+    std::string last_;
+};
+
+TEST_F(Typing, AllPrintableCharactersArrive) {
+    std::string all = "\t\n";
+    for (char c = ' '; c < 0x7F; ++c) all += c;
+    for (const char c : all) {
+        ASSERT_TRUE(console::strokeOf(c)) << c;
+        press(*console::strokeOf(c));
+    }
+    EXPECT_EQ(computer_.state().text, all);
+}
+
+TEST_F(Typing, HeldKeyTypesOnceAndSecondKeyBesideItTypesToo) {
+    report(0, {0x04});
+    report(0, {0x04});
+    report(0, {0x04, 0x05});
+    report(0, {0x05});
+    EXPECT_EQ(computer_.state().text, "ab");
+}
+
+TEST_F(Typing, CapsLockInvertsLettersOnly) {
+    press({0, console::kUsageCapsLock});
+    EXPECT_EQ(computer_.state().leds, sim::kCapsLed);
+    press(*console::strokeOf('a'));
+    press(*console::strokeOf('A'));
+    press(*console::strokeOf('1'));
+    press(*console::strokeOf('!'));
+    EXPECT_EQ(computer_.state().text, "Aa1!");
+}
+
+TEST_F(Typing, CombinationsAreKeysAndNotText) {
+    press({console::kLeftCtrl | console::kLeftAlt, 0x4C});
+    EXPECT_EQ(last_, "ctrl+alt+delete");
+    press({console::kLeftCtrl, 0x04});
+    EXPECT_EQ(last_, "ctrl+a");
+    press(*console::strokeOf('x'));
+    press({0, console::kUsageBackspace});
+    EXPECT_EQ(computer_.state().text, "");
+}
+
+TEST_F(Typing, DetachReleasesEverythingAndHearsNothing) {
+    report(1, {0x04});
+    computer_.absoluteReport(1, 10, 10, 0);
+    computer_.detach();
+    EXPECT_EQ(computer_.state().modifiers | computer_.state().keys[0] | computer_.state().buttons,
+              0);
+    report(0, {0x05});
+    computer_.relativeReport(0, 5, 5, 0);
+    EXPECT_EQ(computer_.state().reports, 2U);
+}
+
+TEST_F(Typing, PointerFollowsBothKindsOfMovement) {
+    computer_.absoluteReport(0, 2048, 2048, 0);
+    EXPECT_EQ(computer_.state().x, 960);
+    EXPECT_EQ(computer_.state().y, 540);
+    computer_.relativeReport(4, -10, 127, -2);
+    EXPECT_EQ(computer_.state().x, 950);
+    EXPECT_EQ(computer_.state().y, 667);
+    EXPECT_EQ(computer_.state().wheel, -2);
+    for (int i = 0; i < 20; ++i) computer_.relativeReport(0, -128, 127, 0);
+    EXPECT_EQ(computer_.state().x, 0);
+    EXPECT_EQ(computer_.state().y, 1079);
+}
+
+}  // namespace

@@ -1,0 +1,94 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "input.h"
+#include "keymap.h"
+
+namespace {
+
+using console::Datagram;
+using console::Stroke;
+
+std::optional<Stroke> combo(const std::string &text) {
+    std::string error;
+    const auto stroke = console::parseCombo(text, error);
+    EXPECT_EQ(stroke.has_value(), error.empty()) << text;
+    return stroke;
+}
+
+std::vector<std::pair<int, int>> typed(const std::string &text) {
+    std::vector<Datagram> records;
+    std::string error;
+    EXPECT_TRUE(console::typeText(text, records, error)) << error;
+    std::vector<std::pair<int, int>> strokes;
+    for (const Datagram &record : records) {
+        EXPECT_EQ(record.size(), 11U);
+        strokes.emplace_back(record[3], record[5]);
+    }
+    return strokes;
+}
+
+TEST(Combo, ReadsModifiersAndOneKey) {
+    EXPECT_EQ(combo("ctrl+alt+delete"), (Stroke{0x05, 0x4C}));
+    EXPECT_EQ(combo("F5"), (Stroke{0, 0x3E}));
+    EXPECT_EQ(combo("f24"), (Stroke{0, 0x73}));
+    EXPECT_EQ(combo("AltGr+/"), (Stroke{0x40, 0x38}));
+    EXPECT_EQ(combo("win"), (Stroke{0x08, 0}));
+    for (const char *wrong : {"", "+", "ctrl+", "a+b", "f0", "f25", "f5x", "ctrl+foo", "A+", "!"})
+        EXPECT_FALSE(combo(wrong)) << wrong;
+}
+
+TEST(Combo, EveryKeyNameReadsBackAsItsKey) {
+    for (int usage = 1; usage < 0x74; ++usage) {
+        const std::string name = console::keyName(static_cast<std::uint8_t>(usage));
+        if (name.rfind("key 0x", 0) == 0) continue;
+        EXPECT_EQ(combo(name), (Stroke{0, static_cast<std::uint8_t>(usage)})) << name;
+    }
+}
+
+TEST(TypeText, ShiftGoesDownAndUpInRecordsOfItsOwn) {
+    using Strokes = std::vector<std::pair<int, int>>;
+    EXPECT_EQ(
+        typed("aB!c"),
+        (Strokes{
+            {0, 4}, {0, 0}, {2, 0}, {2, 5}, {2, 0}, {2, 0x1E}, {2, 0}, {0, 0}, {0, 6}, {0, 0}}));
+    EXPECT_EQ(typed("A"), (Strokes{{2, 0}, {2, 4}, {2, 0}, {0, 0}}));
+    EXPECT_EQ(typed(""), Strokes{});
+}
+
+TEST(TypeText, NamesWhatTheLayoutLacks) {
+    std::vector<Datagram> records;
+    std::string error;
+    EXPECT_FALSE(console::typeText("na\xC3\xAFve", records, error));
+    EXPECT_EQ(error, "the US layout has no key for byte 0xc3, character 3 of the text");
+    EXPECT_FALSE(console::typeText(std::string(1, '\0'), records, error));
+}
+
+TEST(Mouse, LargeDistancesAreCutIntoSteps) {
+    const auto moves = console::moveBy(-300, 5);
+    ASSERT_EQ(moves.size(), 3U);
+    int x = 0, y = 0;
+    for (const Datagram &move : moves) {
+        ASSERT_EQ(move.size(), 7U);
+        x += static_cast<std::int8_t>(move[4]);
+        y += static_cast<std::int8_t>(move[5]);
+    }
+    EXPECT_EQ(x, -300);
+    EXPECT_EQ(y, 5);
+    EXPECT_EQ(console::moveBy(0, 0).size(), 0U);
+
+    const auto turns = console::wheelAt(1, 2, -200);
+    EXPECT_EQ(turns.size(), 3U);
+    EXPECT_EQ(turns[1], (Datagram{0x57, 0xAB, 4, 1, 0, 1, 0, 2, 0, 0x81}));
+}
+
+TEST(Mouse, ClickMovesPressesAndReleases) {
+    const auto click = console::clickAt(0x1234, 0x0056, console::kRight);
+    ASSERT_EQ(click.size(), 3U);
+    EXPECT_EQ(click[0], (Datagram{0x57, 0xAB, 4, 1, 0, 0x34, 0x12, 0x56, 0, 0}));
+    EXPECT_EQ(click[1][4], 2);
+    EXPECT_EQ(click[2], click[0]);
+}
+
+}  // namespace

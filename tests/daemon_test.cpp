@@ -1,0 +1,226 @@
+// The daemon that ships, on the simulated board.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <memory>
+
+#include "board.h"
+#include "endpoint.h"
+#include "input.h"
+#include "support.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr char kBoard[] = "192.168.1.10", kConsole[] = "192.168.1.20", kOther[] = "192.168.1.21",
+               kThird[] = "192.168.1.30";
+
+class DaemonOnBoard : public testing::Test {
+  protected:
+    DaemonOnBoard() {
+        options_.consoles = {kConsole, kOther, kThird};
+        options_.daemon = PROGRAM_DIR "/quillon";
+        options_.preload = PROGRAM_DIR "/libquillon_uart.so";
+    }
+
+    void start(const std::string &settings) {
+        options_.settings = settings;
+        board_ = std::make_unique<sim::Board>(options_);
+        board_->start();
+    }
+
+    void startListening(const std::string &settings) {
+        start(settings);
+        ASSERT_TRUE(board_->waitUntilListening(20s));
+    }
+
+    // Types a character from an address.
+    void type(const std::string &from, char character, const std::string &tag = "") {
+        std::vector<console::Datagram> records;
+        std::string error;
+        ASSERT_TRUE(console::typeText(std::string(1, character), records, error));
+        console::Endpoint endpoint(kBoard, 80, from);
+        for (const console::Datagram &record : records) {
+            const std::string bytes = tag + std::string(record.begin(), record.end());
+            endpoint.send(bytes.data(), bytes.size());
+        }
+    }
+
+    bool arrives(const std::string &text) {
+        return board_->computer().waitFor([&](const auto &state) { return state.text == text; },
+                                          5s);
+    }
+
+    std::optional<std::string> ask(const std::string &request, unsigned port = 80) {
+        return console::Endpoint(kBoard, static_cast<std::uint16_t>(port), kConsole)
+            .ask(request, 3s);
+    }
+
+    bool logs(const std::string &line) {
+        return board_->daemon()->waitForLine(line, 10s).has_value();
+    }
+
+    std::string settings() { return test::readFile(board_->settingsFile()); }
+
+    sim::BoardOptions options_;
+    std::unique_ptr<sim::Board> board_;
+};
+
+constexpr char kFast[] = "buad_rate=115200\n";
+
+TEST_F(DaemonOnBoard, KeyFromAConsoleReachesTheComputer) {
+    startListening(kFast);
+    type(kConsole, 'Q');
+    EXPECT_TRUE(arrives("Q"));
+    EXPECT_EQ(ask("query", 41302), "query|192.168.1.10|0||0");
+    EXPECT_EQ(ask("link"), "vi_w=1920&vi_h=1080&kvm=abs");
+    EXPECT_EQ(board_->registers().get(0x120F0100), 1U);
+    EXPECT_NE(settings().find("[serial]\ncom_port=COM2\nbuad_rate=115200\n"), std::string::npos);
+    EXPECT_NE(settings().find("chip_vision=CH9329\n"), std::string::npos);
+    EXPECT_TRUE(logs("add mut:224.168.1.1"));
+    EXPECT_TRUE(logs("standard input is not a terminal device")) << "it is /dev/null here";
+}
+
+TEST_F(DaemonOnBoard, OperatorsAreHeardOnTheirGroup) {
+    startListening(kFast);
+    ASSERT_TRUE(logs("add mut:224.168.1.1"));
+    console::Endpoint("224.168.1.1", 41302, kConsole).send("query to all", 12);
+    EXPECT_TRUE(logs("osd rcv command-->query to all"));
+}
+
+TEST_F(DaemonOnBoard, RestoredLinkDecidesWhoMaySend) {
+    startListening(std::string(kFast) +
+                   "per_enable=1\nconnect_name=192.168.1.20-ann\nconnect_per=5\n"
+                   "connect_ip0=192.168.1.20\nconnect_ip1=192.168.1.21\n");
+    EXPECT_EQ(ask("query", 41302), "query|192.168.1.10|1|192.168.1.20-ann|5");
+    type(kThird, 'x');
+    type(kConsole, 'a');
+    type(kOther, 'b');
+    type(kThird, 'c', "software=");
+    EXPECT_TRUE(arrives("abc"));
+}
+
+TEST_F(DaemonOnBoard, LockKeysGoBothWays) {
+    startListening(kFast);
+    board_->computer().setLeds(sim::kNumLed);
+    EXPECT_EQ(ask("syncled"), "capslock=off&numlock=on");
+    console::Endpoint(kBoard, 80, kConsole).send("out=on&num=off", 14);
+    EXPECT_EQ(ask("syncled"), "capslock=on&numlock=off");
+    EXPECT_EQ(board_->computer().state().leds, sim::kCapsLed);
+}
+
+TEST_F(DaemonOnBoard, NegotiatesFromTheConfiguredSpeed) {
+    startListening("buad_rate=9600\n");
+    EXPECT_TRUE(logs("---9600 ch9329 not echo---"));
+    EXPECT_TRUE(logs("---ch9329 ini ok---"));
+    EXPECT_NE(settings().find("buad_rate=115200\n"), std::string::npos);
+    type(kConsole, 'k');
+    EXPECT_TRUE(arrives("k"));
+}
+
+TEST_F(DaemonOnBoard, RewritesAChipThatStores9600AndAsksForAReboot) {
+    options_.chipBaud = options_.storedBaud = 9600;
+    options_.powerCycle = false;
+    startListening("buad_rate=9600\n");
+    const auto log = board_->daemon()->log();
+    std::vector<std::string> steps;
+    for (const std::string &line : log)
+        if (line.rfind("---", 0) == 0 || line == "reboot" || line.rfind("thi is", 0) == 0)
+            steps.push_back(line);
+    EXPECT_EQ(steps,
+              (std::vector<std::string>{
+                  "---9600 ch9329 echo 9600 baudrate---", "---115200 ch9329 not echo---",
+                  "---9600 ch9329 echo 115200 baudrate---", "reboot", "thi is  ch9329 chip"}));
+    EXPECT_EQ(board_->chip().storedBaud(), 115200);
+    EXPECT_EQ(board_->chip().baud(), 9600);
+    // The port is closed; its number went to a socket, which must not be written to.
+    EXPECT_EQ(ask("query", 41302)->substr(0, 6), "query|");
+    type(kConsole, 'x');
+    EXPECT_EQ(ask("query", 41302)->substr(0, 6), "query|");
+
+    board_->powerCycle();
+    ASSERT_TRUE(board_->waitUntilListening(20s));
+    EXPECT_TRUE(logs("---ch9329 ini ok---"));
+    type(kConsole, 'k');
+    EXPECT_TRUE(arrives("k"));
+}
+
+TEST_F(DaemonOnBoard, BoardPowerCyclesItselfAfterReboot) {
+    options_.chipBaud = 9600;  // runs at 9600, stores 115200
+    startListening("buad_rate=9600\n");
+    EXPECT_EQ(board_->chip().baud(), 115200);
+    type(kConsole, 'k');
+    EXPECT_TRUE(arrives("k"));
+}
+
+TEST_F(DaemonOnBoard, SilentChipIsAskedForEver) {
+    options_.chip = false;
+    start(kFast);
+    EXPECT_TRUE(logs("---115200 ch9329 not echo---"));
+    EXPECT_TRUE(logs("---9600 ch9329 not echo---"));
+    EXPECT_FALSE(board_->listening());
+    EXPECT_THROW(ask("query", 41302), std::runtime_error);
+}
+
+TEST_F(DaemonOnBoard, LateAndSplitAnswersDoNotStopTheKeys) {
+    startListening(kFast);
+    board_->chip().splitAnswers(3, 10ms);
+    board_->chip().answerLate(5ms);
+    for (const char c : {'a', 'b', 'c'}) type(kConsole, c);
+    EXPECT_TRUE(arrives("abc"));
+    board_->chip().silence(true);
+    type(kConsole, 'd');
+    EXPECT_TRUE(arrives("abcd"));
+    EXPECT_EQ(ask("capslock"), "off");
+    EXPECT_TRUE(logs("read error"));
+}
+
+TEST_F(DaemonOnBoard, SignalEndsItWithItsStatus) {
+    startListening(kFast);
+    for (const int sig : {SIGTERM}) {
+        EXPECT_EQ(board_->daemon()->stop(sig, 5s), 255);
+        board_->daemon()->awaitLogEnd(2s);
+        EXPECT_EQ(board_->daemon()->log().back(), "program exit--->0xf");
+    }
+}
+
+TEST_F(DaemonOnBoard, TwoSignalsAtOnceStillEndIt) {
+    startListening(kFast);
+    for (int i = 0; i < 3; ++i)
+        for (const int sig : {SIGHUP, SIGINT, SIGTERM}) kill(board_->daemon()->pid(), sig);
+    EXPECT_EQ(board_->daemon()->stop(SIGTERM, 15s), 255);
+}
+
+TEST_F(DaemonOnBoard, TerminalOnStandardInputIsNoError) {
+    const int terminal = open("/quillon-board/pts/ptmx", O_RDWR | O_CLOEXEC);
+    ASSERT_GE(terminal, 0);
+    options_.input = terminal;
+    startListening(kFast);
+    for (const std::string &line : board_->daemon()->log())
+        EXPECT_EQ(line.find("not a terminal"), std::string::npos);
+}
+
+TEST_F(DaemonOnBoard, IdleBoardOpensNothing) {
+    options_.identifier = "QBRD10401m2_3020_R1";
+    start(kFast);
+    EXPECT_TRUE(logs("get hdVersion:QBRD10401m2_3020_R1"));
+    EXPECT_FALSE(board_->waitUntilListening(300ms));
+    EXPECT_FALSE(board_->daemonStatus());
+    EXPECT_EQ(board_->registers().get(0x120F0100), 0U);
+}
+
+TEST_F(DaemonOnBoard, EveryPortOfTheBoardsWorks) {
+    for (const char *identifier : {"QBRE10402n_100_R1", "QBRF1040pm_300_R1"}) {
+        board_.reset();
+        options_.identifier = identifier;
+        startListening(std::string(kFast) + "com_port=COM0\n");
+        type(kConsole, 'p');
+        EXPECT_TRUE(arrives("p")) << identifier;
+    }
+}
+
+}  // namespace

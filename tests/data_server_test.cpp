@@ -1,0 +1,195 @@
+#include "main/data_server.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "ch9329.h"
+#include "myserial.h"
+#include "records.h"
+#include "serial_ports.h"
+#include "state.h"
+#include "support.h"
+#include "udpsocket/udpsocket.h"
+
+namespace {
+
+constexpr char kConsole[] = "192.168.1.20", kStranger[] = "192.168.1.30";
+
+class DataServer : public testing::Test {
+  protected:
+    DataServer() : chip_(computer_, 115200, 115200), ports_(false) {
+        ports_.attach(0, chip_);
+        test::complainedBy([] { MySerial::open_port(MySerial::kUART0); });
+        MySerial::set_opt(115200, 8, 1, 'N', 0, 0);
+        version = true;
+        socket_.CreateUDPServer(5000, 0, false, true);
+        console_.CreateUDPServer(5001, 1, true, true);
+        console_.SendTo("127.0.0.1", 5000, "x", 1);  // the sender that answers go to
+        char first[4];
+        socket_.RecvFrom(first, sizeof first);
+    }
+
+    void handle(const std::string &bytes, const char *sender = kConsole) {
+        char buffer[kConsoleBuffer] = {};
+        memcpy(buffer, bytes.data(), bytes.size());
+        log_ = test::printedBy([&] {
+            handleConsoleDatagram(server_, socket_, sender, buffer, static_cast<int>(bytes.size()));
+        });
+    }
+
+    std::string answerTo(const std::string &request, const char *sender = kConsole) {
+        handle(request, sender);
+        char reply[256];
+        const int n = console_.RecvFrom(reply, sizeof reply);
+        return std::string(reply, static_cast<std::size_t>(std::max(n, 0)));
+    }
+
+    static std::string key(char character) {
+        const auto record = console::keyboardRecord(*console::strokeOf(character));
+        return {record.begin(), record.end()};
+    }
+
+    // Presses a key as sender, and says whether it reached the computer.
+    bool reaches(char character, const char *sender, const std::string &tag = "") {
+        const std::string before = computer_.state().text;
+        handle(tag + key('\n'), sender);  // another key, so that the same one is down anew
+        handle(tag + key(character), sender);
+        return computer_.state().text.size() == before.size() + 2;
+    }
+
+    static void link(std::initializer_list<const char *> outputs) {
+        per = true;
+        curLink_num = 0;
+        for (const char *output : outputs) strcpy(curtInfo.curOutIp[curLink_num++], output);
+    }
+
+    sim::Computer computer_;
+    sim::Ch9329 chip_;
+    sim::SerialPorts ports_;
+    UDPSocket socket_, console_;
+    ConsoleServer server_;
+    std::string log_;
+};
+
+TEST_F(DataServer, RecordReachesTheComputerAndTheLog) {
+    handle(key('a'));
+    EXPECT_EQ(computer_.state().text, "a");
+    EXPECT_EQ(log_, "0x57 0xab 0x1 0x0 0x0 0x4 0x0 0x0 0x0 0x0 0x0 \nversion 1, rel_enable 0\n");
+}
+
+TEST_F(DataServer, WithoutPermissionsAnybodyControls) {
+    EXPECT_TRUE(reaches('a', kStranger));
+}
+
+TEST_F(DataServer, WithPermissionsOnlyLinkedOutputsControl) {
+    link({"192.168.1.21", kConsole});
+    EXPECT_TRUE(reaches('a', kConsole));
+    EXPECT_FALSE(reaches('b', kStranger));
+    EXPECT_EQ(log_, "") << "dropped without a word";
+    EXPECT_TRUE(reaches('c', "192.168.1.200")) << "an output is a prefix of its senders";
+    EXPECT_TRUE(reaches('d', kStranger, "software="));
+}
+
+TEST_F(DataServer, EmptyTableKeepsTheLastDecision) {
+    link({});
+    EXPECT_FALSE(reaches('a', kConsole)) << "nobody is authorized at first";
+    link({kConsole});
+    EXPECT_TRUE(reaches('b', kConsole));
+    link({});
+    EXPECT_TRUE(reaches('c', kStranger));
+}
+
+TEST_F(DataServer, EmptySlotAuthorizesEverySender) {
+    link({kConsole, ""});
+    EXPECT_TRUE(reaches('a', kStranger));
+}
+
+TEST_F(DataServer, SoftwareRecordsAreUnwrappedAtTwoLengthsOnly) {
+    link({kConsole});
+    const auto mouse = console::absoluteRecord(960, 540, console::kNoButton, 0);
+    handle("software=" + std::string(mouse.begin(), mouse.end()), kStranger);
+    EXPECT_EQ(computer_.state().absoluteX, 2048);
+    // 25 bytes keep their length, which is no record's.
+    handle("software=" + key('a') + "12345", kStranger);
+    EXPECT_NE(log_.find("error data\n"), std::string::npos) << log_;
+    EXPECT_EQ(computer_.state().text, "");
+    // The longest datagram moves down whole.
+    handle("software=" + std::string(247, 'z'), kStranger);
+    EXPECT_NE(log_.find(" data error: " + std::string(247, 'z') + "0x7a "), std::string::npos);
+}
+
+TEST_F(DataServer, RelativeModeChoosesByLength) {
+    rel_enable = true;
+    const auto by = console::relativeRecord(5, 7, console::kLeft, 0);
+    handle({by.begin(), by.end()});
+    EXPECT_EQ(computer_.state().x, 5);
+    EXPECT_EQ(computer_.state().buttons, 1);
+    const auto to = console::absoluteRecord(0, 1079, console::kNoButton, 0);
+    handle({to.begin(), to.end()});
+    EXPECT_EQ(computer_.state().absoluteY, 4092);
+    rel_enable = false;
+    handle({by.begin(), by.end()});
+    EXPECT_NE(log_.find("error data\n"), std::string::npos);
+}
+
+TEST_F(DataServer, RecordDuringALinkTestIsADataError) {
+    query_link = true;
+    handle(key('a'));
+    EXPECT_EQ(log_,
+              "192.168.1.20 data error: W\xAB\x01"
+              "0x57 0xab 0x1 0x0 0x0 0x4 0x0 0x0 0x0 0x0 0x0 ---0x57 0xab\n");
+    EXPECT_EQ(computer_.state().reports, 0U);
+}
+
+TEST_F(DataServer, AnswersLockKeys) {
+    EXPECT_EQ(answerTo("capslock"), "off");
+    EXPECT_NE(log_.find("capslock OFF\nsend ok\n"), std::string::npos);
+    computer_.setLeds(sim::kCapsLed);
+    EXPECT_EQ(answerTo("capslock"), "on");
+    EXPECT_EQ(log_.substr(log_.size() - 12), "capslock ON\n");
+    EXPECT_EQ(answerTo("numlock"), "off");
+    EXPECT_NE(log_.find("numlock OFF\nsend ok\n"), std::string::npos);
+    EXPECT_EQ(answerTo("syncled and more"), "capslock=on&numlock=off");
+    EXPECT_EQ(answerTo("capslock2"), "");
+    EXPECT_NE(log_.find("data error: capslock2"), std::string::npos);
+}
+
+TEST_F(DataServer, AnswersLinkWithPictureAndMode) {
+    EXPECT_EQ(answerTo("link"), "vi_w=1920&vi_h=1080&kvm=abs");
+    rel_enable = true;
+    vi_w = 480;
+    vi_h = 4294967295;
+    EXPECT_EQ(answerTo("linkage"), "vi_w=480&vi_h=-1&kvm=rel");
+}
+
+TEST_F(DataServer, OutSetsTheLockKeysOfTheComputer) {
+    handle("out=on&num=on");
+    EXPECT_EQ(computer_.state().leds, sim::kCapsLed | sim::kNumLed);
+    handle("out=off&num=keep");
+    EXPECT_EQ(computer_.state().leds, sim::kNumLed);
+    handle("out");
+    EXPECT_EQ(computer_.state().leds, sim::kNumLed);
+    EXPECT_EQ(computer_.state().keys[0], 0) << "a key is left down";
+}
+
+TEST_F(DataServer, OutIsForThoseWhoMayControl) {
+    link({kConsole});
+    handle("out=on&num=on", kStranger);
+    EXPECT_NE(log_.find("192.168.1.30 data error: out=on&num=on0x6f "), std::string::npos);
+    EXPECT_EQ(computer_.state().leds, 0);
+    handle("software=out=on&num=off", kStranger);
+    EXPECT_EQ(computer_.state().leds, sim::kCapsLed);
+    EXPECT_EQ(answerTo("link", kStranger).substr(0, 5), "vi_w=") << "questions are for all";
+}
+
+TEST_F(DataServer, ErrorLinesPrintWhatCame) {
+    handle("a\tb\x1b[1m");
+    EXPECT_EQ(log_.rfind("192.168.1.20 data error: a\tb\x1b[1m0x61 0x9 0x62 0x1b ", 0), 0U);
+    handle(std::string(256, '\xFF'));
+    EXPECT_NE(log_.find("0xff ---0x57 0xab\n"), std::string::npos);
+    handle(std::string(1, 0x57));
+    EXPECT_EQ(log_, "192.168.1.20 data error: W0x57 ---0x57 0xab\n");
+}
+
+}  // namespace

@@ -1,0 +1,98 @@
+#include "kvm_comm.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdint>
+
+#include "myserial.h"
+#include "registers.h"
+#include "support.h"
+
+namespace {
+
+struct Seq {
+    bool ok;
+    std::string target, answer;
+    int port;
+};
+
+Seq parse(std::string text) {
+    char target[16] = "unset", answer[16] = "unset";
+    int port = -5;
+    const bool ok = get_seq_ip(text.data(), target, answer, &port);
+    return {ok, target, answer, port};
+}
+
+TEST(GetSeqIp, TakesTargetAndAnswerAddress) {
+    const Seq seq = parse("[seq]\n[controlled]=192.168.1.10\nback=192.168.1.20:5000\nusb\n");
+    EXPECT_TRUE(seq.ok);
+    EXPECT_EQ(seq.target, "192.168.1.10");
+    EXPECT_EQ(seq.answer, "192.168.1.20");
+    EXPECT_EQ(seq.port, 5000);
+    EXPECT_EQ(parse("[seq]\na=1.2.3.4\nanswer=192.168.1.20:xyz\nusb").port, 0);
+}
+
+TEST(GetSeqIp, RefusesWhatIsMalformed) {
+    EXPECT_FALSE(parse("[seq]\na=1.2.3.4\nback=192.168.1.20:5000\n").ok);  // three lines
+    EXPECT_FALSE(parse("[seq]\nno address\nback=192.168.1.20:5000\nusb").ok);
+    EXPECT_FALSE(parse("[seq]\na=1.2.3.4\nback 192.168.1.200:5000\nusb").ok);
+    EXPECT_FALSE(parse("[seq]\na=1.2.3.4\nback=192.168.1.200 5000\nusb").ok);
+    EXPECT_FALSE(parse("[seq]\na=1234567890123456\nback=192.168.1.20:5000\nusb").ok);
+    EXPECT_FALSE(parse("[seq]\na=1.2.3.4\nback=1234567890123456:5000\nusb").ok);
+    EXPECT_FALSE(parse("").ok);
+    const Seq tooShort = parse("[seq]\na=1.2.3.4\nb=1.2.3.4:1\nusb");
+    EXPECT_FALSE(tooShort.ok);
+    EXPECT_EQ(tooShort.target, "1.2.3.4");
+}
+
+TEST(GetLocalIp, ReadsTheAddressOfEth0) {
+    test::writeFile("/data/net.ini", "kMac=1\nkEth0Ip=10.0.0.7\nkEth1Ip=10.0.0.8\n");
+    EXPECT_EQ(GetLocalIp(), "10.0.0.7");
+    test::writeFile("/data/net.ini", "  kEth0Ip:10.0.0.9");
+    EXPECT_EQ(GetLocalIp(), "10.0.0.9");
+    test::writeFile("/data/net.ini", "kEth0Ip\n");
+    EXPECT_EQ(GetLocalIp(), "");
+    test::writeFile("/data/net.ini", "nothing\n");
+    EXPECT_EQ(GetLocalIp(), "kEth0Ip");
+    unlink("/data/net.ini");
+    EXPECT_EQ(GetLocalIp(), "kEth0Ip");
+}
+
+TEST(DevMem, ReadsAndWritesOneWord) {
+    sim::Registers registers;
+    EXPECT_EQ(hi_sys_set_reg(0x120F0100, 0x89ABCDEF), 0);
+    EXPECT_EQ(registers.get(0x120F0100), 0x89ABCDEFU);
+    EXPECT_EQ(registers.get(0x120F00FC), 0U);
+    EXPECT_EQ(registers.get(0x120F0104), 0U);
+    unsigned value = 0;
+    EXPECT_EQ(hi_sys_get_reg(0x120F0100, &value), 0);
+    EXPECT_EQ(value, 0x89ABCDEFU);
+    EXPECT_EQ(hi_sys_get_reg(0x120F0100, nullptr), static_cast<int>(0xA0028006));
+}
+
+TEST(DevMem, MapsAcrossPages) {
+    sim::Registers registers;
+    registers.set(0x12001000, 0x11223344);
+    void *mapped = hi_sys_io_mmap(0x12000FFC, 8);
+    ASSERT_NE(mapped, nullptr);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(mapped) % 4096, 0xFFCU);
+    EXPECT_EQ(static_cast<volatile unsigned *>(mapped)[1], 0x11223344U);
+    EXPECT_EQ(sample_sys_munmap(mapped, 8), 0);
+    EXPECT_EQ(test::printedBy([] { EXPECT_EQ(hi_sys_io_mmap(0x12000000, 0), nullptr); }),
+              "func: hi_sys_io_mmap size can't be 0.\n");
+}
+
+TEST(DevMem, MissingDeviceFailsAndLeavesTheOutput) {
+    unsigned value = 5;
+    EXPECT_EQ(test::complainedBy([&] {
+                  EXPECT_EQ(hi_sys_get_reg(0x12000000, &value), -1);
+                  EXPECT_EQ(SAMPLE_SYS_SetReg(0x12000000, 1), -1);
+              }),
+              "open dev/mem error: No such file or directory\n"
+              "open dev/mem error: No such file or directory\n");
+    EXPECT_EQ(SAMPLE_SYS_GetReg(0x12000000, nullptr), static_cast<int>(0xA0028006));
+    EXPECT_EQ(value, 5U);
+}
+
+}  // namespace

@@ -1,0 +1,15 @@
+// Every test runs on a private host: its own /dev, network and settings.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "private_host.h"
+
+int main(int argc, char **argv) {
+    testing::InitGoogleTest(&argc, argv);
+    if (testing::GTEST_FLAG(list_tests)) return RUN_ALL_TESTS();
+    return sim::runOnPrivateHost([] {
+        // Where ./quillon.ini of a test lies.
+        return chdir("/data") == 0 ? RUN_ALL_TESTS() : 1;
+    });
+}

@@ -1,0 +1,163 @@
+#include "myserial.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include "registers.h"
+#include "serial_ports.h"
+#include "support.h"
+
+namespace {
+
+using test::complainedBy;
+using test::printedBy;
+
+class Serial : public testing::Test {
+  protected:
+    Serial() : ports_(false) { ports_.attach(2, device_); }
+    ~Serial() override { MySerial::close_port(); }
+
+    static void openAt(int baud) {
+        complainedBy([&] { MySerial::open_port(MySerial::kUART2); });
+        ASSERT_TRUE(MySerial::set_opt(baud, 8, 1, 'N', 0, 0));
+    }
+
+    test::ScriptedDevice device_;
+    sim::SerialPorts ports_;
+};
+
+TEST_F(Serial, OpenIsFalseButUsableWithoutATerminal) {
+    const std::string said =
+        complainedBy([] { EXPECT_FALSE(MySerial::open_port(MySerial::kUART2)); });
+    EXPECT_EQ(said.rfind("standard input is not a terminal device: ", 0), 0U) << said;
+    EXPECT_TRUE(MySerial::set_opt(115200, 8, 1, 'N', 0, 0));
+    EXPECT_EQ(MySerial::nwrite("ab", 2), 2);
+    EXPECT_EQ(device_.waitFor(2), (test::Bytes{'a', 'b'}));
+}
+
+TEST_F(Serial, OpenIsTrueOnATerminalAndBlocking) {
+    const int terminal = open("/quillon-board/pts/ptmx", O_RDWR);
+    ASSERT_GE(terminal, 0);
+    const int input = dup(STDIN_FILENO);
+    dup2(terminal, STDIN_FILENO);
+    EXPECT_TRUE(MySerial::open_port(MySerial::kUART0));
+    EXPECT_EQ(fcntl(MySerial::fd_, F_GETFL) & O_NONBLOCK, 0);
+    dup2(input, STDIN_FILENO);
+}
+
+TEST_F(Serial, MaxPortOpensNothingAndTestsWhatIsOpen) {
+    EXPECT_EQ(complainedBy([] { EXPECT_FALSE(MySerial::open_port(MySerial::kCOMPortMax)); }),
+              "fcntl failed!: Bad file descriptor\n");
+    openAt(115200);
+    const int open = MySerial::fd_;
+    complainedBy([] { MySerial::open_port(MySerial::kCOMPortMax); });
+    EXPECT_EQ(MySerial::fd_, open);
+}
+
+TEST_F(Serial, SpeedsAreTheSixThatItKnows) {
+    openAt(115200);
+    for (const int baud : {2400, 4800, 9600, 38400, 57600, 115200}) {
+        EXPECT_TRUE(MySerial::set_opt(baud, 8, 1, 'N', 10, 1));
+        EXPECT_EQ(ports_.hostBaud(2), baud);
+    }
+    EXPECT_TRUE(MySerial::set_opt(19200, 8, 1, 'N', 10, 1));
+    EXPECT_EQ(ports_.hostBaud(2), 9600);
+}
+
+TEST_F(Serial, OptionsAreRaw) {
+    openAt(9600);
+    ASSERT_TRUE(MySerial::set_opt(9600, 8, 2, 'O', 0x10A, 0x101));
+    termios options{};
+    ASSERT_EQ(tcgetattr(MySerial::fd_, &options), 0);
+    EXPECT_EQ(options.c_lflag, 0U);
+    EXPECT_EQ(options.c_oflag, 0U);
+    EXPECT_EQ(options.c_iflag, static_cast<tcflag_t>(INPCK | ISTRIP));
+    EXPECT_NE(options.c_cflag & CSTOPB, 0U);
+    EXPECT_EQ(options.c_cc[VTIME], 0x0A);
+    EXPECT_EQ(options.c_cc[VMIN], 0x01);
+}
+
+TEST_F(Serial, ReadWaitsForItsTimeAndTakesOneAnswer) {
+    openAt(115200);
+    device_.answer('?', {1, 2, 3});
+    char buffer[16] = {};
+    EXPECT_EQ(MySerial::nwrite("?", 1), 1);
+    EXPECT_EQ(MySerial::nread(buffer, sizeof buffer, 2000000), 3);
+    EXPECT_EQ(buffer[2], 3);
+
+    for (const auto &[asked, least] : {std::pair{0, 60}, std::pair{120000, 120}}) {
+        const auto start = sim::Clock::now();
+        EXPECT_EQ(printedBy([&, wait = asked] { MySerial::nread(buffer, 1, wait); }),
+                  "select time out\n");
+        EXPECT_GE(sim::Clock::now() - start, std::chrono::milliseconds(least));
+    }
+}
+
+TEST_F(Serial, NothingLengthsWriteNothing) {
+    EXPECT_EQ(MySerial::nwrite("a", 0), 0);
+    EXPECT_EQ(MySerial::nwrite("a", -1), 0);
+}
+
+TEST_F(Serial, ClosedPortNeverTouchesWhoGotItsNumber) {
+    openAt(115200);
+    const int number = MySerial::fd_;
+    MySerial::close_port();
+    EXPECT_EQ(MySerial::fd_, number);
+
+    int pair[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
+    const int far = fcntl(pair[1], F_DUPFD, number + 100);
+    ASSERT_EQ(dup2(pair[0], number), number);
+    ASSERT_EQ(write(far, "x", 1), 1);
+    char byte = 0;
+    EXPECT_EQ(printedBy([&] { EXPECT_EQ(MySerial::nread(&byte, 1, 0), -1); }), "select error\n");
+    EXPECT_EQ(complainedBy([] {
+                  EXPECT_FALSE(MySerial::set_opt(9600, 8, 1, 'N', 0, 0));
+                  EXPECT_FALSE(MySerial::open_port(MySerial::kCOMPortMax));
+              }),
+              "SetupSerial: Bad file descriptor\nfcntl failed!: Bad file descriptor\n");
+    MySerial::close_port();
+    EXPECT_EQ(read(number, &byte, 1), 1) << "the socket was closed or read";
+}
+
+TEST_F(Serial, NeverOpenedReportsAndClosesNothing) {
+    char byte = 0;
+    EXPECT_EQ(printedBy([&] { EXPECT_EQ(MySerial::nread(&byte, 1, 0), -1); }), "select error\n");
+    MySerial::close_port();
+    MySerial::fd_ = 0;
+    MySerial::close_port();
+    EXPECT_NE(fcntl(0, F_GETFD), -1);
+    MySerial::fd_ = -1;
+}
+
+TEST(MissingSerial, EachPortHasItsMessage) {
+    const char *expected[] = {"Can't Open Serial UART0 Port: ", "Can't Open Serial UART1 Port: ",
+                              "Can't Open Serial UART2 Port: ", "Can't Open Serial UART3 Port\n: "};
+    for (int port = 0; port < 4; ++port) {
+        EXPECT_EQ(complainedBy([&] {
+                      EXPECT_FALSE(MySerial::open_port(static_cast<MySerial::ComPort>(port)));
+                  }),
+                  std::string(expected[port]) + "No such file or directory\n");
+        EXPECT_EQ(MySerial::fd_, -1);
+    }
+}
+
+TEST(UartWrite, PutsTheLastByteIntoTheDataRegister) {
+    sim::Registers registers;  // flags of an idle UART
+    char data[] = {'a', '\xF0'};
+    EXPECT_EQ(MySerial::uartWrite(data, 0), 1);
+    EXPECT_EQ(registers.get(0x12130000), 0U);
+    EXPECT_EQ(MySerial::uartWrite(data, 2), 1);
+    EXPECT_EQ(registers.get(0x12130000), 0xF0U);
+}
+
+TEST(UartWrite, EndsWithoutRegisters) {
+    char data[] = {'a'};
+    EXPECT_EQ(printedBy([&] { EXPECT_EQ(MySerial::uartWrite(data, 1), 1); }),
+              "uart register access failed\n");
+}
+
+}  // namespace

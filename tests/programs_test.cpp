@@ -1,0 +1,140 @@
+// quillon-board and quillon-console as a user runs them.
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstdio>
+
+#include "support.h"
+
+namespace {
+
+constexpr char kBoard[] = PROGRAM_DIR "/quillon-board ";
+constexpr char kConsole[] = PROGRAM_DIR "/quillon-console --to 192.168.1.10 ";
+
+struct Outcome {
+    int status;
+    std::string said;
+};
+
+// Runs a shell command; what it said on both outputs.
+Outcome run(const std::string &command) {
+    FILE *pipe = popen((command + " 2>&1").c_str(), "r");
+    Outcome outcome{-1, ""};
+    if (pipe == nullptr) return outcome;
+    char chunk[4096];
+    for (std::size_t n; (n = fread(chunk, 1, sizeof chunk, pipe)) > 0;)
+        outcome.said.append(chunk, n);
+    const int status = pclose(pipe);
+    outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return outcome;
+}
+
+bool holds(const Outcome &outcome, const std::string &text) {
+    return outcome.said.find(text) != std::string::npos;
+}
+
+TEST(QuillonBoard, ShowsWhatReachesTheComputerAndEndsWithItsCommand) {
+    const Outcome outcome =
+        run(std::string(kBoard) + "-- sh -c \"" + kConsole + "type 'Hello, World!'; " + kConsole +
+            "key ctrl+alt+delete capslock; " + kConsole + "mouse click left --at 960 540; " +
+            kConsole + "mouse wheel -2 --at 960 540; exit 7\"");
+    EXPECT_EQ(outcome.status, 7);
+    EXPECT_EQ(outcome.said,
+              "typed     Hello, World!\n"
+              "key       ctrl+alt+delete\n"
+              "locks     Num off, Caps on, Scroll off\n"
+              "pointer   at 960,540\n"
+              "buttons   left down at 960,540\n"
+              "buttons   none down at 960,540\n"
+              "wheel     turned by -2 at 960,540\n");
+}
+
+TEST(QuillonBoard, PacedTextArrivesWholeAndKeepLeavesSettingsAndLog) {
+    mkdir("/kept", 0755);
+    const std::string text(40, 'x');
+    const Outcome outcome =
+        run(std::string(kBoard) + "--pace --log --keep /kept -- " + kConsole + "type " + text);
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_TRUE(holds(outcome, "typed     " + text + "\n")) << outcome.said;
+    EXPECT_TRUE(holds(outcome, "log       ---ch9329 ini ok---\n"));
+    EXPECT_NE(test::readFile("/kept/quillon.ini").find("com_port=COM2\n"), std::string::npos);
+    EXPECT_NE(test::readFile("/kept/quillon.log").find("---ch9329 ini ok---\n"), std::string::npos);
+}
+
+TEST(QuillonBoard, LeavesNothingOnThePc) {
+    run(std::string(kBoard) + "-- true");
+    for (const char *path :
+         {"/dev/mem", "/dev/ttyAMA0", "/data/quillon", "/version/hardware_info"}) {
+        struct stat info {};
+        EXPECT_NE(stat(path, &info), 0) << path;
+    }
+    EXPECT_EQ(run("ip link show eth0").status, 1);
+}
+
+TEST(QuillonBoard, WrongArgumentsAreOneLineAndStatusTwo) {
+    for (const char *arguments : {"--chip CH1", "--bogus", "--config /nowhere", "--keep /nowhere",
+                                  "--ip 1.2.3", "--chip-baud fast", "--stored-baud 1"}) {
+        const Outcome outcome = run(std::string(kBoard) + arguments);
+        EXPECT_EQ(outcome.status, 2) << arguments;
+        EXPECT_EQ(outcome.said.find('\n'), outcome.said.size() - 1) << outcome.said;
+    }
+    mkdir("/data/kept", 0755);
+    EXPECT_TRUE(holds(run(std::string(kBoard) + "--keep /data/kept"), "own /data"));
+    EXPECT_EQ(run(std::string(kBoard) + "--help").status, 0);
+    EXPECT_EQ(run(std::string(kBoard) + "-- no-such-command").status, 1);
+}
+
+TEST(QuillonBoard, SaysWhyADaemonEnded) {
+    const Outcome outcome = run(std::string(kBoard) + "--config /proc/version -- true");
+    EXPECT_EQ(outcome.status, 0) << "settings that hold nothing are no reason";
+    const Outcome ended = run(std::string(kBoard) + "--board QBR_UNKNOWN -- true");
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_TRUE(holds(ended, "the daemon ended with status 1"));
+}
+
+TEST(QuillonBoard, SignalEndsEverything) {
+    const Outcome outcome = run("timeout -s INT 3 " + std::string(kBoard) +
+                                "-- sleep 60; "
+                                "! grep -l quillon /proc/[0-9]*/comm");
+    EXPECT_EQ(outcome.said, "");
+    EXPECT_EQ(outcome.status, 0) << "something was left running";
+}
+
+TEST(QuillonConsole, ErrorsComeBeforeAnythingIsSent) {
+    const std::string nobody = PROGRAM_DIR "/quillon-console --to 127.0.0.1 --port 9 ";
+    const std::pair<const char *, const char *> wrong[] = {
+        {"type 'na\xC3\xAFve'", "no key for byte 0xc3, character 3"},
+        {"key ctrl+alt+nokey", "unknown key \"nokey\""},
+        {"key a+b", "only one reaches the computer"},
+        {"mouse by 1 1", "nobody listens at 127.0.0.1:9"}};
+    for (const auto &[arguments, message] : wrong) {
+        const Outcome outcome = run(nobody + arguments);
+        EXPECT_EQ(outcome.status, 1) << arguments;
+        EXPECT_TRUE(holds(outcome, message)) << outcome.said;
+    }
+    for (const char *arguments : {"", "type a b c", "mouse move 1", "mouse click up --at 1 1",
+                                  "mouse move 70000 1", "--port 0 type a", "dance"}) {
+        const Outcome outcome = run(nobody + arguments);
+        EXPECT_EQ(outcome.status, 2) << arguments;
+        EXPECT_EQ(outcome.said.find('\n'), outcome.said.size() - 1) << outcome.said;
+    }
+}
+
+TEST(QuillonConsole, MovementsNeedRelativeMode) {
+    test::writeFile("/data/rel.ini", "buad_rate=115200\nchip_model=rel\n");
+    const Outcome relative =
+        run(std::string(kBoard) + "--config /data/rel.ini -- " + kConsole + "mouse by 200 -- -10");
+    EXPECT_TRUE(holds(relative, "pointer   at 200,0\n")) << relative.said;
+    const Outcome absolute = run(std::string(kBoard) + "-- " + kConsole + "mouse by 1 1");
+    EXPECT_EQ(absolute.status, 1);
+    EXPECT_TRUE(holds(absolute, "absolute mode"));
+}
+
+TEST(QuillonConsole, TypesStandardInput) {
+    const Outcome outcome =
+        run("printf 'line 1\\n\\tline 2' | " + std::string(kBoard) + "-- " + kConsole + "type");
+    EXPECT_EQ(outcome.said, "typed     line 1\\n\ntyped     \\tline 2\n");
+}
+
+}  // namespace
