@@ -128,16 +128,6 @@ TEST(SetUpBoard, SetsPinsPortAndFamilyOfEveryBoard) {
     EXPECT_FALSE(hasCh9329("QBRD10401m2_3020_R1"));
 }
 
-TEST(SetUsbPower, SwitchesOnWithOneWriteAndKnowsNoOtherBoards) {
-    sim::Registers registers;
-    EXPECT_TRUE(set_usb_power(true, QBX_3000));
-    EXPECT_TRUE(set_usb_power(true, QBX_300));
-    EXPECT_EQ(registers.get(0x120F0170), 1U);
-    EXPECT_EQ(registers.get(0x120F02D8), 1U);
-    EXPECT_EQ(registers.get(0x12220400), 0U);
-    EXPECT_EQ(printedBy([] { EXPECT_TRUE(set_usb_power(false, QBX_31DV200)); }), "");
-}
-
 TEST(SetUsbPower, UnreadableRegisterIsReportedOnceAndNotWritten) {
     std::string said;
     test::complainedBy([&] { said = printedBy([] { set_usb_power(false, QBX_3000); }); });

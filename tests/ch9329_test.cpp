@@ -92,13 +92,6 @@ TEST_F(Chip, CutAnywhereIsForgottenAfterTheGap) {
     }
 }
 
-TEST_F(Chip, StrictPacketsHoldOneFrame) {
-    Bytes twice = frame(0x02, kKeyA);
-    twice.insert(twice.end(), twice.begin(), twice.end());
-    chip_.strictPackets(true);
-    EXPECT_EQ(ask(twice).size(), 7U);
-}
-
 TEST_F(Chip, KeepsToItsAddress) {
     auto block = chip_.parameters();
     block[2] = 7;
@@ -118,24 +111,6 @@ TEST_F(Chip, NewSpeedActsAfterARestart) {
     EXPECT_EQ(chip_.baud(), 115200);
     EXPECT_EQ(ask(frame(0x01, {}), 10ms), kNothing) << "it restarts";
     EXPECT_EQ(ask(frame(0x01, {})).size(), 14U);
-}
-
-TEST_F(Chip, PowerLossKeepsOrForgets) {
-    chip_.powerCycle();
-    EXPECT_EQ(chip_.baud(), 115200);
-    chip_.forgetOnPowerLoss(true);
-    chip_.powerCycle();
-    EXPECT_EQ(chip_.baud(), 9600);
-    EXPECT_EQ(chip_.storedBaud(), 9600);
-}
-
-TEST_F(Chip, StringsAndFactorySettings) {
-    EXPECT_EQ(ask(frame(0x0B, {1, 3, 'a', 'b', 'c'})), frame(0x8B, {0}));
-    EXPECT_EQ(ask(frame(0x0A, {1})), frame(0x8A, {1, 3, 'a', 'b', 'c'}));
-    EXPECT_EQ(ask(frame(0x0B, {1, 4, 'a', 'b', 'c'})), frame(0xCB, {0xE5}));
-    EXPECT_EQ(ask(frame(0x0A, {3})), frame(0xCA, {0xE5}));
-    EXPECT_EQ(ask(frame(0x0C, {})), frame(0x8C, {0}));
-    EXPECT_EQ(chip_.storedBaud(), 9600);
 }
 
 TEST_F(Chip, PulledCableIsSeenAndReleasesKeys) {

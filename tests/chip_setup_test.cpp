@@ -59,17 +59,6 @@ TEST_F(ChipSetup, OpenPortTakesPortAndSpeedFromTheSettings) {
     EXPECT_EQ(ports_.hostBaud(0), 57600);
 }
 
-TEST_F(ChipSetup, UnknownPortOpensNothingAndSetsWhatIsOpen) {
-    configure(Config::kBaudRate, "115200");
-    openQuietly();
-    const int open = MySerial::fd_;
-    configure(Config::kComPort, "COM9");
-    configure(Config::kBaudRate, "2400");
-    openQuietly();
-    EXPECT_EQ(MySerial::fd_, open);
-    EXPECT_EQ(ports_.hostBaud(3), 2400);
-}
-
 TEST_F(ChipSetup, RewriteKeepsAllButTheSpeed) {
     configure(Config::kBaudRate, "115200");
     openQuietly();

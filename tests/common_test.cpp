@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "state.h"
+#include "state.h"  // sharedLoad, sharedStore
 
 namespace {
 
@@ -79,14 +79,6 @@ TEST(StrToNumber, TakesPrefixedHexadecimalAndElseDecimal) {
     EXPECT_EQ(parse(StrToNumber, "0xg"), (Parsed{-1, 0}));
 }
 
-TEST(CopyText, CutsAndClearsTheField) {
-    char field[4] = {'x', 'x', 'x', 'x'};
-    copyText(field, sizeof field, "a");
-    EXPECT_EQ(std::string(field, 4), std::string("a\0\0\0", 4));
-    copyText(field, sizeof field, "abcdef");
-    EXPECT_STREQ(field, "abc");
-}
-
 void *raise(void *word) {
     sharedStore(*static_cast<int *>(word), 1);
     return nullptr;
@@ -102,20 +94,6 @@ TEST(CreateThread, RunsDetachedAndJoinable) {
     word = 0;
     ASSERT_NE(CreateThread(raise, 0, 1, true, &word), 0U);
     while (sharedLoad(word) == 0) sched_yield();
-}
-
-TEST(State, StartsAsAFreshProcessShould) {
-    EXPECT_EQ(vi_w, 1920U);
-    EXPECT_EQ(vi_h, 1080U);
-    EXPECT_TRUE(pthread_vi_get);
-    EXPECT_EQ(hd_info, QBX_3000);
-    EXPECT_FALSE(version || per || rel_enable || query_link || outCapsLock || outNumLock ||
-                 is_finish || enMultiSocket || enApplySocket || enOsdSocket || enUdpSocket ||
-                 enHtBeatSocket);
-    EXPECT_TRUE(multiSocket == nullptr && applySocket == nullptr && htBeatSocket == nullptr &&
-                udpsocket == nullptr && osdSocket == nullptr);
-    EXPECT_EQ(c_netmsgid, -1);
-    EXPECT_EQ(c_osdmsgtype, 2);
 }
 
 }  // namespace

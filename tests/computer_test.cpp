@@ -66,28 +66,4 @@ TEST_F(Typing, CombinationsAreKeysAndNotText) {
     EXPECT_EQ(computer_.state().text, "");
 }
 
-TEST_F(Typing, DetachReleasesEverythingAndHearsNothing) {
-    report(1, {0x04});
-    computer_.absoluteReport(1, 10, 10, 0);
-    computer_.detach();
-    EXPECT_EQ(computer_.state().modifiers | computer_.state().keys[0] | computer_.state().buttons,
-              0);
-    report(0, {0x05});
-    computer_.relativeReport(0, 5, 5, 0);
-    EXPECT_EQ(computer_.state().reports, 2U);
-}
-
-TEST_F(Typing, PointerFollowsBothKindsOfMovement) {
-    computer_.absoluteReport(0, 2048, 2048, 0);
-    EXPECT_EQ(computer_.state().x, 960);
-    EXPECT_EQ(computer_.state().y, 540);
-    computer_.relativeReport(4, -10, 127, -2);
-    EXPECT_EQ(computer_.state().x, 950);
-    EXPECT_EQ(computer_.state().y, 667);
-    EXPECT_EQ(computer_.state().wheel, -2);
-    for (int i = 0; i < 20; ++i) computer_.relativeReport(0, -128, 127, 0);
-    EXPECT_EQ(computer_.state().x, 0);
-    EXPECT_EQ(computer_.state().y, 1079);
-}
-
 }  // namespace

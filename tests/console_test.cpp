@@ -57,14 +57,6 @@ TEST(TypeText, ShiftGoesDownAndUpInRecordsOfItsOwn) {
     EXPECT_EQ(typed(""), Strokes{});
 }
 
-TEST(TypeText, NamesWhatTheLayoutLacks) {
-    std::vector<Datagram> records;
-    std::string error;
-    EXPECT_FALSE(console::typeText("na\xC3\xAFve", records, error));
-    EXPECT_EQ(error, "the US layout has no key for byte 0xc3, character 3 of the text");
-    EXPECT_FALSE(console::typeText(std::string(1, '\0'), records, error));
-}
-
 TEST(Mouse, LargeDistancesAreCutIntoSteps) {
     const auto moves = console::moveBy(-300, 5);
     ASSERT_EQ(moves.size(), 3U);
@@ -81,14 +73,6 @@ TEST(Mouse, LargeDistancesAreCutIntoSteps) {
     const auto turns = console::wheelAt(1, 2, -200);
     EXPECT_EQ(turns.size(), 3U);
     EXPECT_EQ(turns[1], (Datagram{0x57, 0xAB, 4, 1, 0, 1, 0, 2, 0, 0x81}));
-}
-
-TEST(Mouse, ClickMovesPressesAndReleases) {
-    const auto click = console::clickAt(0x1234, 0x0056, console::kRight);
-    ASSERT_EQ(click.size(), 3U);
-    EXPECT_EQ(click[0], (Datagram{0x57, 0xAB, 4, 1, 0, 0x34, 0x12, 0x56, 0, 0}));
-    EXPECT_EQ(click[1][4], 2);
-    EXPECT_EQ(click[2], click[0]);
 }
 
 }  // namespace

@@ -96,11 +96,6 @@ TEST_F(Serial, ReadWaitsForItsTimeAndTakesOneAnswer) {
     }
 }
 
-TEST_F(Serial, NothingLengthsWriteNothing) {
-    EXPECT_EQ(MySerial::nwrite("a", 0), 0);
-    EXPECT_EQ(MySerial::nwrite("a", -1), 0);
-}
-
 TEST_F(Serial, ClosedPortNeverTouchesWhoGotItsNumber) {
     openAt(115200);
     const int number = MySerial::fd_;
@@ -123,16 +118,6 @@ TEST_F(Serial, ClosedPortNeverTouchesWhoGotItsNumber) {
     EXPECT_EQ(read(number, &byte, 1), 1) << "the socket was closed or read";
 }
 
-TEST_F(Serial, NeverOpenedReportsAndClosesNothing) {
-    char byte = 0;
-    EXPECT_EQ(printedBy([&] { EXPECT_EQ(MySerial::nread(&byte, 1, 0), -1); }), "select error\n");
-    MySerial::close_port();
-    MySerial::fd_ = 0;
-    MySerial::close_port();
-    EXPECT_NE(fcntl(0, F_GETFD), -1);
-    MySerial::fd_ = -1;
-}
-
 TEST(MissingSerial, EachPortHasItsMessage) {
     const char *expected[] = {"Can't Open Serial UART0 Port: ", "Can't Open Serial UART1 Port: ",
                               "Can't Open Serial UART2 Port: ", "Can't Open Serial UART3 Port\n: "};
@@ -152,12 +137,6 @@ TEST(UartWrite, PutsTheLastByteIntoTheDataRegister) {
     EXPECT_EQ(registers.get(0x12130000), 0U);
     EXPECT_EQ(MySerial::uartWrite(data, 2), 1);
     EXPECT_EQ(registers.get(0x12130000), 0xF0U);
-}
-
-TEST(UartWrite, EndsWithoutRegisters) {
-    char data[] = {'a'};
-    EXPECT_EQ(printedBy([&] { EXPECT_EQ(MySerial::uartWrite(data, 1), 1); }),
-              "uart register access failed\n");
 }
 
 }  // namespace

@@ -131,10 +131,4 @@ TEST(QuillonConsole, MovementsNeedRelativeMode) {
     EXPECT_TRUE(holds(absolute, "absolute mode"));
 }
 
-TEST(QuillonConsole, TypesStandardInput) {
-    const Outcome outcome =
-        run("printf 'line 1\\n\\tline 2' | " + std::string(kBoard) + "-- " + kConsole + "type");
-    EXPECT_EQ(outcome.said, "typed     line 1\\n\ntyped     \\tline 2\n");
-}
-
 }  // namespace

@@ -42,25 +42,6 @@ class Host {
     int fd_;
 };
 
-TEST(SerialPorts, CarriesEveryByteBothWays) {
-    test::ScriptedDevice device;
-    sim::SerialPorts ports(false);
-    ports.attach(1, device);
-    Bytes all(256);
-    for (std::size_t i = 0; i < all.size(); ++i) all[i] = static_cast<std::uint8_t>(i);
-    device.answer(0xFF, all);
-    Host host(B115200);
-    host.write(all);
-    EXPECT_EQ(device.waitFor(256), all);
-    Bytes answer;
-    while (answer.size() < 256) {
-        const Bytes some = host.read(2s);
-        ASSERT_FALSE(some.empty());
-        answer.insert(answer.end(), some.begin(), some.end());
-    }
-    EXPECT_EQ(answer, all);
-}
-
 TEST(SerialPorts, NothingPassesAtTheWrongSpeed) {
     test::ScriptedDevice device;
     sim::SerialPorts ports(false);

@@ -118,8 +118,4 @@ TEST(SoftwareConfig, SaysWhenItCannotSave) {
               "[SaveConfig]-115: save ./quillon.ini failed\n");
 }
 
-TEST(Singleton, IsOneForAllThreads) {
-    EXPECT_EQ(Singleton<Config>::getInstance(), Singleton<Config>::getInstance());
-}
-
 }  // namespace

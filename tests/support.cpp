@@ -33,8 +33,8 @@ void ScriptedDevice::receive(sim::SerialLine &line, const std::uint8_t *bytes, s
     const std::lock_guard<std::mutex> lock(mutex_);
     heard_.insert(heard_.end(), bytes, bytes + count);
     if (bytes[count - 1] == trigger_) line.send(answer_, baud_, {});
-    for (int i = 0; babbling_ && i < 64; ++i)
-        line.send(Bytes(200, 0x42), baud_, std::chrono::milliseconds(5));
+    for (int i = 0; babbling_ && i < 4 * 128; ++i)
+        line.send(Bytes(4, 0x42), baud_, std::chrono::milliseconds(1));
     changed_.notify_all();
 }
 

@@ -56,13 +56,6 @@ TEST(UdpSocket, EchoesToTheLastSender) {
     EXPECT_EQ(client.SendTo("127.0.0.1", 5000, nullptr, 1), -1);
 }
 
-TEST(UdpSocket, ServerHasNoFixedDestination) {
-    UDPSocket socket;
-    socket.CreateUDPServer(5000, 0, false, true);
-    EXPECT_EQ(printedBy([&] { EXPECT_EQ(socket.SendTo("x", 1), -1); }),
-              "please intput client_ip and client_port\n");
-}
-
 TEST(UdpSocket, ClientsSendConnectedAndNot) {
     UDPSocket server;
     server.CreateUDPServer(5000, 2, true, true);

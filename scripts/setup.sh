@@ -1,0 +1,36 @@
+# Sourced by the other scripts: installs what is missing on a Debian machine, and builds.
+
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+packages=(g++ cmake ninja-build libboost-dev libcli11-dev libgtest-dev iproute2)
+
+install_missing() {
+    local missing=() package
+    for package in "${packages[@]}"; do
+        dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'ok installed' ||
+            missing+=("$package")
+    done
+    [ ${#missing[@]} -gt 0 ] || return 0
+    local as_root=()
+    [ "$(id -u)" -eq 0 ] || as_root=(sudo)
+    echo "installing: ${missing[*]}"
+    "${as_root[@]}" apt-get update -qq
+    DEBIAN_FRONTEND=noninteractive "${as_root[@]}" apt-get install -y -qq \
+        --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+# build PRESET TARGET...: configures and builds in build-PRESET, quietly unless it fails.
+build() {
+    local preset=$1 log
+    shift
+    log=$(mktemp)
+    if ! { cmake --preset "$preset" && cmake --build --preset "$preset" --target "$@"; } \
+        >"$log" 2>&1; then
+        cat "$log" >&2
+        rm -f "$log"
+        echo "the build failed" >&2
+        exit 1
+    fi
+    rm -f "$log"
+}
