@@ -145,7 +145,8 @@ std::optional<Stroke> parseCombo(const std::string &text, std::string &error) {
         const std::uint8_t modifier = modifierOfName(name);
         const std::uint8_t usage = modifier == 0 ? usageOfName(name) : 0;
         if (modifier == 0 && usage == 0) {
-            error = "unknown key \"" + name + "\" in \"" + text + "\"";
+            error = "unknown key \"";
+            error.append(name).append("\" in \"").append(text).append("\"");
             return std::nullopt;
         }
         if (usage != 0 && stroke.usage != 0) {

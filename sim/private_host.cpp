@@ -150,56 +150,77 @@ void setPath() {
     setenv("PATH", (kToolDir + (":" + own) + ":/usr/sbin:/usr/bin:/sbin:/bin").c_str(), 1);
 }
 
-[[noreturn]] void runBody(const std::function<int()> &body) {
-    int status = 1;
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    // The first process of a PID namespace hears only the signals that it handles.
-    for (const int sig : {SIGINT, SIGTERM, SIGHUP}) signal(sig, [](int got) { _exit(128 + got); });
-    try {
-        assembleRoot();
-        setPath();
-        runTool({"ip", "link", "set", "lo", "up"}, "");
-        status = body();
-    } catch (const std::exception &error) {
-        fprintf(stderr, "cannot set up the private host: %s\n", error.what());
-    }
-    exit(status);
-}
-
-pid_t bodyProcess = -1;
+pid_t child = -1;
 
 void passOn(int sig) {
-    kill(bodyProcess, sig);
+    kill(child, sig);
 }
 
-int awaitBody() {
+// Waits for the child, to which signals go meanwhile, and takes in orphans.
+int awaitChild() {
     struct sigaction pass {};
     pass.sa_handler = passOn;
     for (const int sig : {SIGINT, SIGTERM, SIGHUP}) sigaction(sig, &pass, nullptr);
     int status = 0;
-    while (waitpid(bodyProcess, &status, 0) < 0 && errno == EINTR) continue;
+    for (pid_t gone = 0; gone != child;) {
+        gone = waitpid(-1, &status, 0);
+        if (gone < 0 && errno != EINTR) return 1;
+    }
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+pid_t forkOrThrow() {
+    fflush(nullptr);
+    const pid_t pid = fork();
+    require(pid >= 0, "fork");
+    return pid;
+}
+
+// Three processes: one that makes the namespaces, so that the caller stays where it is; the first
+// one in them, whose end ends all the others; and the body, from which the kernel would keep
+// signals and tracers away if it were the first. Each dies with the one before it.
+
+[[noreturn]] void runFirst(const std::function<int()> &body) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    try {
+        assembleRoot();
+        setPath();
+        runTool({"ip", "link", "set", "lo", "up"}, "");
+        child = forkOrThrow();
+    } catch (const std::exception &error) {
+        fprintf(stderr, "cannot set up the private host: %s\n", error.what());
+        _exit(1);
+    }
+    if (child == 0) exit(body());
+    _exit(awaitChild());
+}
+
+[[noreturn]] void runInNamespaces(const std::function<int()> &body) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    try {
+        unshareAll();
+        child = forkOrThrow();
+    } catch (const std::exception &error) {
+        fprintf(stderr, "%s\n", error.what());
+        _exit(1);
+    }
+    if (child == 0) runFirst(body);
+    _exit(awaitChild());
 }
 
 }  // namespace
 
 int runOnPrivateHost(const std::function<int()> &body) {
+    termios terminal{};
+    const bool onTerminal = tcgetattr(STDIN_FILENO, &terminal) == 0;
     try {
-        unshareAll();
+        child = forkOrThrow();
     } catch (const std::exception &error) {
         fprintf(stderr, "%s\n", error.what());
         return 1;
     }
-    termios terminal{};
-    const bool onTerminal = tcgetattr(STDIN_FILENO, &terminal) == 0;
-    fflush(nullptr);
-    bodyProcess = fork();
-    if (bodyProcess == 0) runBody(body);
-    if (bodyProcess < 0) {
-        perror("fork");
-        return 1;
-    }
-    const int status = awaitBody();
+    if (child == 0) runInNamespaces(body);
+    const int status = awaitChild();
     if (onTerminal && tcgetpgrp(STDIN_FILENO) == getpgrp())
         tcsetattr(STDIN_FILENO, TCSANOW, &terminal);
     return status;

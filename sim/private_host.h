@@ -5,7 +5,7 @@
 
 namespace sim {
 
-/// Runs body as the first process of private mount, PID, IPC and network namespaces (and a user
+/// Runs body in private mount, PID, IPC and network namespaces (and a user
 /// namespace when the caller may not make those) and returns what it returned, or 128 and the
 /// signal that ended it. The private host sees the PC's folders, a /dev without hardware, a
 /// loopback interface, and empty /version and /data; it goes with body, and nothing of it is left

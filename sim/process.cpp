@@ -24,6 +24,7 @@ class Environment {
                     texts_.erase(texts_.begin() + static_cast<long>(i));
             texts_.push_back(addition);
         }
+        pointers_.reserve(texts_.size() + 1);
         for (std::string &text : texts_) pointers_.push_back(text.data());
         pointers_.push_back(nullptr);
     }
