@@ -149,6 +149,14 @@ TEST_F(DaemonOnBoard, RewritesAChipThatStores9600AndAsksForAReboot) {
     EXPECT_TRUE(arrives("k"));
 }
 
+TEST_F(DaemonOnBoard, BoardPowerCyclesItselfAfterReboot) {
+    options_.chipBaud = 9600;  // and stores 115200
+    startListening("buad_rate=9600\n");
+    EXPECT_EQ(board_->chip().baud(), 115200);
+    type(kConsole, 'k');
+    EXPECT_TRUE(arrives("k"));
+}
+
 TEST_F(DaemonOnBoard, SilentChipIsAskedForEver) {
     options_.chip = false;
     start(kFast);
