@@ -55,6 +55,14 @@ std::string configuredPort(const std::string &settings) {
     return at == std::string::npos ? "" : settings.substr(at + strlen(kKey), strlen("COM3"));
 }
 
+// The addresses have to be there before anything listens at them.
+BoardOptions withNetwork(BoardOptions options) {
+    std::vector<std::string> addresses{options.address};
+    addresses.insert(addresses.end(), options.consoles.begin(), options.consoles.end());
+    makeEth0(addresses);
+    return options;
+}
+
 }  // namespace
 
 int chipPort(const std::string &identifier, const std::string &configured) {
@@ -66,17 +74,27 @@ int chipPort(const std::string &identifier, const std::string &configured) {
 }
 
 Board::Board(BoardOptions options)
-    : options_(std::move(options)), chip_(computer_, options_.chipBaud, options_.storedBaud) {
-    std::vector<std::string> addresses{options_.address};
-    addresses.insert(addresses.end(), options_.consoles.begin(), options_.consoles.end());
-    makeEth0(addresses);
+    : options_(withNetwork(std::move(options))),
+      chip_(computer_, options_.chipBaud, options_.storedBaud),
+      rawChip_(computer_),
+      consoles_(options_.consoles) {
     writeFiles();
     ports_ = std::make_unique<SerialPorts>(options_.paced);
-    if (!options_.chip)
+    if (options_.chip == BoardOptions::kNone) {
         computer_.detach();
-    else
-        ports_->attach(chipPort(options_.identifier, configuredPort(readFile(settingsFile()))),
-                       chip_);
+        return;
+    }
+    rawChip_.chatter(options_.chatter);
+    // A CH9350 sits on the one port that every board without a CH9329 uses.
+    ports_->attach(options_.chip == BoardOptions::kCh9350
+                       ? 3
+                       : chipPort(options_.identifier, configuredPort(readFile(settingsFile()))),
+                   hidChip());
+}
+
+HidChip &Board::hidChip() {
+    if (options_.chip == BoardOptions::kCh9350) return rawChip_;
+    return chip_;
 }
 
 Board::~Board() {
@@ -155,12 +173,12 @@ bool Board::waitUntilListening(std::chrono::milliseconds timeout) {
 void Board::waitUntilQuiet(std::chrono::milliseconds timeout) {
     constexpr int kQuietTicks = 50;
     const auto deadline = Clock::now() + timeout;
-    unsigned frames = chip_.counters().frames;
+    unsigned reports = computer_.state().reports;
     for (int quiet = 0; quiet < kQuietTicks && Clock::now() < deadline; ++quiet) {
         std::this_thread::sleep_for(kTick);
-        const unsigned now = chip_.counters().frames;
-        if (now != frames || udpBytesWaiting(dataPort_) != 0) quiet = 0;
-        frames = now;
+        const unsigned now = computer_.state().reports;
+        if (now != reports || udpBytesWaiting(dataPort_) != 0) quiet = 0;
+        reports = now;
     }
 }
 
@@ -184,7 +202,7 @@ int Board::stop() {
 void Board::powerCycle() {
     const std::lock_guard<std::mutex> lock(mutex_);
     daemon_->kill();
-    chip_.powerCycle();
+    hidChip().powerCycle();
     startDaemon();
 }
 

@@ -11,16 +11,20 @@
 #include <vector>
 
 #include "ch9329.h"
+#include "ch9350.h"
 #include "computer.h"
 #include "daemon.h"
+#include "output_consoles.h"
 #include "registers.h"
 #include "serial_ports.h"
+#include "video_source.h"
 
 namespace sim {
 
 struct BoardOptions {
     std::string identifier = "QBRD10401m2_3000_R1";
-    bool chip = true;
+    enum Chip { kNone, kCh9329, kCh9350 } chip = kCh9329;
+    bool chatter = false;     ///< a CH9350 sends its status every second
     int chipBaud = 115200;    ///< what the chip runs at when the board starts
     int storedBaud = 115200;  ///< what it takes at its next restart
     std::string address = "192.168.1.10";
@@ -70,7 +74,11 @@ class Board {
     std::shared_ptr<Daemon> daemon() const;
     /// Exit status of a daemon that ended by itself; none while it runs.
     std::optional<int> daemonStatus() const;
+    /// The chip that is soldered to it, whichever.
+    HidChip &hidChip();
     Ch9329 &chip() { return chip_; }
+    VideoSource &video() { return video_; }
+    OutputConsoles &consoles() { return consoles_; }
     Computer &computer() { return computer_; }
     Registers &registers() { return registers_; }
     SerialPorts &ports() { return *ports_; }
@@ -89,6 +97,9 @@ class Board {
     Registers registers_;
     Computer computer_;
     Ch9329 chip_;
+    Ch9350 rawChip_;
+    OutputConsoles consoles_;
+    VideoSource video_;
     std::unique_ptr<SerialPorts> ports_;
 
     mutable std::mutex mutex_;

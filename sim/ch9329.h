@@ -13,7 +13,7 @@
 namespace sim {
 
 /// Safe to use from any thread; receive is the serial line's.
-class Ch9329 : public SerialDevice {
+class Ch9329 : public HidChip {
   public:
     static constexpr std::size_t kParameterSize = 50;
     using Parameters = std::array<std::uint8_t, kParameterSize>;
@@ -29,13 +29,13 @@ class Ch9329 : public SerialDevice {
     Parameters parameters() const;
 
     /// Power off and on: what was stored acts, unless the chip forgets it with its power.
-    void powerCycle();
-    void plug();
-    void unplug();
+    void powerCycle() override;
+    void plug() override;
+    void unplug() override;
 
     // Faults, each until it is taken back.
-    void silence(bool on);                   ///< takes everything, answers nothing
-    void answerLate(Clock::duration delay);  ///< before every answer
+    void silence(bool on) override;
+    void answerLate(Clock::duration delay);                       ///< before every answer
     void splitAnswers(std::size_t bytes, Clock::duration pause);  ///< after so many bytes; 0: whole
     void spoilAnswers(bool on);                                   ///< wrong sums
     void forgetOnPowerLoss(bool on);  ///< as some boards were seen to do

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <stdexcept>
 
 #include "board.h"
@@ -45,6 +46,10 @@ std::string readText(const std::string &path) {
     if (!file) throw std::runtime_error("cannot read " + path);
     return {std::istreambuf_iterator<char>(file), {}};
 }
+
+const std::map<std::string, sim::BoardOptions::Chip> kChips{{"ch9329", sim::BoardOptions::kCh9329},
+                                                            {"ch9350", sim::BoardOptions::kCh9350},
+                                                            {"none", sim::BoardOptions::kNone}};
 
 // What ends the wait of the main thread.
 enum class Wake { kSignal, kCommandEnded, kTick };
@@ -146,8 +151,8 @@ void describe(CLI::App &app, Options &options) {
     app.add_option("--board", board.identifier, "Board identifier")
         ->type_name("ID")
         ->capture_default_str();
-    app.add_option("--chip", options.chip, "What is soldered to it: ch9329 or none")
-        ->check(CLI::IsMember({"ch9329", "none"}).description(""))
+    app.add_option("--chip", options.chip, "What is soldered to it: ch9329, ch9350 or none")
+        ->check(CLI::IsMember(kChips).description(""))
         ->type_name("CHIP")
         ->capture_default_str();
     app.add_option("--chip-baud", board.chipBaud, "Speed that the chip runs at")
@@ -172,6 +177,7 @@ void describe(CLI::App &app, Options &options) {
         ->check(CLI::ExistingFile.description(""))
         ->type_name("FILE");
     app.add_flag("--pace", board.paced, "Let bytes take the time that a real wire takes");
+    app.add_flag("--chatter", board.chatter, "Let a CH9350 send its status every second");
     app.add_option("--keep", options.keepDir, "Folder for settings and log that stays")
         ->type_name("DIR");
     app.add_flag("--log", options.log, "Print the daemon's log beside the rest");
@@ -184,7 +190,7 @@ void describe(CLI::App &app, Options &options) {
 }
 
 void complete(CLI::App &app, Options &options) {
-    options.board.chip = options.chip != "none";
+    options.board.chip = kChips.at(options.chip);
     if (app.count("--stored-baud") == 0) options.board.storedBaud = options.board.chipBaud;
     if (!options.configFile.empty()) options.board.settings = readText(options.configFile);
     if (!options.keepDir.empty()) {

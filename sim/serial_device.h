@@ -29,6 +29,20 @@ class SerialDevice {
     virtual int baud() = 0;
     virtual void receive(SerialLine &line, const std::uint8_t *bytes, std::size_t count,
                          Clock::time_point at) = 0;
+
+    /// When it wants to speak unasked; then run is called.
+    virtual Clock::time_point due() { return Clock::time_point::max(); }
+    virtual void run(SerialLine &, Clock::time_point) {}
+};
+
+/// A chip that is a keyboard and a mouse to the computer. Safe to use from any thread.
+class HidChip : public SerialDevice {
+  public:
+    virtual void powerCycle() = 0;
+    virtual void plug() = 0;
+    virtual void unplug() = 0;
+    /// Takes everything, answers nothing.
+    virtual void silence(bool on) = 0;
 };
 
 }  // namespace sim

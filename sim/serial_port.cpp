@@ -94,6 +94,7 @@ Clock::duration SerialPort::jitter() const {
 
 void SerialPort::run(Clock::time_point now) {
     takeFromHost(now);
+    if (SerialDevice *device = device_) device->run(*this, now);
     while (!toDevice_.empty() && toDevice_.front().at <= now) {
         handToDevice(toDevice_.front());
         toDevice_.pop_front();
@@ -105,7 +106,8 @@ void SerialPort::run(Clock::time_point now) {
 }
 
 Clock::time_point SerialPort::due() const {
-    auto first = Clock::time_point::max();
+    SerialDevice *device = device_;
+    auto first = device != nullptr ? device->due() : Clock::time_point::max();
     if (!toDevice_.empty()) first = toDevice_.front().at;
     if (!toHost_.empty()) first = std::min(first, toHost_.front().at);
     return first;

@@ -90,10 +90,12 @@ void SerialPorts::serve() {
             fds.push_back({port->descriptor(), POLLIN, 0});
             due = std::min(due, port->due());
         }
-        // Clients are in the set only while no port is due: a waiting drain is always readable.
         const bool idle = due == Clock::time_point::max();
+        // A drain that waits for the wire is readable all the time; the wire wakes us for it.
+        const bool draining = std::any_of(ports_.begin(), ports_.end(),
+                                          [](const auto &port) { return !port->drained(); });
         for (const int client : clients_)
-            if (idle) fds.push_back({client, POLLIN, 0});
+            if (!draining) fds.push_back({client, POLLIN, 0});
         timespec wait{};
         const auto left = std::max(due - Clock::now(), Clock::duration::zero());
         wait.tv_sec = idle ? 0 : std::chrono::duration_cast<std::chrono::seconds>(left).count();

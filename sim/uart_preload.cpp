@@ -1,10 +1,12 @@
 // Preloaded into the daemon on a simulated board: makes a pseudo-terminal behave like a UART where
 // the daemon can tell. Closing a UART, or flushing it before a change of speed, lets what was
 // written leave at the old speed; a pseudo-terminal would throw it away or hand it over at the
-// new one. And a UART that is closed receives nothing.
+// new one. And a UART that is closed receives nothing. Beside that it stands in for the one netlink
+// protocol of the board's kernel.
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <linux/netlink.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -32,6 +34,11 @@ int realClose(int fd) {
     return call(fd);
 }
 
+int realSocket(int domain, int type, int protocol) {
+    static const auto call = next<int (*)(int, int, int)>("socket");
+    return call(domain, type, protocol);
+}
+
 // Which of the board's ports a descriptor is, -1 for none.
 int portOf(int fd) {
     struct stat info {
@@ -48,7 +55,7 @@ int portOf(int fd) {
 }
 
 void tell(UartEvent::Kind kind, int port) {
-    const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    const int fd = realSocket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
     if (fd < 0) return;
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -90,6 +97,13 @@ int open64(const char *path, int flags, ...) {
     const mode_t mode = modeOf(flags, arguments);
     va_end(arguments);
     return openAs("open64", path, flags, mode);
+}
+
+// The video input's driver has a netlink protocol of its own, which a PC's kernel lacks.
+int socket(int domain, int type, int protocol) {
+    constexpr int kVideoProtocol = 21;
+    if (domain == AF_NETLINK && protocol == kVideoProtocol) protocol = NETLINK_USERSOCK;
+    return realSocket(domain, type, protocol);
 }
 
 int close(int fd) {

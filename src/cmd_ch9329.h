@@ -10,6 +10,11 @@ constexpr unsigned char kFrameHead1 = 0x57, kFrameHead2 = 0xAB;
 /// Lengths of the records that consoles send; a record is recognised by its length alone.
 constexpr int kRelMouseRecord = 7, kAbsMouseRecord = 10, kKeyboardRecord = 11;
 
+/// Console records that press one lock key, and that release all keys.
+constexpr char kCapsPress[kKeyboardRecord] = {0x57, '\xAB', 0x01, 0, 0, 0x39};
+constexpr char kNumPress[kKeyboardRecord] = {0x57, '\xAB', 0x01, 0, 0, 0x53};
+constexpr char kKeyRelease[kKeyboardRecord] = {0x57, '\xAB', 0x01};
+
 /// Room that every destination of cntRead has, in bytes.
 constexpr int kReplyRoom = 256;
 /// A chip that has not fallen silent after this many reads is cut off. Its longest answers have

@@ -8,6 +8,7 @@ bool version = false;
 bool per = false;
 bool rel_enable = false;
 bool query_link = false;
+bool usb_to_pc = false;
 
 bool outCapsLock = false, outNumLock = false;
 

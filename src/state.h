@@ -33,6 +33,7 @@ extern bool version;  ///< true: CH9329, false: CH9350
 extern bool per;         ///< permissions on: only linked consoles may send
 extern bool rel_enable;  ///< relative mouse mode
 extern bool query_link;  ///< a USB-link test runs: no console frames on the serial line
+extern bool usb_to_pc;   ///< reserved; nobody reads or writes it
 
 // Lock-key states that consoles asked for; the data server's own.
 extern bool outCapsLock, outNumLock;

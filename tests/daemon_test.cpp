@@ -158,7 +158,7 @@ TEST_F(DaemonOnBoard, BoardPowerCyclesItselfAfterReboot) {
 }
 
 TEST_F(DaemonOnBoard, SilentChipIsAskedForEver) {
-    options_.chip = false;
+    options_.chip = sim::BoardOptions::kNone;
     start(kFast);
     EXPECT_TRUE(logs("---115200 ch9329 not echo---"));
     EXPECT_TRUE(logs("---9600 ch9329 not echo---"));

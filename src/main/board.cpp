@@ -19,6 +19,8 @@ constexpr const char *kIdleBoard = "QBRD10401m2_3020_R1";
 // Where the board has an early pin set of its own, before its row below.
 constexpr const char *kBoard3100 = "QBRD10402m_3100_R1";
 
+constexpr const char *kBoardWithoutVideo = "QBRE10402n_100_R1";
+
 struct BoardRow {
     const char *identifier;
     unsigned ones[4];    ///< registers that get the value 1, in order, 0 for none
@@ -34,7 +36,7 @@ constexpr BoardRow kRows[] = {
     {"QBRE10401m2_3000_R1", {0x120F0100, 0x120F0104}, {}, "COM2", QBX_3000, true},
     {"QBRD10401m2_3010_R1", {0x120F0100, 0x120F0104}, {}, "COM2", QBX_3000, true},
     {kBoard3100,            {0x120F0100, 0x120F0104}, {}, "COM2", QBX_3000, true},
-    {"QBRE10402n_100_R1", {0x120F00F8, 0x120F00FC}, {0x121D0400, 0x121D0080}, "COM1", QBX_3000, false},
+    {kBoardWithoutVideo, {0x120F00F8, 0x120F00FC}, {0x121D0400, 0x121D0080}, "COM1", QBX_3000, false},
     {"QBRD10402m_500_R1", {0x120F0100, 0x120F0104, 0x120F00F8, 0x120F00FC}, {}, "COM1", QBX_3000, false},
     {"QBRD10403n_5000_R1", {}, {}, "COM1", QBX_31DV200, false},
     {"", {}, {}, nullptr, QBX_300, true},  // any other, and no identifier at all
@@ -117,6 +119,10 @@ bool hasCh9329(const char *board) {
     for (const char *identifier : kCh9329Boards)
         if (isBoard(board, identifier)) return true;
     return false;
+}
+
+bool hasVideoWatch(const char *board) {
+    return !isBoard(board, kBoardWithoutVideo);
 }
 
 void setUpBoard(const char *board) {

@@ -17,6 +17,9 @@ bool isIdleBoard(const char *board);
 /// True for the boards on which a CH9329 is tried; the others have a CH9350.
 bool hasCh9329(const char *board);
 
+/// True for the boards whose video input can be watched.
+bool hasVideoWatch(const char *board);
+
 /// Sets the pins of the board through registers, forces and saves its serial port, sets hd_info
 /// and switches the USB power off where the board has that switch.
 void setUpBoard(const char *board);

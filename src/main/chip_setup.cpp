@@ -10,6 +10,7 @@
 
 #include "cmd_ch9329.h"
 #include "common/common.h"
+#include "main/forwarding.h"
 #include "myserial.h"
 #include "software_config.h"
 
@@ -161,6 +162,12 @@ int resetCH9329() {
         *appendHex(text, reply, count) = '\0';
         printf("com read data-->%d\n%s\n", count, text);
     }
+    return 1;
+}
+
+int setCH9350Rel() {
+    char command[] = {0x57, '\xAB', 0x40, 0x02, '\0'};
+    serialcontrol(command, static_cast<int>(strlen(command)), 0);
     return 1;
 }
 

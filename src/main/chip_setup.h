@@ -25,5 +25,8 @@ int setBaudRate(char *frame, int length);
 /// Restarts the chip, waits 2 s and prints what it answered. 1.
 int resetCH9329();
 
+/// Switches a CH9350 to relative mouse mode. 1.
+int setCH9350Rel();
+
 /// Fills 56 bytes with a parameter reply as this system wants the chip to store it.
 void ch9329Ini(char *frame);

@@ -10,6 +10,7 @@
 
 #include "cmd_ch9329.h"
 #include "common/common.h"
+#include "main/forwarding.h"
 #include "myserial.h"
 #include "software_config.h"
 #include "state.h"
@@ -24,10 +25,6 @@ struct Datagram {
     int length;
     bool isSoftware;
 };
-
-constexpr char kCapsPress[kKeyboardRecord] = {0x57, '\xAB', 0x01, 0, 0, 0x39};
-constexpr char kNumPress[kKeyboardRecord] = {0x57, '\xAB', 0x01, 0, 0, 0x53};
-constexpr char kRelease[kKeyboardRecord] = {0x57, '\xAB', 0x01};
 
 bool unwrapSoftware(char *buf, int &length) {
     if (strstr(buf, "software=") == nullptr) return false;
@@ -61,8 +58,14 @@ void logRecord(const Datagram &record) {
     fwrite(text, 1, static_cast<std::size_t>(end - text), stdout);
 }
 
-void forwardRecord(const Datagram &record) {
+void forwardRecord(const ConsoleServer &server, const Datagram &record) {
     logRecord(record);
+    if (!version) {
+        // A CH9350 in relative mode has no use for positions.
+        if (!rel_enable || record.length != kAbsMouseRecord)
+            serialcontrol(record.bytes, record.length, server.delay);
+        return;
+    }
     if (rel_enable && record.length != kAbsMouseRecord)
         sendRelData(record.bytes, record.length);
     else
@@ -73,10 +76,33 @@ struct LockKeys {
     bool caps = false, num = false, scroll = false;
 };
 
+LockKeys keysOfStatus(const char *reply) {
+    const auto leds = static_cast<unsigned char>(reply[kStatusLedsAt]);
+    return {(leds & kStatusCaps) != 0, (leds & kStatusNum) != 0, false};
+}
+
 LockKeys readLockKeys() {
     LockKeys keys;
-    queryKeyLock(&keys.caps, &keys.num, &keys.scroll);
-    return keys;
+    if (version) {
+        queryKeyLock(&keys.caps, &keys.num, &keys.scroll);
+        return keys;
+    }
+    MySerial::nwrite(kStatusRequest, sizeof kStatusRequest);
+    char reply[kReplyRoom] = {};
+    int count = 0;
+    cntRead(reply, &count, 64, 0);
+    return keysOfStatus(reply);
+}
+
+// On a CH9350 "out" takes a single read for the whole status, and says more.
+LockKeys readLockKeysOnce() {
+    if (version) return readLockKeys();
+    MySerial::nwrite(kStatusRequest, sizeof kStatusRequest);
+    printf("serial write %x %x %x %x\n", kFrameHead1, kFrameHead2, 0x80, 0x40);
+    char reply[kStatusSize] = {};
+    MySerial::nread(reply, kStatusSize, 0);
+    printf("0x%x\n", static_cast<unsigned char>(reply[kStatusLedsAt]));
+    return keysOfStatus(reply);
 }
 
 void answer(UDPSocket &socket, const char *text) {
@@ -86,18 +112,18 @@ void answer(UDPSocket &socket, const char *text) {
 void answerLockKey(UDPSocket &socket, bool on, const char *name) {
     printf("%s %s\n", name, on ? "ON" : "OFF");
     answer(socket, on ? "on" : "off");
-    if (!on) puts("send ok");
+    if (!on && version) puts("send ok");
 }
 
-void answerCapsLock(UDPSocket &socket, const Datagram &) {
+void answerCapsLock(const ConsoleServer &, UDPSocket &socket, const Datagram &) {
     answerLockKey(socket, readLockKeys().caps, "capslock");
 }
 
-void answerNumLock(UDPSocket &socket, const Datagram &) {
+void answerNumLock(const ConsoleServer &, UDPSocket &socket, const Datagram &) {
     answerLockKey(socket, readLockKeys().num, "numlock");
 }
 
-void answerSyncLed(UDPSocket &socket, const Datagram &) {
+void answerSyncLed(const ConsoleServer &, UDPSocket &socket, const Datagram &) {
     const LockKeys keys = readLockKeys();
     char reply[32];
     snprintf(reply, sizeof reply, "capslock=%s&numlock=%s", keys.caps ? "on" : "off",
@@ -105,7 +131,7 @@ void answerSyncLed(UDPSocket &socket, const Datagram &) {
     answer(socket, reply);
 }
 
-void answerLink(UDPSocket &socket, const Datagram &) {
+void answerLink(const ConsoleServer &, UDPSocket &socket, const Datagram &) {
     char reply[32];
     snprintf(reply, sizeof reply, "vi_w=%d&vi_h=%d&kvm=%s", static_cast<int>(sharedLoad(vi_w)),
              static_cast<int>(sharedLoad(vi_h)), rel_enable ? "rel" : "abs");
@@ -122,29 +148,33 @@ const char *takeWanted(const char *text, bool &wanted) {
     return value;
 }
 
-void strokeKey(const char *press) {
-    constexpr useconds_t kFramePause = 20000;
-    for (const char *frame : {press, static_cast<const char *>(kRelease)}) {
+void sendKeys(int delay, const char *first, const char *second) {
+    for (const char *frame : {first, second}) {
         char record[kKeyboardRecord];
         memcpy(record, frame, sizeof record);
-        SendData(record, kKeyboardRecord);
+        if (version)
+            SendData(record, kKeyboardRecord);
+        else
+            serialcontrol(record, kKeyboardRecord, delay);
         usleep(kFramePause);
     }
 }
 
-void setLockKeys(UDPSocket &, const Datagram &request) {
+void setLockKeys(const ConsoleServer &server, UDPSocket &, const Datagram &request) {
     const char *rest = takeWanted(request.bytes, outCapsLock);
     takeWanted(rest, outNumLock);
-    const LockKeys keys = readLockKeys();
-    if (keys.caps != outCapsLock) strokeKey(kCapsPress);
-    if (keys.num != outNumLock) strokeKey(kNumPress);
+    const LockKeys keys = readLockKeysOnce();
+    if (keys.caps != outCapsLock) sendKeys(server.delay, kCapsPress, kKeyRelease);
+    // A CH9350 gets the press twice instead of a release; meant so.
+    if (keys.num != outNumLock)
+        sendKeys(server.delay, kNumPress, version ? kKeyRelease : kNumPress);
 }
 
 struct Request {
     const char *text;
     bool whole;       ///< the whole datagram, not only its beginning
     bool restricted;  ///< only from those who may control, and from software
-    void (*serve)(UDPSocket &, const Datagram &);
+    void (*serve)(const ConsoleServer &, UDPSocket &, const Datagram &);
 };
 
 constexpr Request kRequests[] = {
@@ -171,7 +201,7 @@ void serveText(const ConsoleServer &server, UDPSocket &socket, const Datagram &d
     const bool allowed = datagram.isSoftware || !per || server.authorized;
     for (const Request &request : kRequests) {
         if (!matches(request, datagram.bytes) || (request.restricted && !allowed)) continue;
-        request.serve(socket, datagram);
+        request.serve(server, socket, datagram);
         return;
     }
     logDataError(datagram);
@@ -189,7 +219,7 @@ void handleConsoleDatagram(ConsoleServer &server, UDPSocket &socket, const char 
         if (!server.authorized && !datagram.isSoftware) return;
         // While the USB-link test runs, a record falls through and is reported as no text.
         if (!sharedLoad(query_link)) {
-            forwardRecord(datagram);
+            forwardRecord(server, datagram);
             return;
         }
     }
@@ -211,6 +241,7 @@ void *udpServerProc(void *arg) {
     for (char(&row)[128] : tmpOutIp) memset(row, 0, kAddressSize);
 
     ConsoleServer server;
+    server.delay = delay;
     char buf[kConsoleBuffer];
     while (!sharedLoad(is_finish)) {
         memset(buf, 0, sizeof buf);

@@ -12,6 +12,7 @@ constexpr int kConsoleBuffer = kConsoleDatagram + kSoftwareTag + 1;
 
 /// What the server remembers from one datagram to the next.
 struct ConsoleServer {
+    int delay = 0;  ///< handed on to serialcontrol, milliseconds
     /// May the sender control the computer? With permissions on and nobody linked, the answer
     /// for the datagram before stands.
     bool authorized = false;

@@ -12,8 +12,10 @@
 #include "main/board.h"
 #include "main/chip_setup.h"
 #include "main/data_server.h"
+#include "main/heartbeat.h"
 #include "main/link_table.h"
 #include "main/operator_loop.h"
+#include "main/video_watch.h"
 #include "myserial.h"
 #include "software_config.h"
 #include "state.h"
@@ -50,10 +52,26 @@ void saveChip(const char *chip) {
     config->SaveConfig();
 }
 
-void startCh9329() {
-    version = true;
-    Singleton<Config>::getInstance()->SetConfig(Config::kChipVersion, "CH9329");
-    setCh9329();
+void startCh9350() {
+    puts("this is ch9350 chip");
+    const auto config = Singleton<Config>::getInstance();
+    config->SetConfig(Config::kBaudRate, "115200");
+    config->SetConfig(Config::kComPort, "COM3");
+    saveChip("CH9350");
+    openPort();
+    if (rel_enable) setCH9350Rel();
+}
+
+void startChip(const char *board) {
+    version = hasCh9329(board);
+    if (version) {
+        Singleton<Config>::getInstance()->SetConfig(Config::kChipVersion, "CH9329");
+        setCh9329();
+    }
+    if (!version) {
+        startCh9350();
+        return;
+    }
     puts("thi is  ch9329 chip");
     saveChip("CH9329");
 }
@@ -104,14 +122,12 @@ int main() {
     const auto config = Singleton<Config>::getInstance();
     per = str2int(config->GetConfig(Config::kPerEnable)) != 0;
     setUpBoard(board);
-    if (!hasCh9329(board)) {
-        fprintf(stderr, "board \"%s\" has no CH9329, the only chip that is driven so far\n", board);
-        return EXIT_FAILURE;
-    }
-    startCh9329();
+    startChip(board);
 
     unsigned port = static_cast<unsigned>(atoi(config->GetConfig(Config::kUdpServerPort).c_str()));
     startThread(udpServerProc, &port, 2009, "pthread_create() failed: net udpServerProc");
+    if (hasVideoWatch(board))
+        startThread(timeCheckVi, nullptr, 2016, "pthread_create() failed: timeCheckVi");
 
     multiSocket = openSocket(41304, 0, false);
     enMultiSocket = true;
@@ -121,5 +137,6 @@ int main() {
     enOsdSocket = true;
     joinOperators(*operatorSocket);
 
+    if (per) startThread(checkConnect, nullptr, 2057, "pthread create failed: checkconnect");
     runOperatorLoop(*operatorSocket);
 }

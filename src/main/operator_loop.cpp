@@ -1,12 +1,23 @@
 #include "main/operator_loop.h"
 
+#include <unistd.h>
+
+#include <cctype>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
+#include "kvm_comm.h"
+#include "main/board.h"
+#include "main/chip_setup.h"
+#include "main/forwarding.h"
+#include "software_config.h"
 #include "state.h"
 #include "udpsocket/udpsocket.h"
 
 namespace {
+
+using Config = SoftwareConfig;
 
 constexpr std::size_t kReplySize = 64;
 
@@ -17,6 +28,98 @@ void answerQuery(UDPSocket &socket, char *) {
     socket.EchoTo(reply, static_cast<long>(strlen(reply)));
 }
 
+// The text behind "KEY=" of a command, cut to its field; false, and a line, when it would be read
+// back from the settings file as another setting.
+bool takeValue(const char *command, const char *format, char (&value)[8]) {
+    memset(value, 0, sizeof value);
+    sscanf(command, format, value);
+    for (const char *p = value; *p != '\0'; ++p) {
+        if (*p != '=' && iscntrl(static_cast<unsigned char>(*p)) == 0) continue;
+        puts("value refused");
+        return false;
+    }
+    return true;
+}
+
+void keep(Config::SoftWareConfigID id, const char *value) {
+    const auto config = Singleton<Config>::getInstance();
+    config->SetConfig(id, value);
+    config->SaveConfig();
+}
+
+void setMouseMode(UDPSocket &, char *command) {
+    char value[8];
+    if (!takeValue(command, "chip=%7s", value)) return;
+    printf("QMX set chip model:%s\n", value);
+    const bool relative = strncmp(value, "rel", 3) == 0;
+    if (!relative && strncmp(value, "abs", 3) != 0) {
+        Singleton<Config>::getInstance()->SaveConfig();
+        return;
+    }
+    rel_enable = relative;
+    const auto config = Singleton<Config>::getInstance();
+    config->SetConfig(Config::kChipModel, relative ? "rel" : "abs");
+    if (relative && !version) setCH9350Rel();
+    config->SaveConfig();
+}
+
+void setPermissions(UDPSocket &, char *command) {
+    char value[8];
+    if (!takeValue(command, "per_enable=%7s", value)) return;
+    printf("QMX set per:%s\n", value);
+    per = atoi(value) != 0;
+    keep(Config::kPerEnable, value);
+}
+
+void setUsbPower(UDPSocket &, char *command) {
+    char value[8];
+    if (!takeValue(command, "kUsbPower=%7s", value)) return;
+    set_usb_power(atoi(value) != 0, hd_info);
+    keep(Config::kUsbPower, value);
+}
+
+void answerSettings(UDPSocket &socket, char *command) {
+    constexpr std::size_t kPlainCommand = 10;  // "getKvmInfo"
+    char text[512] = {};
+    FILE *file = fopen("./quillon.ini", "r");
+    if (file == nullptr) {
+        puts("fopen ini file error");
+        return;
+    }
+    const auto size = static_cast<long>(fread(text, 1, sizeof text, file));
+    fclose(file);
+    if (size == 0) return;
+    if (strlen(command) <= kPlainCommand) {
+        socket.EchoTo(text, size);
+        return;
+    }
+    char ip[kAddressSize] = {};
+    sscanf(command, "getKvmInfo:%15s", ip);
+    printf("get cmd:%s, need ip:%s\n", command, ip);
+    if (strcmp(ip, curLocalIp) != 0) return;
+    socket.SendTo("224.168.1.1", 4001, text, size);
+    puts("send mult ip:224.168.1.1 port 4001");
+}
+
+void answerUsbLink(UDPSocket &socket, char *command) {
+    constexpr useconds_t kSettle = 50000;  // for a console frame that is on its way
+    if (strstr(command, "usb_is_link_pc") == nullptr) return;
+    sharedStore(query_link, true);
+    usleep(kSettle);
+    const bool linked = query_usb_link();
+    char reply[kReplySize] = {};
+    snprintf(reply, sizeof reply, "[ack]\n[controlled]=%s\nusb_is_link_pc=%d", curLocalIp,
+             linked ? 1 : 0);
+    char target[kAddressSize] = {}, answerTo[kAddressSize] = {};
+    int port = 0;
+    if (!get_seq_ip(command, target, answerTo, &port) || strcmp(target, curLocalIp) != 0) return;
+    // The zero bytes behind the text are part of the answer.
+    if (port == 0)
+        socket.EchoTo(reply, sizeof reply);
+    else
+        socket.SendTo(answerTo, static_cast<unsigned>(port), reply, sizeof reply);
+}
+
 struct Command {
     const char *prefix;
     void (*carryOut)(UDPSocket &, char *);
@@ -24,7 +127,8 @@ struct Command {
 
 // The first prefix that matches decides.
 constexpr Command kCommands[] = {
-    {"query", answerQuery},
+    {"query", answerQuery},         {"chip", setMouseMode},   {"per_enable", setPermissions},
+    {"getKvmInfo", answerSettings}, {"[seq]", answerUsbLink}, {"kUsbPower", setUsbPower},
 };
 
 }  // namespace

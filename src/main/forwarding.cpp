@@ -1,0 +1,113 @@
+#include "main/forwarding.h"
+
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstring>
+
+#include "cmd_ch9329.h"
+#include "myserial.h"
+#include "software_config.h"
+#include "state.h"
+
+namespace {
+
+void strokeNumLockFramed() {
+    for (const char *frame : {kNumPress, kKeyRelease}) {
+        char record[kKeyboardRecord];
+        memcpy(record, frame, sizeof record);
+        SendData(record, kKeyboardRecord);
+        usleep(kFramePause);
+    }
+}
+
+void strokeNumLockRaw() {
+    for (const char *frame : {kNumPress, kKeyRelease}) {
+        MySerial::nwrite(frame, kKeyboardRecord);
+        usleep(kFramePause);
+    }
+}
+
+bool numLockFramed() {
+    bool caps = false, num = false, scroll = false;
+    queryKeyLock(&caps, &num, &scroll);
+    return num;
+}
+
+// The LED byte of the first answer among a few reads, 0 without one.
+char ledsOfStatus() {
+    constexpr int kTries = 4;
+    char reply[16] = {};
+    for (int i = 0; i < kTries; ++i)
+        if (MySerial::nread(reply, sizeof reply, 0) > 0) break;
+    return reply[kStatusLedsAt];
+}
+
+bool ch9329Linked() {
+    const bool before = numLockFramed();
+    strokeNumLockFramed();
+    if (numLockFramed() == before) return false;
+    strokeNumLockFramed();  // as it was
+    return true;
+}
+
+bool ch9350Linked() {
+    const char before = ledsOfStatus();
+    strokeNumLockRaw();
+    MySerial::nwrite(kStatusRequest, sizeof kStatusRequest);
+    if (ledsOfStatus() == before) return false;
+    strokeNumLockRaw();
+    return true;
+}
+
+// Signed pixels and an unsigned division, of which 16 bits are kept: positions left of or above
+// the picture come out somewhere on it, meant so.
+void scaleInPlace(char *lowByte, unsigned range) {
+    constexpr int kLargest = 1023;
+    const auto pixel = static_cast<std::int16_t>(static_cast<unsigned char>(lowByte[0]) |
+                                                 static_cast<unsigned char>(lowByte[1]) << 8);
+    const auto product = static_cast<unsigned>(pixel * kLargest);
+    const auto scaled = static_cast<std::uint16_t>(range == 0 ? 0 : product / range);
+    const unsigned position = scaled > kLargest - 1 ? kLargest : scaled;
+    lowByte[0] = static_cast<char>(position & 0xFF);
+    lowByte[1] = static_cast<char>(position >> 8);
+}
+
+}  // namespace
+
+bool query_usb_link() {
+    const auto serial = Singleton<MySerial>::getInstance();
+    serial->nwrite(kStatusRequest, sizeof kStatusRequest);
+    const bool linked = version ? ch9329Linked() : ch9350Linked();
+    sharedStore(query_link, false);
+    return linked;
+}
+
+void serialcontrol(char *frame, int length, int) {
+    if (length == kAbsMouseRecord) {
+        scaleInPlace(frame + 5, sharedLoad(vi_w));
+        scaleInPlace(frame + 7, sharedLoad(vi_h));
+    }
+    MySerial::nwrite(frame, length);
+}
+
+void serialRead(char *buffer) {
+    MySerial::nread(buffer, kStatusSize, 0);
+}
+
+int mergeSerialMessage(char *destination, char *piece, const char *head, const char *tail) {
+    const std::size_t length = strlen(piece);
+    if (length > 0 && piece[0] == head[0] && piece[length - 1] == tail[0]) {
+        strcat(destination, piece);
+        return 2;
+    }
+    const char *start = strstr(piece, head);
+    const char *end = strstr(start != nullptr ? start : piece, tail);
+    if (end == nullptr) {
+        if (start == nullptr && destination[0] == '\0') return 3;
+        strcat(destination, piece);
+        return 1;
+    }
+    strncat(destination, piece, length - strlen(end) + strlen(tail));
+    return 2;
+}

@@ -1,0 +1,75 @@
+#include "main/heartbeat.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "common/common.h"
+#include "state.h"
+#include "udpsocket/udpsocket.h"
+
+namespace {
+
+constexpr unsigned kHeartbeatPort = 41301, kOutputPort = 41237;
+constexpr char kPing[] = "heart", kAnswer[] = "ackheart";
+
+bool isLinked(unsigned slot, const char *address) {
+    return curtInfo.link[slot] != 0 && strlen(address) > 6 && strcmp(address, "0.0.0.0") != 0;
+}
+
+// Any answer on the heartbeat socket counts, whoever sent it.
+bool answered(UDPSocket &socket) {
+    char answer[32 + 1] = {};
+    socket.RecvFrom(answer, sizeof answer - 1);
+    return strcmp(answer, kAnswer) == 0;
+}
+
+bool ping(UDPSocket &socket, const char *address) {
+    socket.SendTo(address, kOutputPort, kPing, sizeof kPing - 1);
+    logAt("checkConnect", kNoLine, "send to output:%s heartbeat", address);
+    return answered(socket);
+}
+
+}  // namespace
+
+void heartbeatPass(UDPSocket &socket) {
+    if (sharedLoad(curLink_num) == 0) return;
+    for (unsigned slot = 0; slot < kMaxOutputs; ++slot) {
+        char address[kAddressSize];
+        copyText(address, sizeof address, curtInfo.curOutIp[slot]);
+        if (!isLinked(slot, address)) continue;
+        if (ping(socket, address)) {
+            logAt("checkConnect", kNoLine, "heartBeat rcv %s", kAnswer);
+            if (sharedLoad(curtInfo.curOutPre) == 0)
+                sharedStore(curtInfo.curOutPre, curtInfo.heartPre);
+        } else if (!timeOutCheck(slot)) {
+            printf("not get out %s heartbeat\n", address);
+        }
+    }
+}
+
+bool timeOutCheck(unsigned slot) {
+    char address[kAddressSize];
+    copyText(address, sizeof address, curtInfo.curOutIp[slot]);
+    UDPSocket *socket = __atomic_load_n(&htBeatSocket, __ATOMIC_RELAXED);
+    if (socket == nullptr) return false;  // the process is ending
+    socket->SendTo(address, kOutputPort, kPing, sizeof kPing - 1);
+    if (answered(*socket)) return true;
+    if (const int level = sharedLoad(curtInfo.curOutPre); level != 0) {
+        curtInfo.heartPre = level;
+        sharedStore(curtInfo.curOutPre, 0);
+    }
+    return false;
+}
+
+void *checkConnect(void *) {
+    UDPSocket *socket = new UDPSocket;
+    __atomic_store_n(&htBeatSocket, socket, __ATOMIC_RELAXED);
+    socket->CreateUDPServer(kHeartbeatPort, 3, true, true);
+    sharedStore(enHtBeatSocket, true);
+    for (;;) {
+        heartbeatPass(*socket);
+        sleep(30);
+    }
+}
