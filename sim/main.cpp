@@ -14,6 +14,8 @@
 #include <stdexcept>
 
 #include "board.h"
+#include "board_control.h"
+#include "control.h"
 #include "event_printer.h"
 #include "private_host.h"
 #include "process.h"
@@ -25,6 +27,8 @@ struct Options {
     std::string chip = "ch9329", configFile, keepDir;
     bool log = false;
     std::vector<std::string> command;
+    std::string name = "default";
+    int control = -1;  ///< listening socket
 };
 
 std::string besideThisProgram(const std::string &name) {
@@ -68,6 +72,7 @@ class Session {
     int run() {
         sim::Board board(options_.board);
         sim::EventPrinter printer(board.computer());
+        board_ = &board;
         board.start();
         const int status = serve(board);
         if (status == 0 || command_ > 0) board.waitUntilQuiet(std::chrono::seconds(5));
@@ -103,8 +108,13 @@ class Session {
     }
 
     Wake wait(int milliseconds) {
-        pollfd readable{signals_, POLLIN, 0};
-        if (poll(&readable, 1, milliseconds) <= 0) return Wake::kTick;
+        pollfd readable[] = {{signals_, POLLIN, 0}, {options_.control, POLLIN, 0}};
+        if (poll(readable, 2, milliseconds) <= 0) return Wake::kTick;
+        if (readable[1].revents != 0)
+            sim::serveControl(options_.control, [this](const std::string &request) {
+                return sim::controlBoard(*board_, request);
+            });
+        if (readable[0].revents == 0) return Wake::kTick;
         signalfd_siginfo info{};
         if (read(signals_, &info, sizeof info) != sizeof info) return Wake::kTick;
         if (info.ssi_signo != SIGCHLD) {
@@ -139,6 +149,7 @@ class Session {
     }
 
     const Options &options_;
+    sim::Board *board_ = nullptr;
     int signals_ = -1;
     int signal_ = 0;
     pid_t command_ = 0;
@@ -185,8 +196,18 @@ void describe(CLI::App &app, Options &options) {
                  "Leave the board as it is when the daemon asks for \"reboot\"");
     app.add_option("command", options.command, "Run on the board's network; its end ends the board")
         ->type_name("COMMAND...");
-    app.positionals_at_end();
+    app.add_option("--name", options.name, "Name of this board among a user's running ones")
+        ->type_name("NAME")
+        ->capture_default_str();
     app.footer("Put -- before COMMAND.");
+
+    auto *enter = app.add_subcommand("enter", "Run a command, or a shell, on a running board");
+    enter->add_option("command", options.command, "After --")->type_name("COMMAND...");
+    auto *ctl = app.add_subcommand("ctl", "Tell a running board what to do");
+    ctl->add_option("request", options.command, sim::controlHelp())
+        ->type_name("REQUEST")
+        ->required();
+    app.require_subcommand(0, 1);
 }
 
 void complete(CLI::App &app, Options &options) {
@@ -212,6 +233,16 @@ void complete(CLI::App &app, Options &options) {
         };
 }
 
+int speakToRunningBoard(const CLI::App &app, const Options &options) {
+    if (app.got_subcommand("enter")) return sim::enterBoard(options.name, options.command);
+    std::string request;
+    for (const std::string &word : options.command) request += (request.empty() ? "" : " ") + word;
+    const std::string answer = sim::askBoard(options.name, request);
+    const bool refused = answer.rfind(sim::kRefused, 0) == 0;
+    fprintf(refused ? stderr : stdout, "%s\n", answer.c_str());
+    return refused ? 1 : 0;
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -223,12 +254,14 @@ int main(int argc, char **argv) {
     });
     try {
         app.parse(argc, argv);
+        if (!app.get_subcommands().empty()) return speakToRunningBoard(app, options);
         complete(app, options);
+        options.control = sim::listenForControl(options.name);
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? 0 : 2;
     } catch (const std::runtime_error &error) {
         fprintf(stderr, "quillon-board: %s\n", error.what());
-        return 2;
+        return app.get_subcommands().empty() ? 2 : 1;
     }
     return sim::runOnPrivateHost([&] {
         try {

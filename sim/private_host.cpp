@@ -143,13 +143,6 @@ void unshareAll() {
     writeText("/proc/self/gid_map", "0 " + std::to_string(group) + " 1");
 }
 
-// Tools of the simulator's own first; last those of the administrator, which a user's PATH lacks.
-void setPath() {
-    const char *path = getenv("PATH");
-    const std::string own = path != nullptr ? path : "";
-    setenv("PATH", (kToolDir + (":" + own) + ":/usr/sbin:/usr/bin:/sbin:/bin").c_str(), 1);
-}
-
 pid_t child = -1;
 
 void passOn(int sig) {
@@ -184,7 +177,7 @@ pid_t forkOrThrow() {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     try {
         assembleRoot();
-        setPath();
+        putToolsInPath();
         runTool({"ip", "link", "set", "lo", "up"}, "");
         child = forkOrThrow();
     } catch (const std::exception &error) {
@@ -209,6 +202,12 @@ pid_t forkOrThrow() {
 }
 
 }  // namespace
+
+void putToolsInPath() {
+    const char *path = getenv("PATH");
+    const std::string own = path != nullptr ? path : "";
+    setenv("PATH", (kToolDir + (":" + own) + ":/usr/sbin:/usr/bin:/sbin:/bin").c_str(), 1);
+}
 
 int runOnPrivateHost(const std::function<int()> &body) {
     termios terminal{};

@@ -1,0 +1,112 @@
+#include "board_control.h"
+
+#include <cstdio>
+#include <sstream>
+
+#include "board.h"
+
+namespace sim {
+namespace {
+
+using Words = std::istringstream;
+
+std::string unplug(Board &board, Words &) {
+    board.hidChip().unplug();
+    return "the computer's USB cable is out";
+}
+
+std::string plug(Board &board, Words &) {
+    board.hidChip().plug();
+    return "the computer's USB cable is in";
+}
+
+// Without an address the chip, else the console that has it.
+std::string setAnswering(Board &board, Words &words, bool on) {
+    const std::string state = on ? " answers" : " is silent";
+    std::string address;
+    if (!(words >> address)) {
+        board.hidChip().silence(!on);
+        return "the chip" + state;
+    }
+    if (!board.consoles().setAnswering(address, on)) return kRefused + ("no console " + address);
+    return "console " + address + state;
+}
+
+std::string silence(Board &board, Words &words) {
+    return setAnswering(board, words, false);
+}
+
+std::string answer(Board &board, Words &words) {
+    return setAnswering(board, words, true);
+}
+
+std::string setVideo(Board &board, Words &words) {
+    std::string size;
+    words >> size;
+    int width = 0, height = 0, end = 0;
+    if (sscanf(size.c_str(), "%5dx%5d%n", &width, &height, &end) != 2 || width <= 0 ||
+        height <= 0 || size[static_cast<std::size_t>(end)] != '\0')
+        return std::string(kRefused) + "video takes a size, e.g. 1280x720";
+    board.video().setSize(width, height);
+    return "the picture has " + size + "; the daemon takes it after three readings, some 6 s";
+}
+
+std::string noVideo(Board &board, Words &) {
+    board.video().setSize(0, 0);
+    return "no signal; the daemon takes it after three readings, some 6 s";
+}
+
+std::string restartChip(Board &board, Words &) {
+    board.hidChip().powerCycle();
+    return "the chip restarted";
+}
+
+std::string status(Board &board, Words &) {
+    const Computer::State state = board.computer().state();
+    std::ostringstream text;
+    text << "board    " << board.options().identifier << " at " << board.options().address
+         << (board.listening() ? ":" + std::to_string(board.dataPort()) : ", not listening yet")
+         << "\ndaemon   process " << board.daemon()->pid() << "\nusb      "
+         << (state.attached ? "attached" : "not attached") << "\npointer  " << state.x << ","
+         << state.y << "\nleds     num " << (state.leds & kNumLed ? "on" : "off") << ", caps "
+         << (state.leds & kCapsLed ? "on" : "off") << ", scroll "
+         << (state.leds & kScrollLed ? "on" : "off") << "\nreports  " << state.reports;
+    return text.str();
+}
+
+struct Request {
+    const char *word;
+    const char *arguments;
+    std::string (*carryOut)(Board &, Words &);
+};
+
+constexpr Request kRequests[] = {
+    {"unplug", "", unplug},
+    {"plug", "", plug},
+    {"silence", " [CONSOLE]", silence},
+    {"answer", " [CONSOLE]", answer},
+    {"video", " WxH", setVideo},
+    {"no-video", "", noVideo},
+    {"restart-chip", "", restartChip},
+    {"status", "", status},
+};
+
+}  // namespace
+
+std::string controlBoard(Board &board, const std::string &request) {
+    Words words(request);
+    std::string word;
+    words >> word;
+    for (const Request &known : kRequests)
+        if (word == known.word) return known.carryOut(board, words);
+    return kRefused + ("unknown request \"" + word + "\"; there are: ") + controlHelp();
+}
+
+std::string controlHelp() {
+    std::string all;
+    for (const Request &known : kRequests)
+        all += (all.empty() ? "" : " | ") + (std::string(known.word) + known.arguments);
+    return all;
+}
+
+}  // namespace sim

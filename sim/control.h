@@ -1,0 +1,25 @@
+// Speaking to a running board from outside: its control socket, an abstract one in the PC's network
+// namespace, so that nothing lies about in the file system.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace sim {
+
+/// Listens for requests to the board of this user and name. Throws std::runtime_error when one of
+/// that name runs already. Call it before runOnPrivateHost; the descriptor is served inside.
+int listenForControl(const std::string &name);
+
+/// Takes one request of a user's own, a line of text, and sends what answer makes of it.
+void serveControl(int listening, const std::function<std::string(const std::string &)> &answer);
+
+/// Sends a request to a running board; its answer. Throws std::runtime_error when none runs.
+std::string askBoard(const std::string &name, const std::string &request);
+
+/// Runs a command (a shell when empty) on the private host of a running board; its exit status.
+/// Throws std::runtime_error when none runs or the kernel refuses.
+int enterBoard(const std::string &name, std::vector<std::string> command);
+
+}  // namespace sim
