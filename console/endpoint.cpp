@@ -56,6 +56,15 @@ Endpoint::~Endpoint() {
     close(fd_);
 }
 
+std::string Endpoint::ownAddress() const {
+    sockaddr_in own{};
+    socklen_t size = sizeof own;
+    char text[INET_ADDRSTRLEN] = "";
+    getsockname(fd_, reinterpret_cast<sockaddr *>(&own), &size);
+    inet_ntop(AF_INET, &own.sin_addr, text, sizeof text);
+    return text;
+}
+
 void Endpoint::send(const void *bytes, std::size_t size) {
     while (::send(fd_, bytes, size, 0) < 0) {
         if (errno == EINTR) continue;
@@ -67,6 +76,8 @@ void Endpoint::send(const void *bytes, std::size_t size) {
 std::optional<std::string> Endpoint::ask(const std::string &text,
                                          std::chrono::milliseconds timeout) {
     using Clock = std::chrono::steady_clock;
+    char late[1];
+    while (recv(fd_, late, sizeof late, MSG_DONTWAIT) >= 0) continue;  // answers to earlier texts
     send(text.data(), text.size());
     const auto deadline = Clock::now() + timeout;
     for (;;) {

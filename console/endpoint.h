@@ -25,6 +25,8 @@ class Endpoint {
     std::optional<std::string> ask(const std::string &text, std::chrono::milliseconds timeout);
 
     std::string name() const { return name_; }
+    /// The local address that is sent from.
+    std::string ownAddress() const;
 
   private:
     int fd_ = -1;

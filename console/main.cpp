@@ -12,8 +12,9 @@
 #include <map>
 #include <stdexcept>
 
-#include "endpoint.h"
+#include "commands.h"
 #include "input.h"
+#include "report.h"
 
 namespace {
 
@@ -25,6 +26,8 @@ struct Options {
     std::string to, from;
     std::uint16_t port = 80;
     unsigned intervalMs = 8;
+    unsigned timeoutMs = 2000;
+    bool json = false, asSoftware = false, viaGroup = false;
 
     std::string text;
     std::vector<std::string> combos;
@@ -32,30 +35,63 @@ struct Options {
     std::vector<int> distance;
     std::string button;
     int notches = 0;
+    std::vector<std::string> leds;
+    std::string mode;
 };
+
+console::Session openSession(const Options &options) {
+    if (options.to.empty()) throw CLI::RequiredError("--to");
+    return {options.to, options.port, options.from, std::chrono::milliseconds(options.timeoutMs)};
+}
 
 // Sends records at a rate that the chip takes: it has 115200 bits per second and no flow control.
 class Sender {
   public:
     explicit Sender(const Options &options)
-        : endpoint_(options.to, options.port, options.from), interval_(options.intervalMs) {
+        : session_(openSession(options)),
+          tag_(options.asSoftware ? "software=" : ""),
+          interval_(options.intervalMs) {
+        if (!options.asSoftware) askPermission();
         clock_gettime(CLOCK_MONOTONIC, &due_);
     }
 
-    console::Endpoint &endpoint() { return endpoint_; }
+    console::Session &session() { return session_; }
 
     void send(const std::vector<Datagram> &records, const char *progress = nullptr) {
         for (std::size_t i = 0; i < records.size() && interrupted == 0; ++i) {
-            endpoint_.send(records[i].data(), records[i].size());
+            sendOne(records[i]);
             if (progress != nullptr && i % 16 == 0)
                 fprintf(stderr, "\r%s %zu %%", progress, 100 * i / records.size());
             pause();
         }
         if (progress != nullptr) fprintf(stderr, "\r%s 100 %%\n", progress);
-        if (interrupted != 0) releaseKeys();
+        // Ctrl-C in the middle of a text must not leave a key down at the computer.
+        if (interrupted != 0) sendOne(console::datagram(console::keyboardRecord({})));
     }
 
   private:
+    // The endpoint drops what it does not take without a word; this says so before.
+    void askPermission() {
+        switch (console::maySend(session_.settings(), session_.ownAddress())) {
+            case console::MaySend::kYes:
+                return;
+            case console::MaySend::kByChance:
+                fprintf(stderr,
+                        "quillon-console: permissions are on and nobody is linked; the "
+                        "endpoint may drop this\n");
+                return;
+            case console::MaySend::kNo:
+                throw std::runtime_error(session_.ownAddress() +
+                                         " may not send: permissions are on, and another user's "
+                                         "outputs are linked (see \"query\", --as-software)");
+        }
+    }
+
+    void sendOne(const Datagram &record) {
+        const std::string bytes = tag_ + std::string(record.begin(), record.end());
+        session_.data().send(bytes.data(), bytes.size());
+    }
+
     void pause() {
         due_.tv_nsec += static_cast<long>(interval_) * 1000000;
         due_.tv_sec += due_.tv_nsec / 1000000000;
@@ -63,13 +99,8 @@ class Sender {
         clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &due_, nullptr);
     }
 
-    // Ctrl-C in the middle of a text must not leave a key down at the computer.
-    void releaseKeys() {
-        const auto up = console::keyboardRecord({});
-        endpoint_.send(up.data(), up.size());
-    }
-
-    console::Endpoint endpoint_;
+    console::Session session_;
+    std::string tag_;
     unsigned interval_;
     timespec due_{};
 };
@@ -102,13 +133,15 @@ void moveTo(const Options &options) {
 }
 
 void moveBy(const Options &options) {
-    Sender sender(options);
-    const auto link = sender.endpoint().ask("link", std::chrono::seconds(2));
-    if (!link) throw std::runtime_error("no answer from " + sender.endpoint().name());
-    if (link->find("kvm=rel") == std::string::npos)
+    if (options.asSoftware)
         throw std::runtime_error(
-            "the endpoint's mouse is in absolute mode, which takes no "
-            "movements; use \"mouse move X Y\"");
+            "movements cannot be wrapped: the endpoint knows only keyboard "
+            "and position records from software");
+    Sender sender(options);
+    if (!sender.session().link().relative)
+        throw std::runtime_error(
+            "the endpoint's mouse is in absolute mode, which takes no movements; use \"mouse move "
+            "X Y\", or change it with \"mouse-mode rel\"");
     sender.send(console::moveBy(options.distance[0], options.distance[1]));
 }
 
@@ -166,9 +199,95 @@ void addMouse(CLI::App &app, Options &options) {
     wheel->callback([&options] { turnWheel(options); });
 }
 
+// "caps=on num=off"; what is not named stays as it is.
+console::LockKeys wantedKeys(const std::vector<std::string> &words, console::LockKeys keys) {
+    for (const std::string &word : words) {
+        const std::size_t equals = word.find('=');
+        const std::string key = word.substr(0, equals);
+        const std::string value = equals == std::string::npos ? "" : word.substr(equals + 1);
+        if ((key != "caps" && key != "num") || (value != "on" && value != "off"))
+            throw CLI::ValidationError("set-leds",
+                                       "\"" + word + "\" is not caps=on|off, num=on|off");
+        (key == "caps" ? keys.caps : keys.num) = value == "on";
+    }
+    return keys;
+}
+
+void setLeds(const Options &options) {
+    wantedKeys(options.leds, {});  // wrong words are told before anything is sent
+    auto session = openSession(options);
+    session.setLockKeys(wantedKeys(options.leds, session.lockKeys()));
+    console::print(console::reportOf(session.lockKeys()), options.json);
+}
+
+void showEndpoints(const Options &options) {
+    const auto found =
+        console::discover(options.from, std::chrono::milliseconds(options.timeoutMs));
+    if (found.empty()) throw std::runtime_error("no endpoint answered");
+    std::vector<console::Report> reports;
+    for (const console::Holder &holder : found) reports.push_back(console::reportOf(holder));
+    console::printTable(reports, options.json);
+}
+
+void showUsbLink(const Options &options) {
+    auto session = openSession(options);
+    console::print({{"computer", session.usbLinked()}}, options.json);
+}
+
+void addQuestions(CLI::App &app, Options &options) {
+    const auto command = [&](const char *name, const char *help, auto carryOut) {
+        auto *added = app.add_subcommand(name, help);
+        added->callback([&options, carryOut] { carryOut(options); });
+        return added;
+    };
+    command("link", "Picture size and mouse mode", [](const Options &o) {
+        console::print(console::reportOf(openSession(o).link()), o.json);
+    });
+    command("leds", "Caps Lock and Num Lock of the computer", [](const Options &o) {
+        console::print(console::reportOf(openSession(o).lockKeys()), o.json);
+    });
+    command("query", "Who controls the endpoint", [](const Options &o) {
+        console::print(console::reportOf(openSession(o).holder()), o.json);
+    });
+    command("discover", "All endpoints on the network; needs no --to", showEndpoints);
+    command("usb-link", "Is a computer attached? Strokes Num Lock to see", showUsbLink);
+    command("settings", "The endpoint's settings", [](const Options &o) {
+        auto session = openSession(o);
+        console::print(
+            console::reportOf(o.viaGroup ? session.settingsViaGroup() : session.settings()),
+            o.json);
+    })->add_flag("--via-group", options.viaGroup, "Let it send them to everybody");
+}
+
+void addSwitches(CLI::App &app, Options &options) {
+    auto *leds = app.add_subcommand("set-leds", "Set the computer's lock keys");
+    leds->add_option("keys", options.leds, "caps=on|off, num=on|off")
+        ->required()
+        ->type_name("KEY=STATE...");
+    leds->callback([&options] { setLeds(options); });
+
+    const auto choice = [&](const char *name, const char *help, const char *first,
+                            const char *second, auto set) {
+        auto *added = app.add_subcommand(name, help);
+        added->add_option("state", options.mode, std::string(first) + " or " + second)
+            ->required()
+            ->type_name("STATE")
+            ->check(CLI::IsMember({first, second}).description(""));
+        added->callback([&options, first, set] {
+            auto session = openSession(options);
+            set(session, options.mode == first);
+        });
+    };
+    choice("mouse-mode", "Relative or absolute mouse", "rel", "abs",
+           [](console::Session &s, bool on) { s.setMouseMode(on); });
+    choice("permissions", "Only linked consoles may send", "on", "off",
+           [](console::Session &s, bool on) { s.setPermissions(on); });
+    choice("usb-power", "Power of the computer's USB line", "on", "off",
+           [](console::Session &s, bool on) { s.setUsbPower(on); });
+}
+
 void addCommands(CLI::App &app, Options &options) {
     app.add_option("--to", options.to, "Address of the endpoint")
-        ->required()
         ->type_name("ADDRESS")
         ->check(CLI::ValidIPV4);
     app.add_option("--port", options.port, "UDP port of its data server")
@@ -182,6 +301,13 @@ void addCommands(CLI::App &app, Options &options) {
         ->type_name("N")
         ->check(CLI::Range(0, 10000).description(""))
         ->capture_default_str();
+    app.add_option("--timeout", options.timeoutMs, "Milliseconds to wait for an answer")
+        ->type_name("N")
+        ->check(CLI::Range(1, 600000).description(""))
+        ->capture_default_str();
+    app.add_flag("--json", options.json, "Answers as JSON, one object per line");
+    app.add_flag("--as-software", options.asSoftware,
+                 "Wrap records as software's, which every endpoint takes");
     app.require_subcommand(1);
 
     auto *typing = app.add_subcommand("type", "Type a text (US layout)");
@@ -196,6 +322,8 @@ void addCommands(CLI::App &app, Options &options) {
     key->callback([&options] { pressKeys(options); });
 
     addMouse(app, options);
+    addQuestions(app, options);
+    addSwitches(app, options);
 }
 
 }  // namespace
@@ -205,7 +333,7 @@ int main(int argc, char **argv) {
     stop.sa_handler = [](int) { interrupted = 1; };
     for (const int sig : {SIGINT, SIGTERM, SIGHUP}) sigaction(sig, &stop, nullptr);
 
-    CLI::App app{"Keyboard and mouse for a KVM extender endpoint", "quillon-console"};
+    CLI::App app{"Keyboard, mouse and questions for a KVM extender endpoint", "quillon-console"};
     Options options;
     addCommands(app, options);
     app.failure_message([](const CLI::App *, const CLI::Error &error) {

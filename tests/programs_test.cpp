@@ -109,7 +109,7 @@ TEST(QuillonConsole, ErrorsComeBeforeAnythingIsSent) {
         {"type 'na\xC3\xAFve'", "no key for byte 0xc3, character 3"},
         {"key ctrl+alt+nokey", "unknown key \"nokey\""},
         {"key a+b", "only one reaches the computer"},
-        {"mouse by 1 1", "nobody listens at 127.0.0.1:9"}};
+        {"mouse by 1 1", "nobody listens at 127.0.0.1:41302"}};
     for (const auto &[arguments, message] : wrong) {
         const Outcome outcome = run(nobody + arguments);
         EXPECT_EQ(outcome.status, 1) << arguments;

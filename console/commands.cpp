@@ -1,0 +1,130 @@
+#include "commands.h"
+
+#include <stdexcept>
+#include <thread>
+
+#include "group_socket.h"
+#include "records.h"
+
+namespace console {
+namespace {
+
+constexpr std::uint16_t kOperatorPort = 41302, kSettingsPort = 4001;
+constexpr char kGroup[] = "224.168.1.1";
+
+template <class T>
+T understood(const std::optional<T> &parsed, const std::string &answer) {
+    if (!parsed) throw std::runtime_error("the endpoint answered \"" + answer + "\"");
+    return *parsed;
+}
+
+}  // namespace
+
+Session::Session(const std::string &to, std::uint16_t dataPort, const std::string &from,
+                 std::chrono::milliseconds timeout)
+    : to_(to),
+      from_(from),
+      timeout_(timeout),
+      data_(to, dataPort, from),
+      operators_(to, kOperatorPort, from) {}
+
+std::string Session::ask(Endpoint &endpoint, const std::string &request) {
+    const auto answer = endpoint.ask(request, timeout_);
+    if (!answer) throw std::runtime_error("no answer from " + endpoint.name());
+    return *answer;
+}
+
+Link Session::link() {
+    const std::string answer = ask(data_, "link");
+    return understood(parseLink(answer), answer);
+}
+
+LockKeys Session::lockKeys() {
+    const std::string answer = ask(data_, "syncled");
+    return understood(parseLockKeys(answer), answer);
+}
+
+Holder Session::holder() {
+    const std::string answer = ask(operators_, "query");
+    return understood(parseHolder(answer), answer);
+}
+
+Settings Session::settings() {
+    return parseSettings(ask(operators_, "getKvmInfo"));
+}
+
+Settings Session::settingsViaGroup() {
+    GroupSocket group(kGroup, kSettingsPort, ownAddress());
+    const std::string command = "getKvmInfo:" + to_;
+    operators_.send(command.data(), command.size());
+    const auto text = group.receive(timeout_);
+    if (!text) throw std::runtime_error("no settings came on " + std::string(kGroup));
+    return parseSettings(text->text);
+}
+
+bool Session::usbLinked() {
+    // The answer address is not used with port 0: the answer comes back here.
+    const std::string answer = ask(
+        operators_, "[seq]\n[controlled]=" + to_ + "\n[answer]=0.0.0.0000000:0\nusb_is_link_pc");
+    const std::size_t at = answer.find("usb_is_link_pc=");
+    if (at == std::string::npos)
+        throw std::runtime_error("the endpoint answered \"" + answer + "\"");
+    return answer[at + 15] == '1';
+}
+
+void Session::setLockKeys(LockKeys wanted) {
+    const auto word = [](bool on) { return std::string(on ? "on" : "off"); };
+    const std::string request = "out=" + word(wanted.caps) + "&num=" + word(wanted.num);
+    data_.send(request.data(), request.size());
+    const LockKeys now = lockKeys();
+    // An endpoint with a CH9350 leaves the Num Lock key down.
+    const KeyboardRecord release = keyboardRecord({});
+    data_.send(release.data(), release.size());
+    if (now.caps != wanted.caps || now.num != wanted.num)
+        throw std::runtime_error("the lock keys are now caps " + word(now.caps) + ", num " +
+                                 word(now.num) +
+                                 "; is a computer attached, and may this address control it?");
+}
+
+void Session::setMouseMode(bool relative) {
+    const std::string command = relative ? "chip=rel" : "chip=abs";
+    operators_.send(command.data(), command.size());
+    // Another thread of the endpoint answers than the one that was told.
+    const auto deadline = std::chrono::steady_clock::now() + timeout_;
+    while (link().relative != relative) {
+        if (std::chrono::steady_clock::now() > deadline)
+            throw std::runtime_error("the endpoint did not change its mouse mode");
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+}
+
+void Session::setVerified(const std::string &command, const std::string &key, bool on) {
+    const std::string text = command + (on ? "=1" : "=0");
+    operators_.send(text.data(), text.size());
+    if (settings()[key] != (on ? "1" : "0"))
+        throw std::runtime_error("the endpoint did not take " + text);
+}
+
+void Session::setPermissions(bool on) {
+    setVerified("per_enable", "per_enable", on);
+}
+
+void Session::setUsbPower(bool on) {
+    setVerified("kUsbPower", "usb_power", on);
+}
+
+std::vector<Holder> discover(const std::string &from, std::chrono::milliseconds timeout) {
+    GroupSocket group(kGroup, 0, from);
+    group.send(kGroup, kOperatorPort, "query");
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    std::vector<Holder> found;
+    for (;;) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
+        const auto answer = left.count() > 0 ? group.receive(left) : std::nullopt;
+        if (!answer) return found;
+        if (const auto holder = parseHolder(answer->text)) found.push_back(*holder);
+    }
+}
+
+}  // namespace console
