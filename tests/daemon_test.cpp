@@ -5,9 +5,12 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstring>
 #include <memory>
+#include <random>
 
 #include "board.h"
+#include "commands.h"
 #include "endpoint.h"
 #include "input.h"
 #include "support.h"
@@ -203,6 +206,117 @@ TEST_F(DaemonOnBoard, IdleBoardOpensNothing) {
     EXPECT_FALSE(board_->waitUntilListening(300ms));
     EXPECT_FALSE(board_->daemonStatus());
     EXPECT_EQ(board_->registers().get(0x120F0100), 0U);
+}
+
+TEST_F(DaemonOnBoard, RawChipWorksInBothMouseModes) {
+    options_.identifier = "QBR_OTHER";
+    options_.chip = sim::BoardOptions::kCh9350;
+    options_.chatter = true;
+    startListening("buad_rate=9600\ncom_port=COM0\n");
+    EXPECT_NE(settings().find("com_port=COM3\nbuad_rate=115200\n"), std::string::npos);
+    EXPECT_NE(settings().find("chip_vision=CH9350\n"), std::string::npos);
+    EXPECT_TRUE(logs("this is ch9350 chip"));
+    console::Session session(kBoard, 80, kConsole, 3s);
+    type(kConsole, 'R');
+    EXPECT_TRUE(arrives("R"));
+    const auto to = console::absoluteRecord(960, 540, console::kNoButton, 0);
+    session.data().send(to.data(), to.size());
+    EXPECT_TRUE(board_->computer().waitFor([](const auto &s) { return s.absoluteX == 2044; }, 3s));
+    session.setMouseMode(true);
+    const auto by = console::relativeRecord(-8, 3, console::kLeft, 0);
+    session.data().send(by.data(), by.size());
+    EXPECT_TRUE(board_->computer().waitFor([](const auto &s) { return s.buttons == 1; }, 3s));
+    EXPECT_NE(settings().find("chip_model=rel\n"), std::string::npos);
+}
+
+TEST_F(DaemonOnBoard, OperatorsAskAndSwitch) {
+    startListening(kFast);
+    console::Session session(kBoard, 80, kConsole, 3s), other(kBoard, 80, kOther, 3s);
+    EXPECT_TRUE(session.usbLinked());
+    board_->hidChip().unplug();
+    EXPECT_FALSE(other.usbLinked());
+    board_->hidChip().plug();
+    session.setPermissions(true);
+    EXPECT_EQ(other.settings()["per_enable"], "1");
+    EXPECT_EQ(other.settingsViaGroup(), session.settings());
+    session.setUsbPower(true);
+    EXPECT_EQ(board_->registers().get(0x120F0170), 1U);
+    session.setMouseMode(true);
+    EXPECT_TRUE(other.link().relative);
+    const auto found = console::discover(kThird, 300ms);
+    ASSERT_EQ(found.size(), 1U);
+    EXPECT_EQ(found[0].endpoint, kBoard);
+}
+
+TEST_F(DaemonOnBoard, RecordsDuringALinkTestAreNotSent) {
+    startListening(kFast);
+    console::Endpoint operators(kBoard, 41302, kConsole);
+    operators.send("[seq]\n\n\nusb_is_link_pc", 23);
+    ASSERT_TRUE(logs("osd rcv command-->[seq]"));
+    type(kOther, 'x');
+    EXPECT_TRUE(logs("192.168.1.21 data error: "));
+    EXPECT_EQ(board_->computer().state().text, "");
+}
+
+TEST_F(DaemonOnBoard, LostOutputTakesTheLevelUntilItAnswers) {
+    options_.consoles = {kConsole};
+    options_.settings = std::string(kFast) +
+                        "per_enable=1\nconnect_name=192.168.1.20-ann\nconnect_per=5\n"
+                        "connect_ip0=192.168.1.20\n";
+    board_ = std::make_unique<sim::Board>(options_);
+    board_->consoles().setAnswering(kConsole, false);
+    board_->start();
+    EXPECT_TRUE(logs("not get out 192.168.1.20 heartbeat"));
+    EXPECT_EQ(ask("query", 41302), "query|192.168.1.10|1|192.168.1.20-ann|0");
+    board_->consoles().setAnswering(kConsole, true);
+    EXPECT_TRUE(board_->daemon()->waitForLine("heartBeat rcv ackheart", 40s).has_value());
+    EXPECT_EQ(ask("query", 41302), "query|192.168.1.10|1|192.168.1.20-ann|5");
+}
+
+TEST_F(DaemonOnBoard, PictureIsFollowedAfterThreeReadings) {
+    options_.settings = kFast;
+    board_ = std::make_unique<sim::Board>(options_);
+    board_->video().setSize(1280, 720);
+    board_->start();
+    ASSERT_TRUE(board_->waitUntilListening(20s));
+    const auto pictureIs = [&](const std::string &size) {
+        for (int i = 0; i < 150; ++i) {
+            if (ask("link")->rfind(size, 0) == 0) return true;
+            usleep(100000);
+        }
+        return false;
+    };
+    EXPECT_TRUE(pictureIs("vi_w=1280&vi_h=720&"));
+    board_->video().setSize(0, 0);
+    EXPECT_TRUE(logs("---vi no signal---"));
+    EXPECT_TRUE(pictureIs("vi_w=480&vi_h=270&"));
+    board_->video().setSize(800, 600);
+    EXPECT_TRUE(pictureIs("vi_w=800&vi_h=600&"));
+}
+
+TEST_F(DaemonOnBoard, DatagramsOfAnySizeAndKindLeaveItAlive) {
+    startListening(kFast);
+    std::mt19937 random(1);
+    for (const unsigned port : {80U, 41302U, 41303U, 41304U}) {
+        console::Endpoint endpoint(kBoard, static_cast<std::uint16_t>(port), kConsole);
+        for (const std::size_t size : {0U, 1U, 63U, 64U, 65U, 256U, 1400U}) {
+            std::string bytes(size, 'q');
+            endpoint.send(bytes.data(), size);
+            for (const char *head :
+                 {"", "per_enable=", "kUsbPower=", "[seq]\n", "software=", "out="}) {
+                for (char &byte : bytes) byte = static_cast<char>(random());
+                bytes.replace(0, std::min(size, strlen(head)), head, std::min(size, strlen(head)));
+                endpoint.send(bytes.data(), size);
+            }
+        }
+    }
+    // What one of these left on must not hide the rest.
+    ASSERT_EQ(ask("query", 41302)->substr(0, 6), "query|");
+    console::Session(kBoard, 80, kConsole, 3s).setPermissions(false);
+    EXPECT_EQ(ask("link")->substr(0, 5), "vi_w=");
+    type(kConsole, 'k');
+    EXPECT_TRUE(arrives("k"));
+    EXPECT_FALSE(board_->daemonStatus());
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "ch9329.h"
+#include "ch9350.h"
 #include "myserial.h"
 #include "records.h"
 #include "serial_ports.h"
@@ -181,6 +182,37 @@ TEST_F(DataServer, OutIsForThoseWhoMayControl) {
     handle("software=out=on&num=off", kStranger);
     EXPECT_EQ(computer_.state().leds, sim::kCapsLed);
     EXPECT_EQ(answerTo("link", kStranger).substr(0, 5), "vi_w=") << "questions are for all";
+}
+
+TEST_F(DataServer, RawChipGetsRecordsAndAnswersLockKeys) {
+    sim::Ch9350 raw(computer_);
+    ports_.attach(0, raw);
+    version = false;
+    handle(key('r'));
+    EXPECT_NE(log_.find("version 0, rel_enable 0\n"), std::string::npos);
+    const auto to = console::absoluteRecord(960, 540, console::kNoButton, 0);
+    handle({to.begin(), to.end()});
+    EXPECT_TRUE(computer_.waitFor([](const auto &s) { return s.absoluteX == 2044; },
+                                  std::chrono::seconds(2)));
+    EXPECT_EQ(computer_.state().text, "r");
+    computer_.setLeds(sim::kCapsLed);
+    EXPECT_EQ(answerTo("capslock"), "on");
+    EXPECT_EQ(answerTo("numlock"), "off");
+    EXPECT_EQ(log_.find("send ok"), std::string::npos);
+    EXPECT_EQ(answerTo("syncled"), "capslock=on&numlock=off");
+    handle("out=off&num=on");
+    EXPECT_NE(log_.find("serial write 57 ab 80 40\n0x2\n"), std::string::npos) << log_;
+    EXPECT_TRUE(computer_.waitFor([](const auto &s) { return s.leds == sim::kNumLed; },
+                                  std::chrono::seconds(2)));
+    EXPECT_EQ(computer_.state().keys[0], 0x53) << "on this chip the key stays down";
+
+    rel_enable = true;
+    const unsigned before = computer_.state().reports;
+    handle({to.begin(), to.end()});
+    handle(key('s'));
+    EXPECT_TRUE(
+        computer_.waitFor([](const auto &s) { return s.text == "rs"; }, std::chrono::seconds(2)));
+    EXPECT_EQ(computer_.state().reports, before + 1) << "the position was dropped";
 }
 
 TEST_F(DataServer, ErrorLinesPrintWhatCame) {

@@ -4,6 +4,9 @@
 
 #include <cstring>
 
+#include "ch9350.h"
+#include "myserial.h"
+#include "serial_ports.h"
 #include "state.h"
 #include "support.h"
 #include "udpsocket/udpsocket.h"
@@ -23,7 +26,7 @@ class Operator : public testing::Test {
         char text[kOperatorDatagram + 1] = {};
         daemon_.RecvFrom(text, kOperatorDatagram);
         log_ = test::printedBy([&] { handleOperatorCommand(daemon_, text); });
-        char reply[256];
+        char reply[1024];
         const int n = operator_.RecvFrom(reply, sizeof reply);
         return std::string(reply, static_cast<std::size_t>(std::max(n, 0)));
     }
@@ -49,6 +52,63 @@ TEST_F(Operator, QueryIsCutAtItsField) {
     const std::string reply = answerTo("query");
     EXPECT_EQ(reply.size(), 63U);
     EXPECT_EQ(reply.rfind("query|192.168.100.100|0|nnnn", 0), 0U);
+}
+
+TEST_F(Operator, SettingsAreKeptAndTakeEffect) {
+    version = true;
+    EXPECT_EQ(answerTo("chip=relative"), "");
+    EXPECT_EQ(log_.rfind("osd rcv command-->chip=relative\nQMX set chip model:relativ\n", 0), 0U);
+    EXPECT_TRUE(rel_enable);
+    answerTo("chip=other");
+    EXPECT_TRUE(rel_enable);
+    answerTo("per_enable=12");
+    EXPECT_TRUE(per);
+    const std::string saved = test::readFile("./quillon.ini");
+    EXPECT_NE(saved.find("chip_model=rel\n"), std::string::npos);
+    EXPECT_NE(saved.find("per_enable=12\n"), std::string::npos);
+    answerTo("chip=abs");
+    EXPECT_FALSE(rel_enable);
+    answerTo("per_enable");
+    EXPECT_FALSE(per) << "no value is 0";
+}
+
+TEST_F(Operator, ValuesCannotBecomeOtherSettings) {
+    answerTo("chip=abs");
+    const std::string before = test::readFile("./quillon.ini");
+    for (const char *command :
+         {"per_enable=ip=1", "kUsbPower=a\x01", "chip=rel=", "per_enable=\x7f"}) {
+        answerTo(command);
+        EXPECT_EQ(test::readFile("./quillon.ini"), before) << command;
+        EXPECT_NE(log_.find("value refused\n"), std::string::npos) << command;
+    }
+    EXPECT_FALSE(per || rel_enable);
+}
+
+TEST_F(Operator, SettingsFileGoesToTheSender) {
+    EXPECT_EQ(answerTo("getKvmInfo"), "");
+    EXPECT_NE(log_.find("fopen ini file error\n"), std::string::npos);
+    test::writeFile("./quillon.ini", std::string(600, 's'));
+    EXPECT_EQ(answerTo("getKvmInfo").size(), 512U);
+    EXPECT_EQ(answerTo("getKvmInfo:192.168.1.11"), "");
+    EXPECT_NE(log_.find("get cmd:getKvmInfo:192.168.1.11, need ip:192.168.1.11\n"),
+              std::string::npos);
+}
+
+TEST_F(Operator, LinkTestIsAnsweredWith64BytesToWhoIsMeant) {
+    sim::Computer computer;
+    sim::Ch9350 chip(computer);
+    sim::SerialPorts ports(false);
+    ports.attach(3, chip);
+    test::complainedBy([] { MySerial::open_port(MySerial::KUART3); });
+    MySerial::set_opt(115200, 8, 1, 'N', 0, 0);
+    const std::string head = "[seq]\n[controlled]=";
+    const std::string tail = "\n[answer]=127.0.0.1:05001\nusb_is_link_pc\n";
+    EXPECT_EQ(answerTo(head + "192.168.1.11" + tail), "");
+    EXPECT_EQ(answerTo(head + "192.168.1.10\n[answer]=a:1\nusb_is_link_pc"), "");
+    const std::string expected = "[ack]\n[controlled]=192.168.1.10\nusb_is_link_pc=1";
+    const std::string reply = answerTo(head + "192.168.1.10" + tail);
+    EXPECT_EQ(reply, expected + std::string(64 - expected.size(), '\0'));
+    EXPECT_EQ(answerTo("[seq] without the word"), "");
 }
 
 TEST_F(Operator, WhatIsNoCommandGetsNoAnswer) {

@@ -19,7 +19,7 @@ struct Outcome {
 
 // Runs a shell command; what it said on both outputs.
 Outcome run(const std::string &command) {
-    FILE *pipe = popen((command + " 2>&1").c_str(), "r");
+    FILE *pipe = popen(("{ " + command + "\n} 2>&1").c_str(), "r");
     Outcome outcome{-1, ""};
     if (pipe == nullptr) return outcome;
     char chunk[4096];
@@ -101,6 +101,43 @@ TEST(QuillonBoard, SignalEndsEverything) {
                                 "! grep -l quillon /proc/[0-9]*/comm");
     EXPECT_EQ(outcome.said, "");
     EXPECT_EQ(outcome.status, 0) << "something was left running";
+}
+
+TEST(QuillonBoard, RunningBoardIsToldAndEntered) {
+    const std::string board = kBoard;
+    const Outcome outcome =
+        run(board + "2>/dev/null & until " + board + "ctl status | grep -q 10:80; do :; done; " +
+            board + "ctl unplug; " + board + "ctl video 1x; " + board + "ctl dance; " + board +
+            "--name other ctl plug; " + board + "; " + board + "enter -- " + kConsole +
+            "--from 192.168.1.20 --json query; kill -INT $!; wait");
+    for (const char *said :
+         {"usb       keyboard and mouse gone\n", "the computer's USB cable is out\n",
+          "error: video takes a size", "error: unknown request \"dance\"",
+          "no board named other runs\n", "a board named default runs already",
+          "{\"endpoint\":\"192.168.1.10\",\"linked\":false,\"user\":\"\",\"level\":0}\n"})
+        EXPECT_TRUE(holds(outcome, said)) << said << "\nin\n" << outcome.said;
+}
+
+TEST(QuillonConsole, AsksAndSwitchesFromTheCommandLine) {
+    const std::string console = std::string(kConsole) + "--from 192.168.1.20 ";
+    test::writeFile("/data/linked.ini",
+                    "buad_rate=115200\nper_enable=1\nconnect_name=192.168.1.21-bob\n"
+                    "connect_per=3\nconnect_ip0=192.168.1.21\n");
+    const Outcome outcome =
+        run(std::string(kBoard) +
+            "--console 192.168.1.20 --console 192.168.1.21 --config "
+            "/data/linked.ini -- sh -c '" +
+            console + "query; " + console + "type a; " + console + "--as-software type b; " +
+            console + "permissions off; " + console + "set-leds caps=on; " + console +
+            "--json link; " + console + "mouse-mode rel; " + console + "usb-link; " + console +
+            "--json settings --via-group | grep -o rel; " + console +
+            "--port 9 --timeout 100 link; " + console + "discover'");
+    for (const char *said :
+         {"user      192.168.1.21-bob\nlevel     3\n", "192.168.1.20 may not send", "typed     b\n",
+          "locks     Num off, Caps on, Scroll off\n", "caps  on\nnum   off\n",
+          "{\"width\":1920,\"height\":1080,\"mouse\":\"absolute\"}\n", "computer  yes\n", "rel\n",
+          "nobody listens at 192.168.1.10:9\n", "endpoint          linked"})
+        EXPECT_TRUE(holds(outcome, said)) << said << "\nin\n" << outcome.said;
 }
 
 TEST(QuillonConsole, ErrorsComeBeforeAnythingIsSent) {

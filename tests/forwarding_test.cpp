@@ -1,0 +1,111 @@
+#include "main/forwarding.h"
+
+#include <gtest/gtest.h>
+
+#include "ch9329.h"
+#include "ch9350.h"
+#include "cmd_ch9329.h"
+#include "myserial.h"
+#include "serial_ports.h"
+#include "state.h"
+#include "support.h"
+
+namespace {
+
+using test::Bytes;
+
+class Forwarding : public testing::Test {
+  protected:
+    Forwarding() : ports_(false) {
+        test::complainedBy([] { MySerial::open_port(MySerial::KUART3); });
+        MySerial::set_opt(115200, 8, 1, 'N', 0, 0);
+    }
+
+    sim::Computer computer_;
+    sim::SerialPorts ports_;
+};
+
+TEST_F(Forwarding, RawRecordsAreScaledInPlace) {
+    test::ScriptedDevice device;
+    ports_.attach(3, device);
+    const auto scaled = [&](unsigned x, unsigned y) {
+        char frame[10] = {0x57, '\xAB', 4, 1, 0};
+        frame[5] = static_cast<char>(x & 0xFF);
+        frame[6] = static_cast<char>(x >> 8);
+        frame[7] = static_cast<char>(y & 0xFF);
+        frame[8] = static_cast<char>(y >> 8);
+        const std::size_t before = device.heard().size();
+        serialcontrol(frame, 10, 20);
+        const Bytes heard = device.waitFor(before + 10);
+        const auto at = [&](std::size_t i) { return heard.at(before + i); };
+        return std::pair{at(5) | at(6) << 8, at(7) | at(8) << 8};
+    };
+    EXPECT_EQ(scaled(960, 540), (std::pair{511, 511}));
+    EXPECT_EQ(scaled(1920, 1079), (std::pair{1023, 1022}));
+    EXPECT_EQ(scaled(0, 5000), (std::pair{0, 1023}));
+    // -1 x 1023, divided unsigned by 1920: 2236962 for the first 16 bits of 0x2221E2
+    EXPECT_EQ(scaled(0xFFFF, 0), (std::pair{1023, 0}));
+    vi_w = vi_h = 0;
+    EXPECT_EQ(scaled(100, 100), (std::pair{0, 0}));
+
+    char other[] = {1, 2, 3};
+    serialcontrol(other, 3, 0);
+    EXPECT_EQ(device.waitFor(53).back(), 3);
+}
+
+TEST_F(Forwarding, LinkTestFindsTheComputerAndLeavesNumLock) {
+    sim::Ch9329 framed(computer_, 115200, 115200);
+    sim::Ch9350 raw(computer_);
+    for (const bool isCh9329 : {true, false}) {
+        version = isCh9329;
+        sim::HidChip &chip = isCh9329 ? static_cast<sim::HidChip &>(framed) : raw;
+        ports_.attach(3, chip);
+        for (const std::uint8_t leds : {sim::kCapsLed, sim::kNumLed}) {
+            computer_.setLeds(leds);
+            query_link = true;
+            EXPECT_TRUE(query_usb_link());
+            EXPECT_FALSE(query_link);
+            EXPECT_EQ(computer_.state().leds, leds);
+        }
+        const unsigned before = computer_.state().reports;
+        chip.unplug();
+        EXPECT_FALSE(query_usb_link());
+        EXPECT_EQ(computer_.state().reports, before);
+        chip.plug();
+    }
+}
+
+TEST_F(Forwarding, LinkTestStrokesOnceWithoutAnAnswer) {
+    test::ScriptedDevice device;
+    ports_.attach(3, device);
+    version = false;
+    EXPECT_FALSE(query_usb_link());
+    const Bytes request{0x57, 0xAB, 0x80, 0x40}, heard = device.waitFor(30);
+    ASSERT_EQ(heard.size(), 30U);
+    EXPECT_EQ(Bytes(heard.begin(), heard.begin() + 4), request);
+    EXPECT_EQ(heard[9], 0x53);
+    EXPECT_EQ(heard[20], 0x00);
+    EXPECT_EQ(Bytes(heard.end() - 4, heard.end()), request);
+}
+
+TEST(MergeSerialMessage, GathersFromHeadToTail) {
+    char all[64] = "";
+    const auto merge = [&](std::string piece) {
+        return mergeSerialMessage(all, piece.data(), "<h", "t>");
+    };
+    EXPECT_EQ(merge("nothing"), 3);
+    EXPECT_STREQ(all, "");
+    EXPECT_EQ(merge("x<h1"), 1);
+    EXPECT_EQ(merge("2"), 1);
+    EXPECT_EQ(merge("3t>rest"), 2);
+    EXPECT_STREQ(all, "x<h123t>");
+    all[0] = '\0';
+    EXPECT_EQ(merge("<...t"), 2) << "first characters at both ends are enough";
+    EXPECT_STREQ(all, "<...t");
+    all[0] = '\0';
+    EXPECT_EQ(merge("t><h a t> b"), 2);
+    EXPECT_STREQ(all, "t><h a t>");
+    EXPECT_EQ(merge(""), 1);
+}
+
+}  // namespace

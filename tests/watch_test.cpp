@@ -1,0 +1,109 @@
+// Heartbeats to the outputs, and the size of the picture.
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "main/heartbeat.h"
+#include "main/video_watch.h"
+#include "network.h"
+#include "output_consoles.h"
+#include "state.h"
+#include "support.h"
+#include "udpsocket/udpsocket.h"
+
+namespace {
+
+class Heartbeat : public testing::Test {
+  protected:
+    Heartbeat() : outputs_(addresses()) {
+        htBeatSocket = &socket_;
+        socket_.CreateUDPServer(41301, 1, true, true);
+        for (const char *output : {"192.168.7.20", "0.0.0.0", "192.168.7.21"}) {
+            curtInfo.link[curLink_num] = 1;
+            strcpy(curtInfo.curOutIp[curLink_num++], output);
+        }
+        curtInfo.curOutPre = 5;
+    }
+
+    static std::vector<std::string> addresses() {
+        sim::makeEth0({"192.168.7.10", "192.168.7.20", "192.168.7.21"});
+        return {"192.168.7.20", "192.168.7.21"};
+    }
+
+    std::string pass() {
+        return test::printedBy([&] { heartbeatPass(socket_); });
+    }
+
+    sim::OutputConsoles outputs_;
+    UDPSocket socket_;
+};
+
+constexpr char kAlive[] =
+    "[checkConnect]-0: send to output:192.168.7.20 heartbeat\n"
+    "[checkConnect]-0: heartBeat rcv ackheart\n"
+    "[checkConnect]-0: send to output:192.168.7.21 heartbeat\n"
+    "[checkConnect]-0: heartBeat rcv ackheart\n";
+
+TEST_F(Heartbeat, LevelIsLostWithAnOutputAndComesBack) {
+    EXPECT_EQ(pass(), kAlive);
+    EXPECT_EQ(curtInfo.curOutPre, 5);
+    outputs_.setAnswering("192.168.7.21", false);
+    EXPECT_NE(pass().find("not get out 192.168.7.21 heartbeat\n"), std::string::npos);
+    EXPECT_EQ(curtInfo.curOutPre, 0);
+    EXPECT_EQ(curtInfo.heartPre, 5);
+    // Both lost: the level that was saved stays.
+    outputs_.setAnswering("192.168.7.20", false);
+    pass();
+    EXPECT_EQ(curtInfo.heartPre, 5);
+    outputs_.setAnswering("192.168.7.20", true);
+    outputs_.setAnswering("192.168.7.21", true);
+    pass();
+    EXPECT_EQ(curtInfo.curOutPre, 5);
+}
+
+TEST_F(Heartbeat, NobodyLinkedIsNobodyPinged) {
+    curLink_num = 0;
+    EXPECT_EQ(pass(), "");
+}
+
+TEST(VideoWatch, TakesTheThirdReadingThatDiffers) {
+    VideoReadings readings;
+    const auto read = [&](unsigned w, unsigned h) {
+        return test::printedBy([&] { takeVideoReading(readings, w, h); });
+    };
+    read(1280, 720);
+    read(1280, 720);
+    EXPECT_EQ(vi_w, 1920U);
+    read(1280, 720);
+    EXPECT_EQ(vi_w, 1280U);
+    EXPECT_EQ(vi_h, 720U);
+    // An unchanged reading between does not reset the count.
+    read(800, 600);
+    read(1280, 720);
+    read(800, 600);
+    EXPECT_EQ(vi_w, 1280U);
+    read(640, 480);
+    EXPECT_EQ(vi_w, 640U);
+    // Without a signal every reading differs.
+    std::string said;
+    for (int i = 0; i < 7; ++i) said += read(0, 480);
+    EXPECT_EQ(said, "---vi no signal---\n---vi no signal---\n");
+    EXPECT_EQ(vi_w, 480U);
+    EXPECT_EQ(vi_h, 270U);
+}
+
+TEST(VideoWatch, GroupMasks) {
+    EXPECT_EQ(netlink_group_mask(0), 0U);
+    EXPECT_EQ(netlink_group_mask(5), 0x10U);
+    EXPECT_EQ(netlink_group_mask(32), 0x80000000U);
+    EXPECT_EQ(netlink_group_mask(33), 0U);
+}
+
+TEST(VideoWatch, SaysWhyItCannotStart) {
+    // A kernel without the board's driver, and no preload library here.
+    EXPECT_EQ(test::printedBy([] { EXPECT_EQ(timeCheckVi(nullptr), nullptr); }),
+              " Error: Protocol not supported\n[timeCheckVi]-0: create socket error\n");
+}
+
+}  // namespace
