@@ -10,7 +10,7 @@
 
 #include <cerrno>
 #include <cstddef>
-#include <cstdlib>
+#include <cstdio>
 #include <cstring>
 #include <stdexcept>
 
@@ -94,6 +94,18 @@ bool inOtherNamespace(pid_t pid, const char *which) {
            strcmp(own, other) != 0;
 }
 
+void joinNamespacesOf(pid_t board) {
+    char cwd[4096];
+    if (getcwd(cwd, sizeof cwd) == nullptr) strcpy(cwd, "/");
+    const int handle = static_cast<int>(syscall(SYS_pidfd_open, board, 0));
+    int spaces = CLONE_NEWNS | CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWPID;
+    if (inOtherNamespace(board, "user")) spaces |= CLONE_NEWUSER;
+    if (handle < 0 || setns(handle, spaces) != 0) fail("cannot enter the board");
+    close(handle);
+    if (chdir(cwd) != 0 && chdir("/") != 0) fail("chdir");
+    putToolsInPath();
+}
+
 }  // namespace
 
 int listenForControl(const std::string &name) {
@@ -129,25 +141,22 @@ std::string askBoard(const std::string &name, const std::string &request) {
     return converse(name, request, board);
 }
 
-int enterBoard(const std::string &name, std::vector<std::string> command) {
+int enterBoard(const std::string &name, const std::vector<std::string> &command) {
     pid_t board = 0;
     converse(name, "status", board);
-    char cwd[4096];
-    if (getcwd(cwd, sizeof cwd) == nullptr) strcpy(cwd, "/");
-
-    const int handle = static_cast<int>(syscall(SYS_pidfd_open, board, 0));
-    int spaces = CLONE_NEWNS | CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWPID;
-    if (inOtherNamespace(board, "user")) spaces |= CLONE_NEWUSER;
-    if (handle < 0 || setns(handle, spaces) != 0) fail("cannot enter the board named " + name);
-    close(handle);
-    if (chdir(cwd) != 0 && chdir("/") != 0) fail("chdir");
-    putToolsInPath();
-
-    const char *shell = getenv("SHELL");
-    if (command.empty()) command = {shell != nullptr ? shell : "/bin/sh"};
-    Launch what;
-    what.arguments = std::move(command);
-    return awaitExit(launch(what));
+    fflush(nullptr);
+    // A process of its own does it, for one that joined a PID namespace is in neither.
+    const pid_t entered = fork();
+    if (entered < 0) fail("fork");
+    if (entered > 0) return awaitExit(entered);
+    int status = 1;
+    try {
+        joinNamespacesOf(board);
+        status = awaitExit(launch({command, {}, "", -1, -1, -1, false}));
+    } catch (const std::runtime_error &error) {
+        fprintf(stderr, "quillon-board: %s\n", error.what());
+    }
+    _exit(status);
 }
 
 }  // namespace sim

@@ -18,8 +18,8 @@ void serveControl(int listening, const std::function<std::string(const std::stri
 /// Sends a request to a running board; its answer. Throws std::runtime_error when none runs.
 std::string askBoard(const std::string &name, const std::string &request);
 
-/// Runs a command (a shell when empty) on the private host of a running board; its exit status.
-/// Throws std::runtime_error when none runs or the kernel refuses.
-int enterBoard(const std::string &name, std::vector<std::string> command);
+/// Runs a command on the private host of a running board; its exit status, 1 with a line on
+/// standard error when the kernel refuses. Throws std::runtime_error when none runs.
+int enterBoard(const std::string &name, const std::vector<std::string> &command);
 
 }  // namespace sim

@@ -234,7 +234,12 @@ void complete(CLI::App &app, Options &options) {
 }
 
 int speakToRunningBoard(const CLI::App &app, const Options &options) {
-    if (app.got_subcommand("enter")) return sim::enterBoard(options.name, options.command);
+    if (app.got_subcommand("enter")) {
+        const char *shell = getenv("SHELL");
+        const std::vector<std::string> interactive{shell != nullptr ? shell : "/bin/sh"};
+        return sim::enterBoard(options.name,
+                               options.command.empty() ? interactive : options.command);
+    }
     std::string request;
     for (const std::string &word : options.command) request += (request.empty() ? "" : " ") + word;
     const std::string answer = sim::askBoard(options.name, request);
