@@ -225,6 +225,7 @@ void showEndpoints(const Options &options) {
         console::discover(options.from, std::chrono::milliseconds(options.timeoutMs));
     if (found.empty()) throw std::runtime_error("no endpoint answered");
     std::vector<console::Report> reports;
+    reports.reserve(found.size());
     for (const console::Holder &holder : found) reports.push_back(console::reportOf(holder));
     console::printTable(reports, options.json);
 }

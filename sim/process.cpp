@@ -70,6 +70,7 @@ std::string readAll(int fd) {
 pid_t launch(const Launch &what) {
     std::vector<std::string> texts = what.arguments;
     std::vector<char *> arguments;
+    arguments.reserve(texts.size() + 1);
     for (std::string &text : texts) arguments.push_back(text.data());
     arguments.push_back(nullptr);
     Environment environment(what.environment);

@@ -6,6 +6,7 @@
 
 #include <csignal>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <random>
 
@@ -228,6 +229,45 @@ TEST_F(DaemonOnBoard, RawChipWorksInBothMouseModes) {
     EXPECT_TRUE(board_->computer().waitFor([](const auto &s) { return s.buttons == 1; }, 3s));
     EXPECT_NE(settings().find("chip_model=rel\n"), std::string::npos);
 }
+
+struct Row {
+    const char *identifier, *port, *chip;
+    int threads;  ///< main, data server, and the video watch where there is one
+};
+
+// In the test's name.
+void PrintTo(const Row &row, std::ostream *out) {
+    *out << "board " << row.identifier;
+}
+
+class EveryBoard : public DaemonOnBoard, public testing::WithParamInterface<Row> {};
+
+TEST_P(EveryBoard, StartsItsChipOnItsPort) {
+    const Row row = GetParam();
+    options_.identifier = row.identifier;
+    const bool raw = std::string(row.chip) == "CH9350";
+    if (raw) options_.chip = sim::BoardOptions::kCh9350;
+    startListening(std::string(kFast) + "com_port=COM0\n");
+    EXPECT_NE(settings().find(std::string("com_port=") + row.port), std::string::npos);
+    EXPECT_NE(settings().find(std::string("chip_vision=") + row.chip), std::string::npos);
+    const std::string tasks = "/proc/" + std::to_string(board_->daemon()->pid()) + "/task";
+    const auto threads = std::distance(std::filesystem::directory_iterator(tasks), {});
+    EXPECT_EQ(threads, row.threads);
+    type(kConsole, 'k');
+    EXPECT_TRUE(arrives("k"));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, EveryBoard,
+                         testing::Values(Row{"QBRD10401m2_3000_R1", "COM2", "CH9329", 3},
+                                         Row{"QBRE10401m2_3000_R1", "COM2", "CH9329", 3},
+                                         Row{"QBRD10401m2_3010_R1", "COM2", "CH9329", 3},
+                                         Row{"QBRD10402m_3100_R1_more", "COM2", "CH9329", 3},
+                                         Row{"QBRE10402n_100_R1", "COM1", "CH9329", 2},
+                                         Row{"QBRD10402m_500_R1", "COM1", "CH9329", 3},
+                                         Row{"QBRD10403n_5000_R1", "COM1", "CH9329", 3},
+                                         Row{"QBRF1040pm_300_R1", "COM0", "CH9329", 3},
+                                         Row{"QBRD1040pn_100_R1", "COM0", "CH9329", 3},
+                                         Row{"", "COM3", "CH9350", 3}));
 
 TEST_F(DaemonOnBoard, OperatorsAskAndSwitch) {
     startListening(kFast);
