@@ -103,6 +103,9 @@ TEST(MergeSerialMessage, GathersFromHeadToTail) {
     EXPECT_EQ(merge("<...t"), 2) << "first characters at both ends are enough";
     EXPECT_STREQ(all, "<...t");
     all[0] = '\0';
+    EXPECT_EQ(mergeSerialMessage(all, std::string("..##x").data(), "##", "##"), 1)
+        << "a tail comes after the head";
+    all[0] = '\0';
     EXPECT_EQ(merge("t><h a t> b"), 2);
     EXPECT_STREQ(all, "t><h a t>");
     EXPECT_EQ(merge(""), 1);

@@ -32,7 +32,7 @@ bool unwrapSoftware(char *buf, int &length) {
     if (length == kSoftwareTag + kAbsMouseRecord) length = kAbsMouseRecord;
     if (length == kSoftwareTag + kKeyboardRecord) length = kKeyboardRecord;
     memmove(buf, buf + kSoftwareTag, static_cast<std::size_t>(length));
-    buf[length] = '\0';
+    buf[length] = '\0';  // what is left of the longer datagram is no part of the text
     return true;
 }
 

@@ -28,12 +28,6 @@ void strokeNumLockRaw() {
     }
 }
 
-bool numLockFramed() {
-    bool caps = false, num = false, scroll = false;
-    queryKeyLock(&caps, &num, &scroll);
-    return num;
-}
-
 // The LED byte of the first answer among a few reads, 0 without one.
 char ledsOfStatus() {
     constexpr int kTries = 4;
@@ -44,9 +38,13 @@ char ledsOfStatus() {
 }
 
 bool ch9329Linked() {
-    const bool before = numLockFramed();
+    // One set of flags: an answer without them leaves them, and is no change.
+    bool caps = false, num = false, scroll = false;
+    queryKeyLock(&caps, &num, &scroll);
+    const bool before = num;
     strokeNumLockFramed();
-    if (numLockFramed() == before) return false;
+    queryKeyLock(&caps, &num, &scroll);
+    if (num == before) return false;
     strokeNumLockFramed();  // as it was
     return true;
 }
@@ -102,7 +100,7 @@ int mergeSerialMessage(char *destination, char *piece, const char *head, const c
         return 2;
     }
     const char *start = strstr(piece, head);
-    const char *end = strstr(start != nullptr ? start : piece, tail);
+    const char *end = strstr(start != nullptr ? start + strlen(head) : piece, tail);
     if (end == nullptr) {
         if (start == nullptr && destination[0] == '\0') return 3;
         strcat(destination, piece);

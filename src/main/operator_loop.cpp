@@ -93,8 +93,8 @@ void answerSettings(UDPSocket &socket, char *command) {
         socket.EchoTo(text, size);
         return;
     }
-    char ip[kAddressSize] = {};
-    sscanf(command, "getKvmInfo:%15s", ip);
+    char ip[kAddressSize + 1] = {};  // one more, so that a longer text is not taken for ours
+    sscanf(command, "getKvmInfo:%16s", ip);
     printf("get cmd:%s, need ip:%s\n", command, ip);
     if (strcmp(ip, curLocalIp) != 0) return;
     socket.SendTo("224.168.1.1", 4001, text, size);
