@@ -261,12 +261,17 @@ int main(int argc, char **argv) {
         app.parse(argc, argv);
         if (!app.get_subcommands().empty()) return speakToRunningBoard(app, options);
         complete(app, options);
-        options.control = sim::listenForControl(options.name);
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? 0 : 2;
     } catch (const std::runtime_error &error) {
         fprintf(stderr, "quillon-board: %s\n", error.what());
         return app.get_subcommands().empty() ? 2 : 1;
+    }
+    try {
+        options.control = sim::listenForControl(options.name);
+    } catch (const std::runtime_error &error) {
+        fprintf(stderr, "quillon-board: %s\n", error.what());
+        return 1;
     }
     return sim::runOnPrivateHost([&] {
         try {
