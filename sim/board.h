@@ -81,7 +81,6 @@ class Board {
     OutputConsoles &consoles() { return consoles_; }
     Computer &computer() { return computer_; }
     Registers &registers() { return registers_; }
-    SerialPorts &ports() { return *ports_; }
     const BoardOptions &options() const { return options_; }
     std::string settingsFile() const { return options_.directory + "/quillon.ini"; }
     /// UDP port of the data server, 0 until it started.

@@ -75,7 +75,6 @@ class Session {
         board_ = &board;
         board.start();
         const int status = serve(board);
-        if (status == 0 || command_ > 0) board.waitUntilQuiet(std::chrono::seconds(5));
         endCommand();
         board.stop();
         return status;
@@ -102,7 +101,11 @@ class Session {
         for (;;) {
             const Wake wake = wait(200);
             if (wake == Wake::kSignal) return interruptedStatus();
-            if (wake == Wake::kCommandEnded) return commandStatus_;
+            if (wake == Wake::kCommandEnded) {
+                // What it sent may still be on its way to the computer.
+                board.waitUntilQuiet(std::chrono::seconds(5));
+                return commandStatus_;
+            }
             if (const auto status = board.daemonStatus()) return daemonEnded(board, *status);
         }
     }

@@ -113,6 +113,22 @@ TEST_F(Chip, NewSpeedActsAfterARestart) {
     EXPECT_EQ(ask(frame(0x01, {})).size(), 14U);
 }
 
+TEST_F(Chip, PowerLossKeepsOrForgets) {
+    chip_.powerCycle();
+    EXPECT_EQ(chip_.baud(), 115200);
+    chip_.forgetOnPowerLoss(true);
+    chip_.powerCycle();
+    EXPECT_EQ(chip_.baud(), 9600);
+}
+
+TEST_F(Chip, StrictPacketsHoldOneFrame) {
+    const Bytes one = frame(0x02, kKeyA);
+    Bytes twice = one;
+    twice.insert(twice.end(), one.begin(), one.end());
+    chip_.strictPackets(true);
+    EXPECT_EQ(ask(twice).size(), 7U);
+}
+
 TEST_F(Chip, PulledCableIsSeenAndReleasesKeys) {
     computer_.setLeds(sim::kNumLed);
     EXPECT_EQ(ask(frame(0x01, {}))[7], sim::kNumLed);
