@@ -3,7 +3,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "group_socket.h"
+#include "datagram_socket.h"
 #include "records.h"
 
 namespace console {
@@ -54,7 +54,7 @@ Settings Session::settings() {
 }
 
 Settings Session::settingsViaGroup() {
-    GroupSocket group(kGroup, kSettingsPort, ownAddress());
+    DatagramSocket group(kGroup, kSettingsPort, ownAddress());
     const std::string command = "getKvmInfo:" + to_;
     operators_.send(command.data(), command.size());
     const auto text = group.receive(timeout_);
@@ -114,14 +114,14 @@ void Session::setUsbPower(bool on) {
 }
 
 std::vector<Holder> discover(const std::string &from, std::chrono::milliseconds timeout) {
-    GroupSocket group(kGroup, 0, from);
-    group.send(kGroup, kOperatorPort, "query");
+    DatagramSocket socket(from, 0, from);
+    socket.send(kGroup, kOperatorPort, "query");
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     std::vector<Holder> found;
     for (;;) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
             deadline - std::chrono::steady_clock::now());
-        const auto answer = left.count() > 0 ? group.receive(left) : std::nullopt;
+        const auto answer = left.count() > 0 ? socket.receive(left) : std::nullopt;
         if (!answer) return found;
         if (const auto holder = parseHolder(answer->text)) found.push_back(*holder);
     }

@@ -2,7 +2,9 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <boost/lexical_cast/try_lexical_convert.hpp>
+#include <cctype>
 #include <cstdio>
 
 #include "common/common.h"
@@ -78,6 +80,11 @@ bool read_ini::find_value_(const std::vector<std::string> &lines, const std::str
 
 template bool read_ini::find_value_(const std::vector<std::string> &, const std::string &,
                                     std::string &);
+
+bool isStorable(const std::string &value) {
+    return std::none_of(value.begin(), value.end(),
+                        [](unsigned char byte) { return byte == '=' || iscntrl(byte) != 0; });
+}
 
 SoftwareConfig::SoftwareConfig() : configvalue_(kSettingCount), filepath_("./quillon.ini") {
     for (std::size_t id = 0; id < kSettingCount; ++id) configvalue_[id] = kSettings[id].initial;

@@ -40,6 +40,10 @@ class read_ini {
     std::vector<std::string> lines;
 };
 
+/// False for a text that the settings file would not give back as this setting alone: one with
+/// '=', for keys are looked for anywhere in a line, or with a control character.
+bool isStorable(const std::string &value);
+
 /// All settings as text, and their file "./quillon.ini". Not locked: two threads that write the
 /// same item, or one that saves while another sets, are not coordinated.
 class SoftwareConfig {

@@ -2,12 +2,12 @@
 
 #include <unistd.h>
 
-#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "kvm_comm.h"
+#include "main/arbitration.h"
 #include "main/board.h"
 #include "main/chip_setup.h"
 #include "main/forwarding.h"
@@ -33,12 +33,9 @@ void answerQuery(UDPSocket &socket, char *) {
 bool takeValue(const char *command, const char *format, char (&value)[8]) {
     memset(value, 0, sizeof value);
     sscanf(command, format, value);
-    for (const char *p = value; *p != '\0'; ++p) {
-        if (*p != '=' && iscntrl(static_cast<unsigned char>(*p)) == 0) continue;
-        puts("value refused");
-        return false;
-    }
-    return true;
+    if (isStorable(value)) return true;
+    puts("value refused");
+    return false;
 }
 
 void keep(Config::SoftWareConfigID id, const char *value) {
@@ -123,12 +120,16 @@ void answerUsbLink(UDPSocket &socket, char *command) {
 struct Command {
     const char *prefix;
     void (*carryOut)(UDPSocket &, char *);
+    bool needsPermissions = false;  ///< no command while they are off
 };
 
 // The first prefix that matches decides.
 constexpr Command kCommands[] = {
-    {"query", answerQuery},         {"chip", setMouseMode},   {"per_enable", setPermissions},
-    {"getKvmInfo", answerSettings}, {"[seq]", answerUsbLink}, {"kUsbPower", setUsbPower},
+    {"query", answerQuery},         {"connect", handleConnect, true},
+    {"apply", handleApply, true},   {"disconnect", handleDisconnect, true},
+    {"chip", setMouseMode},         {"per_enable", setPermissions},
+    {"getKvmInfo", answerSettings}, {"[seq]", answerUsbLink},
+    {"kUsbPower", setUsbPower},
 };
 
 }  // namespace
@@ -136,6 +137,7 @@ constexpr Command kCommands[] = {
 void handleOperatorCommand(UDPSocket &socket, char *command) {
     printf("osd rcv command-->%s\n", command);
     for (const Command &known : kCommands) {
+        if (known.needsPermissions && !per) continue;
         if (strncmp(command, known.prefix, strlen(known.prefix)) != 0) continue;
         known.carryOut(socket, command);
         return;

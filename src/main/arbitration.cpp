@@ -1,0 +1,267 @@
+#include "main/arbitration.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <sstream>
+
+#include "common/common.h"
+#include "main/link_table.h"
+#include "software_config.h"
+#include "state.h"
+#include "udpsocket/udpsocket.h"
+
+namespace {
+
+constexpr unsigned kConsolePort = 2333;
+constexpr char kAllConsoles[] = "225.168.1.168";
+
+// What consoles and the holder are sent, zeroes behind the text.
+struct Message {
+    char text[64] = {};
+    long length() const { return static_cast<long>(strlen(text)); }
+};
+
+Message connected(const char *name, int level) {
+    Message message;
+    snprintf(message.text, sizeof message.text, "connect|%s|1|%s|%d", curLocalIp, name, level);
+    return message;
+}
+
+Message holderDropped() {
+    Message message;
+    snprintf(message.text, sizeof message.text, "disconnect|%s|0|%s|%d", curLocalIp,
+             curtInfo.curName, sharedLoad(curtInfo.curOutPre));
+    return message;
+}
+
+void tellAll(const Message &message) {
+    multiSocket->SendTo(kAllConsoles, kConsolePort, message.text, message.length());
+}
+
+void tellUser(const char *name, const Message &message, long size) {
+    const char *end = strchr(name, '-');
+    if (end == nullptr || end - name >= static_cast<long>(kAddressSize)) return;
+    char address[kAddressSize] = {};
+    memcpy(address, name, static_cast<std::size_t>(end - name));
+    multiSocket->SendTo(address, kConsolePort, message.text, size);
+    printf("--->send %s data %s\n", address, message.text);
+}
+
+// The next free slot; the counter follows once it is stored.
+void fillSlot(const char *ip) {
+    const unsigned slot = curLink_num;
+    copyText(curtInfo.curOutIp[slot], kAddressSize, ip);
+    curtInfo.link[slot] = 1;
+}
+
+void storeSlot(bool withNameAndLevel) {
+    saveLinkInfo(curLink_num, withNameAndLevel);
+    sharedStore(curLink_num, curLink_num + 1);
+}
+
+void setHolder(const char *name, int level) {
+    copyText(curtInfo.curName, sizeof curtInfo.curName, name);
+    sharedStore(curtInfo.curOutPre, level);
+}
+
+// Only the last slot is given up: those below it keep their addresses and serve the next user.
+// The counter goes first, here and below: an empty address that counts as linked lets anybody send.
+void dropHolder() {
+    setHolder("", 0);
+    const unsigned last = curLink_num - 1;
+    sharedStore(curLink_num, last);
+    curtInfo.link[last] = 0;
+    copyText(curtInfo.curOutIp[last], kAddressSize, "");
+}
+
+void clearTable() {
+    sharedStore(curLink_num, 0U);
+    curtInfo = {};
+}
+
+// False, with nothing changed but a message printed, for a ninth output.
+bool hasRoom() {
+    return curLink_num < kMaxOutputs || saveLinkInfo(curLink_num, false);
+}
+
+// Names the slot behind the last one, which was just filled when the counter has yet to follow.
+void logSuccess(int line) {
+    const char *output = curLink_num < kMaxOutputs ? curtInfo.curOutIp[curLink_num] : "";
+    logAt("main", line, "connect name:%s,ip:%s,pre:%d  success", curtInfo.curName, output,
+          sharedLoad(curtInfo.curOutPre));
+}
+
+struct Request {
+    std::string name, ip;
+    int level = 0;
+};
+
+// False, and a line, when a field fits no slot or would come back from the settings as another.
+bool readRequest(char *command, bool withAddress, Request &request) {
+    changeChar(command);
+    std::istringstream words(command);
+    std::string word;
+    words >> word >> request.name;
+    if (withAddress) words >> request.ip;
+    words >> request.level;
+    if (request.name.size() < sizeof curtInfo.curName && request.ip.size() < kAddressSize &&
+        isStorable(request.name) && isStorable(request.ip))
+        return true;
+    puts("value refused");
+    return false;
+}
+
+bool isHolder(const std::string &name) {
+    return name == curtInfo.curName;
+}
+
+void addOutput(const std::string &ip) {
+    const auto same = [&](const char *output) { return ip == output; };
+    if (std::any_of(std::begin(curtInfo.curOutIp), std::end(curtInfo.curOutIp), same)) {
+        logAt("main", 2094, "check same output ip in linkmap");
+        return;
+    }
+    if (!hasRoom()) return;
+    fillSlot(ip.c_str());
+    logSuccess(2101);
+    storeSlot(false);
+}
+
+void reply(UDPSocket &operators, const std::string &ip, int code) {
+    Message message;
+    snprintf(message.text, sizeof message.text, "reply|%s|%d", curLocalIp, code);
+    operators.SendTo(ip.c_str(), kConsolePort, message.text, message.length());
+}
+
+}  // namespace
+
+bool connectNew(const char *name, const char *ip, int level) {
+    const Message message = connected(name, level);
+    if (curLink_num != 0) {
+        tellUser(curtInfo.curName, message, message.length());
+        dropHolder();
+    }
+    setHolder(name, level);
+    fillSlot(ip);
+    tellUser(curtInfo.curName, message, message.length());
+    storeSlot(true);
+    return true;
+}
+
+bool disconnectUserConnectNew(const char *name, const char *ip, int level, bool dropCurrent) {
+    if (dropCurrent) {
+        tellAll(holderDropped());
+        clearTable();
+    }
+    setHolder(name, level);
+    fillSlot(ip);
+    const Message message = connected(curtInfo.curName, level);
+    tellAll(message);
+    printf("send ---->%s\n", message.text);
+    storeSlot(true);
+    return true;
+}
+
+int applyUser(const char *name) {
+    enum { kBadAnswer = -1, kRefused, kGranted, kNoAnswer };
+    UDPSocket *socket = __atomic_load_n(&applySocket, __ATOMIC_RELAXED);
+    if (socket == nullptr) return kBadAnswer;  // the process is ending
+    Message question;
+    char answer[sizeof question.text + 1] = {};
+    snprintf(question.text, sizeof question.text, "apply|%s|%s", curLocalIp, name);
+    socket->delRcvBuff();  // answers that came too late for their question
+    for (unsigned slot = 0; slot < curLink_num; ++slot)
+        socket->SendTo(curtInfo.curOutIp[slot], kConsolePort, question.text, question.length());
+
+    const int received = socket->RecvFrom(answer, sizeof answer - 1);
+    if (received == 0) {
+        logAt("applyUser", kNoLine, "apply timeout");
+        return kNoAnswer;
+    }
+    logAt("applyUser", kNoLine, "apply rcv:data-->%s  end", answer);
+    if (strncmp(answer, "reply", 5) != 0) {
+        logAt("applyUser", kNoLine, "echo error data-->%s", answer);
+        return kBadAnswer;
+    }
+    changeChar(answer);
+    int code = kBadAnswer;  // which grants: only a 0 in the third field refuses
+    sscanf(answer, "reply%*s%*s%9d", &code);
+    if (code != 0) return kGranted;
+    logAt("applyUser", kNoLine, "apply echo refused");
+    return kRefused;
+}
+
+bool perLowerCurnt(const char *name) {
+    const Message message = connected(curtInfo.curName, sharedLoad(curtInfo.curOutPre));
+    // The zeroes behind the text go with it.
+    tellUser(name, message, sizeof message.text);
+    return true;
+}
+
+bool changeChar(char *str) {
+    std::replace(str, str + strlen(str), '|', ' ');
+    return true;
+}
+
+void judgeNewUser(UDPSocket *sock, int *level) {
+    constexpr const char *kWords[] = {"root", "admn", "user"};
+    char text[256 + 1] = {};
+    for (;;) {
+        const int length = sock->RecvFrom(text, sizeof text - 1);
+        if (length < 1) continue;
+        text[length] = '\0';
+        for (int i = 0; i < 3; ++i) {
+            if (strncmp(text, kWords[i], 4) != 0) continue;
+            *level = i;
+            return;
+        }
+    }
+}
+
+void handleConnect(UDPSocket &, char *command) {
+    Request wanted;
+    if (!readRequest(command, true, wanted)) return;
+    if (curLink_num == 0) {
+        connectNew(wanted.name.c_str(), wanted.ip.c_str(), wanted.level);
+    } else if (isHolder(wanted.name)) {
+        addOutput(wanted.ip);
+    } else if (sharedLoad(curtInfo.curOutPre) > wanted.level) {
+        perLowerCurnt(wanted.name.c_str());
+    } else {  // an equal takes over; to be asked for consent is what "apply" is for
+        connectNew(wanted.name.c_str(), wanted.ip.c_str(), wanted.level);
+        logSuccess(2113);
+    }
+}
+
+void handleApply(UDPSocket &operators, char *command) {
+    Request wanted;
+    if (!readRequest(command, true, wanted)) return;
+    printf("get name:%s ip:%s per:%d\n", wanted.name.c_str(), wanted.ip.c_str(), wanted.level);
+    const char *name = wanted.name.c_str(), *ip = wanted.ip.c_str();
+    if (curLink_num == 0) {
+        disconnectUserConnectNew(name, ip, wanted.level, false);
+    } else if (isHolder(wanted.name)) {
+        // Meant so: unlike "connect", this links an output twice.
+        if (!hasRoom()) return;
+        fillSlot(ip);
+        storeSlot(false);
+    } else if (sharedLoad(curtInfo.curOutPre) < wanted.level) {
+        disconnectUserConnectNew(name, ip, wanted.level, true);
+    } else if (const int code = applyUser(name); code >= 0) {
+        reply(operators, wanted.ip, code);
+        if (code == 1) disconnectUserConnectNew(name, ip, wanted.level, true);
+    }
+}
+
+void handleDisconnect(UDPSocket &, char *command) {
+    Request wanted;
+    if (!readRequest(command, false, wanted)) return;
+    // Any beginning of the holder's name will do, the empty one too.
+    if (strncmp(wanted.name.c_str(), curtInfo.curName, wanted.name.size()) != 0) return;
+    const Message message = holderDropped();
+    printf("disconnect name:%s\n ", curtInfo.curName);
+    tellAll(message);
+    clearTable();
+    disconnectSaveInfo();
+}

@@ -1,0 +1,39 @@
+// Who controls this endpoint when several want to, and who is told. A larger level is a stronger
+// right; all of this runs on the operator thread.
+//
+// A user's name begins with his console's address and "-"; messages to him go there, port 2333. A
+// name without that has no address, and nobody is told. Names of up to 31 characters and addresses
+// of up to 15 fit; longer ones are cut.
+#pragma once
+
+class UDPSocket;
+
+/// Gives the endpoint to a user without asking: tells the holder, who loses his last output alone,
+/// then the new user. Stores and always returns true.
+bool connectNew(const char *name, const char *ip, int level);
+
+/// Gives the endpoint to a user and tells all consoles, with dropCurrent after telling them that
+/// the holder lost it with all outputs. Stores and always returns true.
+bool disconnectUserConnectNew(const char *name, const char *ip, int level, bool dropCurrent);
+
+/// Asks all outputs of the holder whether the user may take over, and waits up to 10 s for the
+/// first answer. 1 granted, 0 refused, 2 no answer, -1 an answer that is no "reply".
+int applyUser(const char *name);
+
+/// Tells a user who is too weak who holds the endpoint. Always true.
+bool perLowerCurnt(const char *name);
+
+/// Turns every "|" into a blank, in place. Always true.
+bool changeChar(char *str);
+
+/// Waits for a peer that announces its level in words: "root" 0, "admn" 1, "user" 2. Whatever else
+/// comes is passed over.
+void judgeNewUser(UDPSocket *sock, int *level);
+
+/// The rules for "connect|NAME|ADDRESS|LEVEL", "apply|NAME|ADDRESS|LEVEL" and "disconnect|NAME",
+/// whole commands as they came; the operator socket sends the answer to "apply". A field that is
+/// missing is empty, a missing level 0. A field that is too long or cannot be stored refuses the
+/// command with a line on standard output.
+void handleConnect(UDPSocket &operators, char *command);
+void handleApply(UDPSocket &operators, char *command);
+void handleDisconnect(UDPSocket &operators, char *command);

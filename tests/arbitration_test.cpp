@@ -1,0 +1,330 @@
+#include "main/arbitration.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+
+#include "console_ears.h"
+#include "link_model.h"
+#include "main/link_table.h"
+#include "main/operator_loop.h"
+#include "network.h"
+#include "software_config.h"
+#include "state.h"
+#include "support.h"
+#include "udpsocket/udpsocket.h"
+
+namespace {
+
+using Heard = std::vector<std::string>;
+
+constexpr char kAnn[] = "192.168.1.20-ann", kBob[] = "192.168.1.21-bob",
+               kCid[] = "192.168.1.22-cid";
+
+class Arbitration : public testing::Test {
+  protected:
+    Arbitration() {
+        multi_.CreateUDPServer(41304, 0, false, true);
+        apply_.CreateUDPServer(41303, 1, true, true);  // 10 s in the daemon
+        operators_.CreateUDPServer(41302, 0, false, true);
+        multiSocket = &multi_;
+        applySocket = &apply_;
+        strcpy(curLocalIp, test::LinkModel::kEndpoint);
+        per = true;
+    }
+
+    static bool makeNetwork() {
+        std::vector<std::string> addresses;
+        for (int i = 10; i < 30; ++i) addresses.push_back("192.168.1." + std::to_string(i));
+        sim::makeEth0(addresses);
+        return true;
+    }
+
+    // Carries out a command; what the consoles heard, of whom at least count datagrams are awaited.
+    Heard of(const std::string &command, std::size_t count = 0) {
+        char text[kOperatorDatagram + 1] = {};
+        memcpy(text, command.data(), command.size());
+        log_ = test::printedBy([&] { handleOperatorCommand(operators_, text); });
+        return ears_.take(count);
+    }
+
+    bool logged(const std::string &text) const { return log_.find(text) != std::string::npos; }
+
+    static std::string saved() { return test::readFile("./quillon.ini"); }
+    static bool saves(const std::string &lines) { return saved().find(lines) != std::string::npos; }
+
+    const bool network_ = makeNetwork();
+    test::ConsoleEars ears_;
+    UDPSocket multi_, apply_, operators_;
+    std::string log_;
+};
+
+TEST_F(Arbitration, FreeEndpointGoesToWhoConnects) {
+    EXPECT_EQ(of("connect|192.168.1.20-ann|192.168.1.25|5", 1),
+              Heard{"41304>192.168.1.20 connect|192.168.1.10|1|192.168.1.20-ann|5"});
+    EXPECT_TRUE(logged("--->send 192.168.1.20 data connect|192.168.1.10|1|192.168.1.20-ann|5\n"));
+    EXPECT_FALSE(logged("success"));
+    EXPECT_STREQ(curtInfo.curName, kAnn);
+    EXPECT_EQ(curtInfo.curOutPre, 5);
+    EXPECT_STREQ(curtInfo.curOutIp[0], "192.168.1.25");
+    EXPECT_EQ(curtInfo.link[0], 1);
+    EXPECT_EQ(curLink_num, 1U);
+    EXPECT_TRUE(saves("connect_name=192.168.1.20-ann\nconnect_per=5\nconnect_ip0=192.168.1.25\n"));
+}
+
+TEST_F(Arbitration, FreeEndpointGoesToWhoAppliesAndAllHear) {
+    EXPECT_EQ(of("apply|192.168.1.20-ann|192.168.1.20|-1", 1),
+              Heard{"41304>all connect|192.168.1.10|1|192.168.1.20-ann|-1"});
+    EXPECT_TRUE(
+        logged("get name:192.168.1.20-ann ip:192.168.1.20 per:-1\n"
+               "send ---->connect|192.168.1.10|1|192.168.1.20-ann|-1\n"));
+    EXPECT_EQ(curLink_num, 1U);
+    EXPECT_TRUE(saves("connect_per=-1\nconnect_ip0=192.168.1.20\n"));
+}
+
+TEST_F(Arbitration, HolderAddsOutputsUntilTheyAreEight) {
+    of("connect|192.168.1.20-ann|192.168.1.20|5", 1);
+    EXPECT_EQ(of("connect|192.168.1.20-ann|192.168.1.21|9"), Heard{});
+    EXPECT_TRUE(
+        logged("[main]-2101: connect name:192.168.1.20-ann,ip:192.168.1.21,pre:5  "
+               "success\n"));
+    EXPECT_EQ(of("connect|192.168.1.20-ann|192.168.1.21|5"), Heard{});
+    EXPECT_TRUE(logged("[main]-2094: check same output ip in linkmap\n"));
+    EXPECT_EQ(curLink_num, 2U);
+    EXPECT_EQ(of("apply|192.168.1.20-ann|192.168.1.21|0"), Heard{});
+    EXPECT_EQ(curLink_num, 3U) << "\"apply\" links an output twice";
+    EXPECT_TRUE(saves("connect_ip2=192.168.1.21\n"));
+    for (int i = 22; i < 27; ++i)
+        of("connect|192.168.1.20-ann|192.168.1." + std::to_string(i) + "|5");
+    const CURRENTINFO before = curtInfo;
+    for (const char *command : {"connect", "apply"}) {
+        of(std::string(command) + "|192.168.1.20-ann|192.168.1.29|5");
+        EXPECT_TRUE(logged("output link number over max:8,connect error\n")) << command;
+        EXPECT_FALSE(logged("success"));
+        EXPECT_EQ(memcmp(&before, &curtInfo, sizeof before), 0);
+        EXPECT_EQ(curLink_num, 8U);
+    }
+    // The next user takes the eighth slot; the one behind it, which his message names, is none.
+    EXPECT_EQ(of("connect|192.168.1.21-bob|192.168.1.29|5", 2).size(), 2U);
+    EXPECT_TRUE(logged("[main]-2113: connect name:192.168.1.21-bob,ip:,pre:5  success\n"));
+    EXPECT_EQ(curLink_num, 8U);
+    EXPECT_STREQ(curtInfo.curOutIp[7], "192.168.1.29");
+}
+
+TEST_F(Arbitration, EqualLevelTakesOverByConnectAndOnlyTheLastSlot) {
+    of("connect|192.168.1.20-ann|192.168.1.20|5", 1);
+    of("connect|192.168.1.20-ann|192.168.1.25|5");
+    const std::string text = " connect|192.168.1.10|1|192.168.1.21-bob|5";
+    EXPECT_EQ(of("connect|192.168.1.21-bob|192.168.1.21|5", 2),
+              (Heard{"41304>192.168.1.20" + text, "41304>192.168.1.21" + text}));
+    EXPECT_STREQ(curtInfo.curOutIp[0], "192.168.1.20");
+    EXPECT_STREQ(curtInfo.curOutIp[1], "192.168.1.21");
+    EXPECT_EQ(curLink_num, 2U);
+    EXPECT_TRUE(
+        saves("connect_name=192.168.1.21-bob\nconnect_per=5\n"
+              "connect_ip0=192.168.1.20\nconnect_ip1=192.168.1.21\n"));
+}
+
+TEST_F(Arbitration, WeakerIsToldWhoHoldsInSixtyFourBytes) {
+    of("connect|192.168.1.20-ann|192.168.1.20|5", 1);
+    const std::string before = saved();
+    EXPECT_EQ(of("connect|192.168.1.21-bob|192.168.1.22|4", 1),
+              Heard{"41304>192.168.1.21 connect|192.168.1.10|1|192.168.1.20-ann|5+23"});
+    EXPECT_TRUE(logged("--->send 192.168.1.21 data connect|192.168.1.10|1|192.168.1.20-ann|5\n"));
+    EXPECT_STREQ(curtInfo.curName, kAnn);
+    EXPECT_EQ(saved(), before);
+}
+
+TEST_F(Arbitration, StrongerApplicantTakesOverAndOldOutputsGo) {
+    of("connect|192.168.1.20-ann|192.168.1.20|5", 1);
+    of("connect|192.168.1.20-ann|192.168.1.25|5");
+    EXPECT_EQ(of("apply|192.168.1.21-bob|192.168.1.21|6", 2),
+              (Heard{"41304>all disconnect|192.168.1.10|0|192.168.1.20-ann|5",
+                     "41304>all connect|192.168.1.10|1|192.168.1.21-bob|6"}));
+    EXPECT_STREQ(curtInfo.curName, kBob);
+    EXPECT_STREQ(curtInfo.curOutIp[0], "192.168.1.21");
+    EXPECT_STREQ(curtInfo.curOutIp[1], "");
+    EXPECT_EQ(curtInfo.link[1], 0);
+    EXPECT_EQ(curLink_num, 1U);
+}
+
+TEST_F(Arbitration, HolderIsAskedAtAllHisOutputsAndDecides) {
+    of("connect|192.168.1.20-ann|192.168.1.20|5", 1);
+    of("connect|192.168.1.20-ann|192.168.1.25|5");
+    const Heard asked{"41303>192.168.1.20 apply|192.168.1.10|192.168.1.22-cid",
+                      "41303>192.168.1.25 apply|192.168.1.10|192.168.1.22-cid"};
+    const auto with = [&](std::initializer_list<std::string> more) {
+        Heard all = asked;
+        all.insert(all.end(), more);
+        return all;
+    };
+    const std::string command = "apply|192.168.1.22-cid|192.168.1.26|5";
+
+    ears_.answer("reply|192.168.1.20|192.168.1.22-cid|0");
+    EXPECT_EQ(of(command, 3), with({"41302>192.168.1.26 reply|192.168.1.10|0"}));
+    EXPECT_TRUE(
+        logged("[applyUser]-0: apply rcv:data-->reply|192.168.1.20|192.168.1.22-cid|0  "
+               "end\n[applyUser]-0: apply echo refused\n"));
+
+    ears_.answer(std::nullopt);
+    EXPECT_EQ(of(command, 3), with({"41302>192.168.1.26 reply|192.168.1.10|2"}));
+    EXPECT_TRUE(logged("[applyUser]-0: apply timeout\n"));
+
+    ears_.answer("no");
+    EXPECT_EQ(of(command, 2), asked);
+    EXPECT_TRUE(logged("[applyUser]-0: echo error data-->no\n"));
+    EXPECT_STREQ(curtInfo.curName, kAnn);
+
+    // Anything but a 0 in the fourth place grants, a missing number too.
+    ears_.answer("reply|0|0");
+    EXPECT_EQ(of(command, 5), with({"41302>192.168.1.26 reply|192.168.1.10|1",
+                                    "41304>all disconnect|192.168.1.10|0|192.168.1.20-ann|5",
+                                    "41304>all connect|192.168.1.10|1|192.168.1.22-cid|5"}));
+    EXPECT_STREQ(curtInfo.curName, kCid);
+}
+
+TEST_F(Arbitration, LateAnswerDoesNotCountForTheNextQuestion) {
+    of("connect|192.168.1.20-ann|192.168.1.20|5", 1);
+    multi_.SendTo("127.0.0.1", 41303, "reply|a|b|1", 11);
+    of("apply|192.168.1.21-bob|192.168.1.21|5", 2);
+    EXPECT_TRUE(logged("del buff-->reply|a|b|1\n"));
+    EXPECT_STREQ(curtInfo.curName, kAnn);
+}
+
+TEST_F(Arbitration, DisconnectTakesAnyBeginningOfTheHoldersName) {
+    of("connect|192.168.1.20-ann|192.168.1.20|5", 1);
+    for (const char *other : {"disconnect|192.168.1.20-annie|5", "disconnect|ann|5"})
+        EXPECT_EQ(of(other), Heard{});
+    EXPECT_EQ(curLink_num, 1U);
+    EXPECT_EQ(of("disconnect|192.168.1.2", 1),
+              Heard{"41304>all disconnect|192.168.1.10|0|192.168.1.20-ann|5"});
+    EXPECT_TRUE(logged("disconnect name:192.168.1.20-ann\n "));
+    const CURRENTINFO empty{};
+    EXPECT_EQ(memcmp(&curtInfo, &empty, sizeof empty), 0);
+    EXPECT_EQ(curLink_num, 0U);
+    EXPECT_TRUE(saves("connect_name=0\nconnect_per=0\nconnect_ip0=0.0.0.0\n"));
+    EXPECT_EQ(of("disconnect", 1), Heard{"41304>all disconnect|192.168.1.10|0||0"});
+}
+
+TEST_F(Arbitration, NothingChangesWithoutPermissions) {
+    of("connect|192.168.1.20-ann|192.168.1.20|5", 1);
+    per = false;
+    for (const char *command : {"connect|192.168.1.21-bob|192.168.1.21|9",
+                                "apply|192.168.1.21-bob|192.168.1.21|9", "disconnect|192"})
+        EXPECT_EQ(of(command), Heard{}) << command;
+    EXPECT_STREQ(curtInfo.curName, kAnn);
+}
+
+TEST_F(Arbitration, FieldsThatDoNotFitRefuseTheCommand) {
+    of("connect|192.168.1.20-ann|192.168.1.20|5", 1);
+    const std::string before = saved();
+    const std::string longName(32, 'n'), name(31, 'n');
+    for (const auto &fields : std::vector<std::string>{
+             longName + "|192.168.1.20|99", "x-connect_per=99|192.168.1.20|99",
+             "1.2.3.4-x|192.168.100.1000|99", "1.2.3.4-x|1.2.3.4=|99", "1.2.3.4-\x01|1.2.3.4|99",
+             "1.2.3.4-x|\x7f|99", std::string(240, '%')})
+        for (const char *command : {"connect|", "apply|"}) {
+            EXPECT_EQ(of(command + fields), Heard{});
+            EXPECT_TRUE(logged("value refused\n")) << fields;
+            EXPECT_STREQ(curtInfo.curName, kAnn);
+        }
+    EXPECT_EQ(of("disconnect|192.168.1.20-ann="), Heard{});
+    EXPECT_EQ(of("disconnect|" + longName), Heard{});
+    EXPECT_EQ(saved(), before);
+    // What just fits; a name without address: nobody to tell.
+    EXPECT_EQ(of("connect|" + name + "|192.168.100.100|2147483648", 1).size(), 1U);
+    EXPECT_EQ(curtInfo.curName, name);
+    EXPECT_EQ(curtInfo.curOutPre, 2147483647);
+    EXPECT_STREQ(curtInfo.curOutIp[0], "192.168.100.100");
+    EXPECT_EQ(of("connect|1234567890123456-x|192.168.1.20|2147483647"), Heard{});
+    EXPECT_STREQ(curtInfo.curName, "1234567890123456-x");
+}
+
+TEST_F(Arbitration, MissingFieldsAreEmptyAndZero) {
+    EXPECT_EQ(of("connect"), Heard{});
+    EXPECT_EQ(curLink_num, 1U);
+    EXPECT_STREQ(curtInfo.curName, "");
+    // The word is passed over, however long; then blanks part the fields as well.
+    EXPECT_EQ(of("connected-to 192.168.1.20-ann", 1).size(), 1U);
+    EXPECT_STREQ(curtInfo.curName, kAnn);
+    EXPECT_EQ(curtInfo.curOutPre, 0);
+    EXPECT_EQ(of("apply|192.168.1.21-bob|192.168.1.21|x").back(),
+              "41302>192.168.1.21 reply|192.168.1.10|2");
+}
+
+TEST_F(Arbitration, PeersAnnounceTheirLevelInWords) {
+    UDPSocket peer;
+    peer.CreateUDPServer(5000, 1, true, true);
+    const std::pair<const char *, int> words[] = {{"root", 0}, {"admn|x", 1}, {"user", 2}};
+    for (const auto &[word, expected] : words) {
+        for (const char *text : {"", "xser", word})
+            multi_.SendTo("127.0.0.1", 5000, text, static_cast<long>(strlen(text)));
+        int level = -1;
+        test::printedBy([&] { judgeNewUser(&peer, &level); });
+        EXPECT_EQ(level, expected);
+    }
+}
+
+// Thousands of commands by chance, against a second telling of the rules.
+class AgainstTheModel : public Arbitration {
+  protected:
+    // Sends the command to both; what the consoles heard must be the same.
+    void step() {
+        const std::string name = test::LinkModel::kNames[random_() % 5];
+        const std::string ip = "192.168.1." + std::to_string(20 + random_() % 9);
+        const int level = static_cast<int>(random_() % 7) - 2;
+        const std::string fields = "|" + name + "|" + ip + "|" + std::to_string(level);
+        const auto kind = random_() % 20;
+        if (kind == 0) {
+            curtInfo.curOutPre = model_.level = 0;  // as when an output is lost
+        } else if (kind == 1) {
+            Singleton<SoftwareConfig>::getInstance()->ReadConfig();
+            iniCurrentInfo();
+            model_.restart();
+        } else if (kind == 2) {
+            const std::string part = name.substr(0, random_() % (name.size() + 1));
+            // Without a name it is the level that would be read as one.
+            compare("disconnect" + (part.empty() ? "" : "|" + part + "|0"),
+                    model_.disconnect(part));
+        } else if (kind > 12 && (!model_.asks(name, level) || random_() % 25 == 0)) {
+            compare("apply" + fields, model_.apply(name, ip, level, chooseAnswer()));
+        } else {
+            compare("connect" + fields, model_.connect(name, ip, level));
+        }
+    }
+
+    int chooseAnswer() {
+        const int code = static_cast<int>(random_() % 13) - 1;
+        if (code < 0) ears_.answer("what?");
+        if (code == 2) ears_.answer(std::nullopt);
+        if (code >= 0 && code != 2) ears_.answer("reply|192.168.1.20|name|" + std::to_string(code));
+        return code > 2 ? 1 : code;
+    }
+
+    void compare(const std::string &command, const Heard &expected) {
+        EXPECT_EQ(of(command, expected.size()), expected) << command;
+    }
+
+    std::string table() const {
+        std::string all = curtInfo.curName + ("|" + std::to_string(curtInfo.curOutPre));
+        for (unsigned i = 0; i < kMaxOutputs; ++i) {
+            EXPECT_EQ(curtInfo.link[i], i < curLink_num ? 1 : 0);
+            all += "|" + std::string(curtInfo.curOutIp[i]);
+        }
+        return all;
+    }
+
+    std::mt19937 random_{20261121};
+    test::LinkModel model_;
+};
+
+TEST_F(AgainstTheModel, FourThousandCommandsGiveTheSame) {
+    for (int i = 0; i < 4000 && !HasFailure(); ++i) {
+        step();
+        EXPECT_EQ(table(), model_.table()) << "step " << i;
+        EXPECT_TRUE(i < 100 || saves(model_.settings())) << saved() << model_.settings();
+    }
+}
+
+}  // namespace

@@ -1,0 +1,39 @@
+// What all consoles of the private host hear on their link port, in the order in which it came.
+#pragma once
+
+#include <condition_variable>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace test {
+
+class ConsoleEars {
+  public:
+    /// Listens at all addresses, and in the consoles' group on eth0.
+    ConsoleEars();
+    ~ConsoleEars();
+
+    /// What a question for consent is answered from now on; none: not at all.
+    void answer(std::optional<std::string> text);
+
+    /// Waits until count datagrams were heard, and a moment for more; takes them all. Each is
+    /// "FROM-PORT>DESTINATION TEXT", with "+N" for N zero bytes behind the text; the destination
+    /// is "all" for the group.
+    std::vector<std::string> take(std::size_t count);
+
+  private:
+    void listen();
+    void hearOne();
+
+    int socket_ = -1, wake_ = -1;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<std::string> heard_;
+    std::optional<std::string> answer_;
+    std::thread thread_;
+};
+
+}  // namespace test

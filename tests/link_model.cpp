@@ -1,0 +1,119 @@
+#include "link_model.h"
+
+#include <algorithm>
+
+namespace test {
+namespace {
+
+using Heard = std::vector<std::string>;
+
+std::string about(const char *word, char linked, const std::string &name, int level) {
+    return std::string(word) + "|" + LinkModel::kEndpoint + "|" + linked + "|" + name + "|" +
+           std::to_string(level);
+}
+
+std::string addressOf(const std::string &name) {
+    return name.substr(0, name.find('-'));
+}
+
+}  // namespace
+
+void LinkModel::store(bool withName) {
+    if (withName) savedName = holder;
+    if (withName) savedLevel = level;
+    savedOutputs[outputs.size() - 1] = outputs.back();
+}
+
+Heard LinkModel::connect(const std::string &name, const std::string &ip, int wanted) {
+    if (!outputs.empty() && name == holder) {
+        const bool known = std::count(outputs.begin(), outputs.end(), ip) != 0;
+        if (known || outputs.size() == 8) return {};
+        outputs.push_back(ip);
+        store(false);
+        return {};
+    }
+    if (!outputs.empty() && level > wanted) {
+        const std::string text = about("connect", '1', holder, level);
+        return {"41304>" + addressOf(name) + " " + text + "+" + std::to_string(64 - text.size())};
+    }
+    const std::string text = " " + about("connect", '1', name, wanted);
+    Heard heard;
+    if (!outputs.empty()) {
+        heard.push_back("41304>" + addressOf(holder) + text);
+        outputs.pop_back();
+    }
+    heard.push_back("41304>" + addressOf(name) + text);
+    holder = name;
+    level = wanted;
+    outputs.push_back(ip);
+    store(true);
+    return heard;
+}
+
+Heard LinkModel::takeOver(const std::string &name, const std::string &ip, int wanted) {
+    Heard heard;
+    if (!outputs.empty()) heard.push_back("41304>all " + about("disconnect", '0', holder, level));
+    holder = name;
+    level = wanted;
+    outputs = {ip};
+    store(true);
+    heard.push_back("41304>all " + about("connect", '1', name, wanted));
+    return heard;
+}
+
+Heard LinkModel::apply(const std::string &name, const std::string &ip, int wanted, int answer) {
+    if (!outputs.empty() && name == holder) {
+        if (outputs.size() == 8) return {};
+        outputs.push_back(ip);
+        store(false);
+        return {};
+    }
+    if (!asks(name, wanted)) return takeOver(name, ip, wanted);
+    Heard heard;
+    const std::string me = kEndpoint;
+    for (const std::string &output : outputs)
+        heard.push_back("41303>" + output + " apply|" + me + "|" + name);
+    if (answer == -1) return heard;
+    heard.push_back("41302>" + ip + " reply|" + me + "|" + std::to_string(answer));
+    if (answer != 1) return heard;
+    for (std::string &text : takeOver(name, ip, wanted)) heard.push_back(std::move(text));
+    return heard;
+}
+
+Heard LinkModel::disconnect(const std::string &name) {
+    if (holder.rfind(name, 0) != 0) return {};
+    const Heard heard{"41304>all " + about("disconnect", '0', holder, level)};
+    holder.clear();
+    level = 0;
+    outputs.clear();
+    savedName = "0";
+    savedLevel = 0;
+    savedOutputs.fill("0.0.0.0");
+    return heard;
+}
+
+void LinkModel::restart() {
+    outputs.clear();
+    holder = savedName == "0" ? "" : savedName;
+    level = savedLevel;
+    for (const std::string &output : savedOutputs) {
+        if (holder.empty() || output == "0.0.0.0" || output.size() < 7) break;
+        outputs.push_back(output);
+    }
+}
+
+std::string LinkModel::table() const {
+    std::string all = holder + "|" + std::to_string(level);
+    for (std::size_t i = 0; i < 8; ++i) all += "|" + (i < outputs.size() ? outputs[i] : "");
+    return all;
+}
+
+std::string LinkModel::settings() const {
+    std::string lines =
+        "connect_name=" + savedName + "\nconnect_per=" + std::to_string(savedLevel) + "\n";
+    for (std::size_t i = 0; i < 8; ++i)
+        lines += "connect_ip" + std::to_string(i) + "=" + savedOutputs[i] + "\n";
+    return lines;
+}
+
+}  // namespace test
