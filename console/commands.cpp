@@ -49,6 +49,19 @@ Holder Session::holder() {
     return understood(parseHolder(answer), answer);
 }
 
+Holder Session::holderAfter(const std::string &command, std::chrono::milliseconds patience) {
+    operators_.send(command.data(), command.size());
+    // Commands are taken one after the other. The question is asked again, for it may get lost;
+    // what answers come late go with their socket.
+    Endpoint asking(to_, kOperatorPort, from_);
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    while (std::chrono::steady_clock::now() < deadline) {
+        const auto answer = asking.ask("query", timeout_);
+        if (answer) return understood(parseHolder(*answer), *answer);
+    }
+    throw std::runtime_error("no answer from " + operators_.name());
+}
+
 Settings Session::settings() {
     return parseSettings(ask(operators_, "getKvmInfo"));
 }

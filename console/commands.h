@@ -25,6 +25,9 @@ class Session {
     Link link();
     LockKeys lockKeys();
     Holder holder();
+    /// Carries out an operator's command that has no answer, and tells who has control when the
+    /// endpoint is done with it; that may take up to patience.
+    Holder holderAfter(const std::string &command, std::chrono::milliseconds patience);
     Settings settings();
     /// The same, sent by the endpoint to everybody on its network.
     Settings settingsViaGroup();

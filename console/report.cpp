@@ -41,6 +41,19 @@ Report reportOf(const Settings &settings) {
     return report;
 }
 
+Report reportOf(const LinkMessage &message) {
+    // In the order of LinkMessage::Kind.
+    constexpr const char *kWords[] = {"connect", "disconnect", "apply", "reply"};
+    Report report{{"message", kWords[message.kind]}, {"endpoint", message.endpoint}};
+    if (message.kind == LinkMessage::kReply) {
+        report["code"] = message.code;
+        return report;
+    }
+    report["user"] = message.user;
+    if (message.kind != LinkMessage::kAsked) report["level"] = message.level;
+    return report;
+}
+
 void print(const Report &report, bool asJson) {
     if (asJson) {
         printJson(report);

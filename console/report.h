@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "answers.h"
+#include "link_messages.h"
 
 namespace console {
 
@@ -14,6 +15,7 @@ Report reportOf(const Link &link);
 Report reportOf(const LockKeys &keys);
 Report reportOf(const Holder &holder);
 Report reportOf(const Settings &settings);
+Report reportOf(const LinkMessage &message);
 
 /// One report: a line for each of its fields, or one object.
 void print(const Report &report, bool asJson);

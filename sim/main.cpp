@@ -186,6 +186,7 @@ void describe(CLI::App &app, Options &options) {
         ->type_name("A")
         ->expected(1)
         ->take_all()
+        ->allow_extra_args(false)
         ->capture_default_str();
     app.add_option("--config", options.configFile, "Settings to start with, a quillon.ini")
         ->check(CLI::ExistingFile.description(""))

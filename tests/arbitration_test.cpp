@@ -51,6 +51,15 @@ class Arbitration : public testing::Test {
 
     bool logged(const std::string &text) const { return log_.find(text) != std::string::npos; }
 
+    static std::string table() {
+        std::string all = curtInfo.curName + ("|" + std::to_string(curtInfo.curOutPre));
+        for (unsigned i = 0; i < kMaxOutputs; ++i) {
+            EXPECT_EQ(curtInfo.link[i], i < curLink_num ? 1 : 0);
+            all += "|" + std::string(curtInfo.curOutIp[i]);
+        }
+        return all;
+    }
+
     static std::string saved() { return test::readFile("./quillon.ini"); }
     static bool saves(const std::string &lines) { return saved().find(lines) != std::string::npos; }
 
@@ -266,64 +275,23 @@ TEST_F(Arbitration, PeersAnnounceTheirLevelInWords) {
     }
 }
 
-// Thousands of commands by chance, against a second telling of the rules.
-class AgainstTheModel : public Arbitration {
-  protected:
-    // Sends the command to both; what the consoles heard must be the same.
-    void step() {
-        const std::string name = test::LinkModel::kNames[random_() % 5];
-        const std::string ip = "192.168.1." + std::to_string(20 + random_() % 9);
-        const int level = static_cast<int>(random_() % 7) - 2;
-        const std::string fields = "|" + name + "|" + ip + "|" + std::to_string(level);
-        const auto kind = random_() % 20;
-        if (kind == 0) {
-            curtInfo.curOutPre = model_.level = 0;  // as when an output is lost
-        } else if (kind == 1) {
+TEST_F(Arbitration, ThousandsOfCommandsByChanceGiveWhatTheModelGives) {
+    test::LinkModel model;
+    std::mt19937 random(20261121);
+    for (int i = 0; i < 4000 && !HasFailure(); ++i) {
+        if (random() % 20 == 0) {
+            curtInfo.curOutPre = model.level = 0;  // as when an output is lost
+        } else if (random() % 20 == 0) {
             Singleton<SoftwareConfig>::getInstance()->ReadConfig();
             iniCurrentInfo();
-            model_.restart();
-        } else if (kind == 2) {
-            const std::string part = name.substr(0, random_() % (name.size() + 1));
-            // Without a name it is the level that would be read as one.
-            compare("disconnect" + (part.empty() ? "" : "|" + part + "|0"),
-                    model_.disconnect(part));
-        } else if (kind > 12 && (!model_.asks(name, level) || random_() % 25 == 0)) {
-            compare("apply" + fields, model_.apply(name, ip, level, chooseAnswer()));
+            model.restart();
         } else {
-            compare("connect" + fields, model_.connect(name, ip, level));
+            const auto step = test::randomStep(model, random, {-1, 0, 0, 0, 1, 1, 1, 2, 3});
+            ears_.answer(step.answer);
+            EXPECT_EQ(of(step.command, step.heard.size()), step.heard) << step.command;
         }
-    }
-
-    int chooseAnswer() {
-        const int code = static_cast<int>(random_() % 13) - 1;
-        if (code < 0) ears_.answer("what?");
-        if (code == 2) ears_.answer(std::nullopt);
-        if (code >= 0 && code != 2) ears_.answer("reply|192.168.1.20|name|" + std::to_string(code));
-        return code > 2 ? 1 : code;
-    }
-
-    void compare(const std::string &command, const Heard &expected) {
-        EXPECT_EQ(of(command, expected.size()), expected) << command;
-    }
-
-    std::string table() const {
-        std::string all = curtInfo.curName + ("|" + std::to_string(curtInfo.curOutPre));
-        for (unsigned i = 0; i < kMaxOutputs; ++i) {
-            EXPECT_EQ(curtInfo.link[i], i < curLink_num ? 1 : 0);
-            all += "|" + std::string(curtInfo.curOutIp[i]);
-        }
-        return all;
-    }
-
-    std::mt19937 random_{20261121};
-    test::LinkModel model_;
-};
-
-TEST_F(AgainstTheModel, FourThousandCommandsGiveTheSame) {
-    for (int i = 0; i < 4000 && !HasFailure(); ++i) {
-        step();
-        EXPECT_EQ(table(), model_.table()) << "step " << i;
-        EXPECT_TRUE(i < 100 || saves(model_.settings())) << saved() << model_.settings();
+        EXPECT_EQ(table(), model.table()) << "step " << i;
+        EXPECT_TRUE(i < 100 || saves(model.settings())) << saved() << model.settings();
     }
 }
 

@@ -10,73 +10,16 @@
 #include <memory>
 #include <random>
 
-#include "board.h"
 #include "commands.h"
-#include "endpoint.h"
 #include "input.h"
-#include "support.h"
+#include "on_board.h"
 
 namespace {
 
 using namespace std::chrono_literals;
+using test::OnBoard, test::kBoard, test::kConsole, test::kFast, test::kOther, test::kThird;
 
-constexpr char kBoard[] = "192.168.1.10", kConsole[] = "192.168.1.20", kOther[] = "192.168.1.21",
-               kThird[] = "192.168.1.30";
-
-class DaemonOnBoard : public testing::Test {
-  protected:
-    DaemonOnBoard() {
-        options_.consoles = {kConsole, kOther, kThird};
-        options_.daemon = PROGRAM_DIR "/quillon";
-        options_.preload = PROGRAM_DIR "/libquillon_uart.so";
-    }
-
-    void start(const std::string &settings) {
-        options_.settings = settings;
-        board_ = std::make_unique<sim::Board>(options_);
-        board_->start();
-    }
-
-    void startListening(const std::string &settings) {
-        start(settings);
-        ASSERT_TRUE(board_->waitUntilListening(20s));
-    }
-
-    // Types a character from an address.
-    void type(const std::string &from, char character, const std::string &tag = "") {
-        std::vector<console::Datagram> records;
-        std::string error;
-        ASSERT_TRUE(console::typeText(std::string(1, character), records, error));
-        console::Endpoint endpoint(kBoard, 80, from);
-        for (const console::Datagram &record : records) {
-            const std::string bytes = tag + std::string(record.begin(), record.end());
-            endpoint.send(bytes.data(), bytes.size());
-        }
-    }
-
-    bool arrives(const std::string &text) {
-        return board_->computer().waitFor([&](const auto &state) { return state.text == text; },
-                                          5s);
-    }
-
-    std::optional<std::string> ask(const std::string &request, unsigned port = 80) {
-        return console::Endpoint(kBoard, static_cast<std::uint16_t>(port), kConsole)
-            .ask(request, 3s);
-    }
-
-    bool logs(const std::string &line) {
-        return board_->daemon()->waitForLine(line, 10s).has_value();
-    }
-
-    std::string settings() { return test::readFile(board_->settingsFile()); }
-
-    sim::BoardOptions options_;
-    std::unique_ptr<sim::Board> board_;
-};
-
-constexpr char kFast[] = "buad_rate=115200\n";
-
-TEST_F(DaemonOnBoard, KeyFromAConsoleReachesTheComputer) {
+TEST_F(OnBoard, KeyFromAConsoleReachesTheComputer) {
     startListening(kFast);
     type(kConsole, 'Q');
     EXPECT_TRUE(arrives("Q"));
@@ -89,14 +32,14 @@ TEST_F(DaemonOnBoard, KeyFromAConsoleReachesTheComputer) {
     EXPECT_TRUE(logs("standard input is not a terminal device")) << "it is /dev/null here";
 }
 
-TEST_F(DaemonOnBoard, OperatorsAreHeardOnTheirGroup) {
+TEST_F(OnBoard, OperatorsAreHeardOnTheirGroup) {
     startListening(kFast);
     ASSERT_TRUE(logs("add mut:224.168.1.1"));
     console::Endpoint("224.168.1.1", 41302, kConsole).send("query to all", 12);
     EXPECT_TRUE(logs("osd rcv command-->query to all"));
 }
 
-TEST_F(DaemonOnBoard, RestoredLinkDecidesWhoMaySend) {
+TEST_F(OnBoard, RestoredLinkDecidesWhoMaySend) {
     startListening(std::string(kFast) +
                    "per_enable=1\nconnect_name=192.168.1.20-ann\nconnect_per=5\n"
                    "connect_ip0=192.168.1.20\nconnect_ip1=192.168.1.21\n");
@@ -108,7 +51,7 @@ TEST_F(DaemonOnBoard, RestoredLinkDecidesWhoMaySend) {
     EXPECT_TRUE(arrives("abc"));
 }
 
-TEST_F(DaemonOnBoard, LockKeysGoBothWays) {
+TEST_F(OnBoard, LockKeysGoBothWays) {
     startListening(kFast);
     board_->computer().setLeds(sim::kNumLed);
     EXPECT_EQ(ask("syncled"), "capslock=off&numlock=on");
@@ -117,7 +60,7 @@ TEST_F(DaemonOnBoard, LockKeysGoBothWays) {
     EXPECT_EQ(board_->computer().state().leds, sim::kCapsLed);
 }
 
-TEST_F(DaemonOnBoard, NegotiatesFromTheConfiguredSpeed) {
+TEST_F(OnBoard, NegotiatesFromTheConfiguredSpeed) {
     startListening("buad_rate=9600\n");
     EXPECT_TRUE(logs("---9600 ch9329 not echo---"));
     EXPECT_TRUE(logs("---ch9329 ini ok---"));
@@ -126,7 +69,7 @@ TEST_F(DaemonOnBoard, NegotiatesFromTheConfiguredSpeed) {
     EXPECT_TRUE(arrives("k"));
 }
 
-TEST_F(DaemonOnBoard, RewritesAChipThatStores9600AndAsksForAReboot) {
+TEST_F(OnBoard, RewritesAChipThatStores9600AndAsksForAReboot) {
     options_.chipBaud = options_.storedBaud = 9600;
     options_.powerCycle = false;
     startListening("buad_rate=9600\n");
@@ -153,7 +96,7 @@ TEST_F(DaemonOnBoard, RewritesAChipThatStores9600AndAsksForAReboot) {
     EXPECT_TRUE(arrives("k"));
 }
 
-TEST_F(DaemonOnBoard, BoardPowerCyclesItselfAfterReboot) {
+TEST_F(OnBoard, BoardPowerCyclesItselfAfterReboot) {
     options_.chipBaud = 9600;  // and stores 115200
     startListening("buad_rate=9600\n");
     EXPECT_EQ(board_->chip().baud(), 115200);
@@ -161,7 +104,7 @@ TEST_F(DaemonOnBoard, BoardPowerCyclesItselfAfterReboot) {
     EXPECT_TRUE(arrives("k"));
 }
 
-TEST_F(DaemonOnBoard, SilentChipIsAskedForEver) {
+TEST_F(OnBoard, SilentChipIsAskedForEver) {
     options_.chip = sim::BoardOptions::kNone;
     start(kFast);
     EXPECT_TRUE(logs("---115200 ch9329 not echo---"));
@@ -170,7 +113,7 @@ TEST_F(DaemonOnBoard, SilentChipIsAskedForEver) {
     EXPECT_THROW(ask("query", 41302), std::runtime_error);
 }
 
-TEST_F(DaemonOnBoard, LateAndSplitAnswersDoNotStopTheKeys) {
+TEST_F(OnBoard, LateAndSplitAnswersDoNotStopTheKeys) {
     startListening(kFast);
     board_->chip().splitAnswers(3, 10ms);
     board_->chip().answerLate(5ms);
@@ -183,7 +126,7 @@ TEST_F(DaemonOnBoard, LateAndSplitAnswersDoNotStopTheKeys) {
     EXPECT_TRUE(logs("read error"));
 }
 
-TEST_F(DaemonOnBoard, SignalsEndItWithItsStatusAlsoSeveralAtOnce) {
+TEST_F(OnBoard, SignalsEndItWithItsStatusAlsoSeveralAtOnce) {
     startListening(kFast);
     for (int i = 0; i < 3; ++i)
         for (const int sig : {SIGHUP, SIGINT, SIGTERM}) kill(board_->daemon()->pid(), sig);
@@ -191,7 +134,7 @@ TEST_F(DaemonOnBoard, SignalsEndItWithItsStatusAlsoSeveralAtOnce) {
     EXPECT_TRUE(logs("program exit--->0xf"));
 }
 
-TEST_F(DaemonOnBoard, TerminalOnStandardInputIsNoError) {
+TEST_F(OnBoard, TerminalOnStandardInputIsNoError) {
     const int terminal = open("/quillon-board/pts/ptmx", O_RDWR | O_CLOEXEC);
     ASSERT_GE(terminal, 0);
     options_.input = terminal;
@@ -200,7 +143,7 @@ TEST_F(DaemonOnBoard, TerminalOnStandardInputIsNoError) {
         EXPECT_EQ(line.find("not a terminal"), std::string::npos);
 }
 
-TEST_F(DaemonOnBoard, IdleBoardOpensNothing) {
+TEST_F(OnBoard, IdleBoardOpensNothing) {
     options_.identifier = "QBRD10401m2_3020_R1";
     start(kFast);
     EXPECT_TRUE(logs("get hdVersion:QBRD10401m2_3020_R1"));
@@ -209,7 +152,7 @@ TEST_F(DaemonOnBoard, IdleBoardOpensNothing) {
     EXPECT_EQ(board_->registers().get(0x120F0100), 0U);
 }
 
-TEST_F(DaemonOnBoard, RawChipWorksInBothMouseModes) {
+TEST_F(OnBoard, RawChipWorksInBothMouseModes) {
     options_.identifier = "QBR_OTHER";
     options_.chip = sim::BoardOptions::kCh9350;
     options_.chatter = true;
@@ -240,7 +183,7 @@ void PrintTo(const Row &row, std::ostream *out) {
     *out << "board " << row.identifier;
 }
 
-class EveryBoard : public DaemonOnBoard, public testing::WithParamInterface<Row> {};
+class EveryBoard : public OnBoard, public testing::WithParamInterface<Row> {};
 
 TEST_P(EveryBoard, StartsItsChipOnItsPort) {
     const Row row = GetParam();
@@ -269,7 +212,7 @@ INSTANTIATE_TEST_SUITE_P(All, EveryBoard,
                                          Row{"QBRD1040pn_100_R1", "COM0", "CH9329", 3},
                                          Row{"", "COM3", "CH9350", 3}));
 
-TEST_F(DaemonOnBoard, OperatorsAskAndSwitch) {
+TEST_F(OnBoard, OperatorsAskAndSwitch) {
     startListening(kFast);
     console::Session session(kBoard, 80, kConsole, 3s), other(kBoard, 80, kOther, 3s);
     EXPECT_TRUE(session.usbLinked());
@@ -288,7 +231,7 @@ TEST_F(DaemonOnBoard, OperatorsAskAndSwitch) {
     EXPECT_EQ(found[0].endpoint, kBoard);
 }
 
-TEST_F(DaemonOnBoard, RecordsDuringALinkTestAreNotSent) {
+TEST_F(OnBoard, RecordsDuringALinkTestAreNotSent) {
     startListening(kFast);
     console::Endpoint operators(kBoard, 41302, kConsole);
     operators.send("[seq]\n\n\nusb_is_link_pc", 23);
@@ -298,7 +241,7 @@ TEST_F(DaemonOnBoard, RecordsDuringALinkTestAreNotSent) {
     EXPECT_EQ(board_->computer().state().text, "");
 }
 
-TEST_F(DaemonOnBoard, LostOutputTakesTheLevelUntilItAnswers) {
+TEST_F(OnBoard, LostOutputTakesTheLevelUntilItAnswers) {
     options_.consoles = {kConsole};
     options_.settings = std::string(kFast) +
                         "per_enable=1\nconnect_name=192.168.1.20-ann\nconnect_per=5\n"
@@ -313,7 +256,7 @@ TEST_F(DaemonOnBoard, LostOutputTakesTheLevelUntilItAnswers) {
     EXPECT_EQ(ask("query", 41302), "query|192.168.1.10|1|192.168.1.20-ann|5");
 }
 
-TEST_F(DaemonOnBoard, PictureIsFollowedAfterThreeReadings) {
+TEST_F(OnBoard, PictureIsFollowedAfterThreeReadings) {
     options_.settings = kFast;
     board_ = std::make_unique<sim::Board>(options_);
     board_->video().setSize(1280, 720);
@@ -334,7 +277,7 @@ TEST_F(DaemonOnBoard, PictureIsFollowedAfterThreeReadings) {
     EXPECT_TRUE(pictureIs("vi_w=800&vi_h=600&"));
 }
 
-TEST_F(DaemonOnBoard, DatagramsOfAnySizeAndKindLeaveItAlive) {
+TEST_F(OnBoard, DatagramsOfAnySizeAndKindLeaveItAlive) {
     startListening(kFast);
     std::mt19937 random(1);
     for (const unsigned port : {80U, 41302U, 41303U, 41304U}) {

@@ -116,4 +116,26 @@ std::string LinkModel::settings() const {
     return lines;
 }
 
+LinkStep randomStep(LinkModel &model, std::mt19937 &random, const std::vector<int> &answers) {
+    constexpr const char *kNames[] = {"192.168.1.20-ann", "192.168.1.20-anna", "192.168.1.21-bob",
+                                      "192.168.1.22-cid", "192.168.1.23-a-very-long-user-n"};
+    const std::string name = kNames[random() % 5];
+    const std::string ip = "192.168.1." + std::to_string(20 + random() % 9);
+    const int level = static_cast<int>(random() % 7) - 2;
+    const std::string fields = "|" + name + "|" + ip + "|" + std::to_string(level);
+    const auto kind = random() % 18;
+    if (kind == 0) {
+        const std::string part = name.substr(0, random() % (name.size() + 1));
+        // Without a name it is the level that would be read as one.
+        return {"disconnect" + (part.empty() ? "" : "|" + part + "|0"), {}, model.disconnect(part)};
+    }
+    if (kind < 9 || (model.asks(name, level) && random() % 25 != 0))
+        return {"connect" + fields, {}, model.connect(name, ip, level)};
+    const int code = answers[random() % answers.size()];
+    LinkStep step{"apply" + fields, {}, model.apply(name, ip, level, code > 2 ? 1 : code)};
+    if (code != 2)
+        step.answer = code < 0 ? "what?" : "reply|192.168.1.20|name|" + std::to_string(code);
+    return step;
+}
+
 }  // namespace test

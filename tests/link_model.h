@@ -3,6 +3,8 @@
 #pragma once
 
 #include <array>
+#include <optional>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -10,10 +12,6 @@ namespace test {
 
 struct LinkModel {
     static constexpr char kEndpoint[] = "192.168.1.10";
-    /// Users to try it with.
-    static constexpr const char *kNames[] = {"192.168.1.20-ann", "192.168.1.20-anna",
-                                             "192.168.1.21-bob", "192.168.1.22-cid",
-                                             "192.168.1.23-a-very-long-user-n"};
 
     std::string holder;
     int level = 0;
@@ -46,5 +44,17 @@ struct LinkModel {
     void store(bool withName);
     std::vector<std::string> takeOver(const std::string &name, const std::string &ip, int wanted);
 };
+
+/// A command, what the holder says if it asks him (none: nothing), and what the consoles hear.
+struct LinkStep {
+    std::string command;
+    std::optional<std::string> answer;
+    std::vector<std::string> heard;
+};
+
+/// A command by chance, carried out on the model. Users and outputs are at 192.168.1.20 to 28. One
+/// in 25 of those that ask the holder is taken, for they take long; the codes of the answers are
+/// picked from answers.
+LinkStep randomStep(LinkModel &model, std::mt19937 &random, const std::vector<int> &answers);
 
 }  // namespace test

@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <cstdio>
-
 #include "support.h"
 
 namespace {
@@ -12,27 +10,7 @@ namespace {
 constexpr char kBoard[] = PROGRAM_DIR "/quillon-board ";
 constexpr char kConsole[] = PROGRAM_DIR "/quillon-console --to 192.168.1.10 ";
 
-struct Outcome {
-    int status;
-    std::string said;
-};
-
-// Runs a shell command; what it said on both outputs.
-Outcome run(const std::string &command) {
-    FILE *pipe = popen(("{ " + command + "\n} 2>&1").c_str(), "r");
-    Outcome outcome{-1, ""};
-    if (pipe == nullptr) return outcome;
-    char chunk[4096];
-    for (std::size_t n; (n = fread(chunk, 1, sizeof chunk, pipe)) > 0;)
-        outcome.said.append(chunk, n);
-    const int status = pclose(pipe);
-    outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return outcome;
-}
-
-bool holds(const Outcome &outcome, const std::string &text) {
-    return outcome.said.find(text) != std::string::npos;
-}
+using test::holds, test::Outcome, test::run;
 
 TEST(QuillonBoard, ShowsWhatReachesTheComputerAndEndsWithItsCommand) {
     const Outcome outcome =

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <fstream>
 #include <iterator>
 
@@ -26,6 +27,22 @@ void writeFile(const std::string &path, const std::string &text) {
 std::string readFile(const std::string &path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
+}
+
+Outcome run(const std::string &command) {
+    FILE *pipe = popen(("{ " + command + "\n} 2>&1").c_str(), "r");
+    Outcome outcome{-1, ""};
+    if (pipe == nullptr) return outcome;
+    char chunk[4096];
+    for (std::size_t n; (n = fread(chunk, 1, sizeof chunk, pipe)) > 0;)
+        outcome.said.append(chunk, n);
+    const int status = pclose(pipe);
+    outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return outcome;
+}
+
+bool holds(const Outcome &outcome, const std::string &text) {
+    return outcome.said.find(text) != std::string::npos;
 }
 
 void ScriptedDevice::receive(sim::SerialLine &line, const std::uint8_t *bytes, std::size_t count,

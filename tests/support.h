@@ -20,6 +20,14 @@ std::string complainedBy(const std::function<void()> &code);
 void writeFile(const std::string &path, const std::string &text);
 std::string readFile(const std::string &path);
 
+struct Outcome {
+    int status;
+    std::string said;
+};
+/// Runs a shell command; what it said on both outputs.
+Outcome run(const std::string &command);
+bool holds(const Outcome &outcome, const std::string &text);
+
 /// Says on a serial line what it is told to, and remembers what it heard.
 class ScriptedDevice : public sim::SerialDevice {
   public:

@@ -1,0 +1,79 @@
+// Commands that take control of an endpoint, give it up, and watch who has it.
+
+#include <unistd.h>
+
+#include "cli.h"
+#include "link_control.h"
+#include "link_messages.h"
+#include "report.h"
+#include "watch.h"
+
+namespace console {
+namespace {
+
+using Carry = LinkOutcome (*)(Session &, const LinkRequest &);
+
+void request(const Options &options, Carry carryOut) {
+    Session session = openSession(options);
+    const std::string own = session.ownAddress();
+    const LinkRequest wanted{conventionalName(options.user, own),
+                             options.output.empty() ? own : options.output, options.level};
+    if (const std::string why = objection(wanted); !why.empty())
+        throw CLI::ValidationError("--name", why);
+    const LinkOutcome outcome = carryOut(session, wanted);
+    Report report{{"result", outcome.result}};
+    report.update(reportOf(outcome.holder));
+    print(report, options.json);
+}
+
+void startWatch(const Options &options) {
+    WatchOptions watching;
+    // The address that this machine has towards the endpoint, or towards all consoles.
+    watching.address =
+        Endpoint(options.to.empty() ? kAllConsoles : options.to, kLinkPort, options.from)
+            .ownAddress();
+    watching.json = options.json;
+    if (options.grant)
+        watching.consent = WatchOptions::kGrant;
+    else if (options.refuse)
+        watching.consent = WatchOptions::kRefuse;
+    else if (isatty(STDIN_FILENO) != 0)
+        watching.consent = WatchOptions::kAsk;
+    watch(watching, interrupted);
+    interrupted = 0;  // which is how it is meant to end
+}
+
+}  // namespace
+
+void addLinkCommands(CLI::App &app, Options &options) {
+    const auto add = [&](const char *name, const char *help, Carry carryOut) {
+        auto *added = app.add_subcommand(name, help);
+        added->add_option("--name", options.user, "User; the own address is put before it")
+            ->type_name("USER")
+            ->required();
+        added->add_option("--level", options.level, "Permission level, a larger one is stronger")
+            ->type_name("N");
+        added->callback([&options, carryOut] { request(options, carryOut); });
+        return added;
+    };
+    const auto addTaking = [&](const char *name, const char *help, Carry carryOut) {
+        auto *added = add(name, help, carryOut);
+        added->get_option("--level")->required();
+        added->add_option("--output", options.output, "Console that is linked; the own address")
+            ->type_name("ADDRESS")
+            ->check(CLI::ValidIPV4);
+    };
+    addTaking("apply", "Ask for control; who has it and is not weaker decides", applyUser);
+    addTaking("connect", "Take control from who is not stronger, or link one more console",
+              connectUser);
+    add("disconnect", "End a user's control", disconnectUser);
+
+    auto *watching = app.add_subcommand(
+        "watch", "Stay on: answer heartbeats, show who takes control; needs no --to");
+    auto *grant = watching->add_flag("--grant", options.grant, "Give control to who asks for it");
+    watching->add_flag("--refuse", options.refuse, "Refuse it; without either a terminal is asked")
+        ->excludes(grant);
+    watching->callback([&options] { startWatch(options); });
+}
+
+}  // namespace console

@@ -1,0 +1,53 @@
+#include "on_board.h"
+
+#include "input.h"
+
+namespace test {
+
+using namespace std::chrono_literals;
+
+OnBoard::OnBoard() {
+    options_.consoles = {kConsole, kOther, kThird};
+    options_.daemon = PROGRAM_DIR "/quillon";
+    options_.preload = PROGRAM_DIR "/libquillon_uart.so";
+}
+
+void OnBoard::start(const std::string &settings) {
+    options_.settings = settings;
+    board_ = std::make_unique<sim::Board>(options_);
+    board_->start();
+}
+
+void OnBoard::startListening(const std::string &settings) {
+    start(settings);
+    ASSERT_TRUE(board_->waitUntilListening(20s));
+}
+
+void OnBoard::type(const std::string &from, char character, const std::string &tag) {
+    std::vector<console::Datagram> records;
+    std::string error;
+    ASSERT_TRUE(console::typeText(std::string(1, character), records, error));
+    console::Endpoint endpoint(kBoard, 80, from);
+    for (const console::Datagram &record : records) {
+        const std::string bytes = tag + std::string(record.begin(), record.end());
+        endpoint.send(bytes.data(), bytes.size());
+    }
+}
+
+bool OnBoard::arrives(const std::string &text) {
+    return board_->computer().waitFor([&](const auto &state) { return state.text == text; }, 5s);
+}
+
+std::optional<std::string> OnBoard::ask(const std::string &request, unsigned port) {
+    return console::Endpoint(kBoard, static_cast<std::uint16_t>(port), kConsole).ask(request, 3s);
+}
+
+bool OnBoard::logs(const std::string &line) {
+    return board_->daemon()->waitForLine(line, 10s).has_value();
+}
+
+std::string OnBoard::settings() {
+    return readFile(board_->settingsFile());
+}
+
+}  // namespace test
