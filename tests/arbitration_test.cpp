@@ -258,7 +258,7 @@ TEST_F(Arbitration, MissingFieldsAreEmptyAndZero) {
     EXPECT_EQ(of("connected-to 192.168.1.20-ann", 1).size(), 1U);
     EXPECT_STREQ(curtInfo.curName, kAnn);
     EXPECT_EQ(curtInfo.curOutPre, 0);
-    EXPECT_EQ(of("apply|192.168.1.21-bob|192.168.1.21|x").back(),
+    EXPECT_EQ(of("apply|192.168.1.21-bob|192.168.1.21|x", 1).back(),
               "41302>192.168.1.21 reply|192.168.1.10|2");
 }
 
@@ -286,7 +286,8 @@ TEST_F(Arbitration, ThousandsOfCommandsByChanceGiveWhatTheModelGives) {
             iniCurrentInfo();
             model.restart();
         } else {
-            const auto step = test::randomStep(model, random, {-1, 0, 0, 0, 1, 1, 1, 2, 3});
+            const auto step =
+                test::randomStep(model, random, {-1, 0, 0, 0, 0, 1, 1, 1, 1, 1, 2, 3});
             ears_.answer(step.answer);
             EXPECT_EQ(of(step.command, step.heard.size()), step.heard) << step.command;
         }

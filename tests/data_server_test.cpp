@@ -67,6 +67,7 @@ class DataServer : public testing::Test {
 
     sim::Computer computer_;
     sim::Ch9329 chip_;
+    sim::Ch9350 rawChip_{computer_};
     sim::SerialPorts ports_;
     UDPSocket socket_, console_;
     ConsoleServer server_;
@@ -185,8 +186,7 @@ TEST_F(DataServer, OutIsForThoseWhoMayControl) {
 }
 
 TEST_F(DataServer, RawChipGetsRecordsAndAnswersLockKeys) {
-    sim::Ch9350 raw(computer_);
-    ports_.attach(0, raw);
+    ports_.attach(0, rawChip_);
     version = false;
     handle(key('r'));
     EXPECT_NE(log_.find("version 0, rel_enable 0\n"), std::string::npos);

@@ -21,22 +21,25 @@ class Forwarding : public testing::Test {
         MySerial::set_opt(115200, 8, 1, 'N', 0, 0);
     }
 
+    // The ports go before what hangs on them.
     sim::Computer computer_;
+    test::ScriptedDevice device_;
+    sim::Ch9329 framed_{computer_, 115200, 115200};
+    sim::Ch9350 raw_{computer_};
     sim::SerialPorts ports_;
 };
 
 TEST_F(Forwarding, RawRecordsAreScaledInPlace) {
-    test::ScriptedDevice device;
-    ports_.attach(3, device);
+    ports_.attach(3, device_);
     const auto scaled = [&](unsigned x, unsigned y) {
         char frame[10] = {0x57, '\xAB', 4, 1, 0};
         frame[5] = static_cast<char>(x & 0xFF);
         frame[6] = static_cast<char>(x >> 8);
         frame[7] = static_cast<char>(y & 0xFF);
         frame[8] = static_cast<char>(y >> 8);
-        const std::size_t before = device.heard().size();
+        const std::size_t before = device_.heard().size();
         serialcontrol(frame, 10, 20);
-        const Bytes heard = device.waitFor(before + 10);
+        const Bytes heard = device_.waitFor(before + 10);
         const auto at = [&](std::size_t i) { return heard.at(before + i); };
         return std::pair{at(5) | at(6) << 8, at(7) | at(8) << 8};
     };
@@ -50,15 +53,13 @@ TEST_F(Forwarding, RawRecordsAreScaledInPlace) {
 
     char other[] = {1, 2, 3};
     serialcontrol(other, 3, 0);
-    EXPECT_EQ(device.waitFor(53).back(), 3);
+    EXPECT_EQ(device_.waitFor(53).back(), 3);
 }
 
 TEST_F(Forwarding, LinkTestFindsTheComputerAndLeavesNumLock) {
-    sim::Ch9329 framed(computer_, 115200, 115200);
-    sim::Ch9350 raw(computer_);
     for (const bool isCh9329 : {true, false}) {
         version = isCh9329;
-        sim::HidChip &chip = isCh9329 ? static_cast<sim::HidChip &>(framed) : raw;
+        sim::HidChip &chip = isCh9329 ? static_cast<sim::HidChip &>(framed_) : raw_;
         ports_.attach(3, chip);
         for (const std::uint8_t leds : {sim::kCapsLed, sim::kNumLed}) {
             computer_.setLeds(leds);
@@ -76,11 +77,10 @@ TEST_F(Forwarding, LinkTestFindsTheComputerAndLeavesNumLock) {
 }
 
 TEST_F(Forwarding, LinkTestStrokesOnceWithoutAnAnswer) {
-    test::ScriptedDevice device;
-    ports_.attach(3, device);
+    ports_.attach(3, device_);
     version = false;
     EXPECT_FALSE(query_usb_link());
-    const Bytes request{0x57, 0xAB, 0x80, 0x40}, heard = device.waitFor(30);
+    const Bytes request{0x57, 0xAB, 0x80, 0x40}, heard = device_.waitFor(30);
     ASSERT_EQ(heard.size(), 30U);
     EXPECT_EQ(Bytes(heard.begin(), heard.begin() + 4), request);
     EXPECT_EQ(heard[9], 0x53);
