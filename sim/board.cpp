@@ -77,19 +77,28 @@ Board::Board(BoardOptions options)
     : options_(withNetwork(std::move(options))),
       chip_(computer_, options_.chipBaud, options_.storedBaud),
       rawChip_(computer_),
+      microcontroller_(options_.mcuBoards, options_.chipBaud),
       consoles_(options_.consoles) {
     writeFiles();
     ports_ = std::make_unique<SerialPorts>(options_.paced);
+    attachDevice();
+}
+
+void Board::attachDevice() {
+    const int port = chipPort(options_.identifier, configuredPort(readFile(settingsFile())));
+    if (options_.mcuBoards != 0) {
+        computer_.detach();
+        microcontroller_.setAbsent(options_.absentBoards);
+        ports_->attach(port, microcontroller_);
+        return;
+    }
     if (options_.chip == BoardOptions::kNone) {
         computer_.detach();
         return;
     }
     rawChip_.chatter(options_.chatter);
     // A CH9350 sits on the one port that every board without a CH9329 uses.
-    ports_->attach(options_.chip == BoardOptions::kCh9350
-                       ? 3
-                       : chipPort(options_.identifier, configuredPort(readFile(settingsFile()))),
-                   hidChip());
+    ports_->attach(options_.chip == BoardOptions::kCh9350 ? 3 : port, hidChip());
 }
 
 HidChip &Board::hidChip() {
@@ -111,8 +120,11 @@ void Board::writeFiles() const {
               "#!/bin/sh\necho 'a simulated board does not reboot the PC'\n", 0755);
     if (mkdir(options_.directory.c_str(), 0755) != 0 && errno != EEXIST)
         throw std::runtime_error("cannot make " + options_.directory + ": " + strerror(errno));
-    // A fresh board comes from a factory that left line and chip at one speed.
-    const std::string fresh = "[serial]\nbuad_rate=" + std::to_string(options_.chipBaud) + "\n";
+    // A fresh board comes from a factory that left line and chip at one speed. Its daemon sets the
+    // port at the first start.
+    const std::string fresh = "[serial]\ncom_port=COM" +
+                              std::to_string(chipPort(options_.identifier, "")) +
+                              "\nbuad_rate=" + std::to_string(options_.chipBaud) + "\n";
     if (options_.settings || access(settingsFile().c_str(), F_OK) != 0)
         writeFile(settingsFile(), options_.settings.value_or(fresh));
 }
@@ -189,14 +201,14 @@ std::shared_ptr<Daemon> Board::daemon() const {
 
 std::optional<int> Board::daemonStatus() const {
     const std::lock_guard<std::mutex> lock(mutex_);
-    return daemon_->ended();
+    return daemon_ ? daemon_->ended() : std::nullopt;
 }
 
 int Board::stop() {
     stopping_ = true;
     if (supervisor_.joinable()) supervisor_.join();
     const std::lock_guard<std::mutex> lock(mutex_);
-    return daemon_->stop(SIGTERM, std::chrono::milliseconds(3000));
+    return !daemon_ ? 0 : daemon_->stop(SIGTERM, std::chrono::milliseconds(3000));
 }
 
 void Board::powerCycle() {

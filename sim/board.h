@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -14,6 +15,7 @@
 #include "ch9350.h"
 #include "computer.h"
 #include "daemon.h"
+#include "microcontroller.h"
 #include "output_consoles.h"
 #include "registers.h"
 #include "serial_ports.h"
@@ -24,6 +26,8 @@ namespace sim {
 struct BoardOptions {
     std::string identifier = "QBRD10401m2_3000_R1";
     enum Chip { kNone, kCh9329, kCh9350 } chip = kCh9329;
+    unsigned mcuBoards = 0;  ///< 10 or 20: a microcontroller with so many boards, and no chip
+    std::set<unsigned> absentBoards;
     bool chatter = false;     ///< a CH9350 sends its status every second
     int chipBaud = 115200;    ///< what the chip runs at when the board starts
     int storedBaud = 115200;  ///< what it takes at its next restart
@@ -55,7 +59,8 @@ class Board {
     Board &operator=(const Board &) = delete;
 
     /// Starts the daemon; throws std::runtime_error when /dev/mem is not the board's own file, or
-    /// the program does not start. Call once.
+    /// the program does not start. Call once, and not with a microcontroller: who programs it has
+    /// the serial line for himself.
     void start();
 
     /// Waits until the data server and the operator socket listen; false when they do not in time
@@ -70,13 +75,14 @@ class Board {
     /// Chip and daemon lose power and come back.
     void powerCycle();
 
-    /// The daemon that runs now; replaced by a power cycle.
+    /// The daemon that runs now, replaced by a power cycle; null before start().
     std::shared_ptr<Daemon> daemon() const;
     /// Exit status of a daemon that ended by itself; none while it runs.
     std::optional<int> daemonStatus() const;
     /// The chip that is soldered to it, whichever.
     HidChip &hidChip();
     Ch9329 &chip() { return chip_; }
+    Microcontroller &microcontroller() { return microcontroller_; }
     VideoSource &video() { return video_; }
     OutputConsoles &consoles() { return consoles_; }
     Computer &computer() { return computer_; }
@@ -88,6 +94,7 @@ class Board {
 
   private:
     void writeFiles() const;
+    void attachDevice();
     void startDaemon();
     void watchLine(const std::string &line);
     void supervise();
@@ -97,6 +104,7 @@ class Board {
     Computer computer_;
     Ch9329 chip_;
     Ch9350 rawChip_;
+    Microcontroller microcontroller_;
     OutputConsoles consoles_;
     VideoSource video_;
     std::unique_ptr<SerialPorts> ports_;

@@ -62,6 +62,12 @@ std::string restartChip(Board &board, Words &) {
 }
 
 std::string status(Board &board, Words &) {
+    if (board.options().mcuBoards != 0) {
+        std::string lines =
+            "a microcontroller with " + std::to_string(board.options().mcuBoards) + " boards";
+        for (const std::string &line : board.microcontroller().describe()) lines += "\n" + line;
+        return lines;
+    }
     const Computer::State state = board.computer().state();
     std::ostringstream text;
     text << "board    " << board.options().identifier << " at " << board.options().address

@@ -11,6 +11,7 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <optional>
 #include <stdexcept>
 
 #include "board.h"
@@ -73,21 +74,31 @@ class Session {
         sim::Board board(options_.board);
         sim::EventPrinter printer(board.computer());
         board_ = &board;
-        board.start();
-        const int status = serve(board);
+        const auto ended = start(board);
+        const int status = ended ? *ended : serve(board);
         endCommand();
+        for (const std::string &line : board.microcontroller().describe())
+            printf("mcu       %s\n", line.c_str());
         board.stop();
         return status;
     }
 
   private:
-    int serve(sim::Board &board) {
-        const auto start = sim::Clock::now();
+    // A status when it ends here, none when the daemon listens or there is to be none.
+    std::optional<int> start(sim::Board &board) {
+        if (options_.board.mcuBoards != 0) {
+            if (options_.command.empty())
+                fprintf(stderr, "quillon-board: a microcontroller with %u boards; Ctrl-C ends it\n",
+                        options_.board.mcuBoards);
+            return std::nullopt;
+        }
+        board.start();
+        const auto begin = sim::Clock::now();
         bool hinted = false;
         while (!board.listening()) {
             if (wait(5) == Wake::kSignal) return interruptedStatus();
             if (const auto status = board.daemonStatus()) return daemonEnded(board, *status);
-            if (hinted || sim::Clock::now() - start < std::chrono::seconds(10)) continue;
+            if (hinted || sim::Clock::now() - begin < std::chrono::seconds(10)) continue;
             hinted = true;
             fprintf(stderr,
                     "quillon-board: the daemon does not listen yet; a chip that does not "
@@ -96,7 +107,11 @@ class Session {
         if (options_.command.empty())
             fprintf(stderr, "quillon-board: listening at %s:%u; Ctrl-C ends it\n",
                     options_.board.address.c_str(), board.dataPort());
-        else
+        return std::nullopt;
+    }
+
+    int serve(sim::Board &board) {
+        if (!options_.command.empty())
             command_ = sim::launch({options_.command, {}, "", -1, -1, -1, false});
         for (;;) {
             const Wake wake = wait(200);
@@ -169,6 +184,17 @@ void describe(CLI::App &app, Options &options) {
         ->check(CLI::IsMember(kChips).description(""))
         ->type_name("CHIP")
         ->capture_default_str();
+    app.add_option("--mcu", board.mcuBoards,
+                   "In its place a microcontroller with 10 or 20 boards, and no daemon")
+        ->check(CLI::IsMember({10, 20}).description(""))
+        ->type_name("BOARDS");
+    app.add_option("--absent", board.absentBoards,
+                   "One of these that is absent; may be given again")
+        ->check(CLI::Range(0, 19).description(""))
+        ->type_name("N")
+        ->expected(1)
+        ->take_all()
+        ->allow_extra_args(false);
     app.add_option("--chip-baud", board.chipBaud, "Speed that the chip runs at")
         ->check(number)
         ->type_name("N")

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <system_error>
 #include <utility>
 
@@ -16,6 +17,8 @@ namespace test {
 namespace {
 
 using namespace std::chrono_literals;
+
+constexpr char kEnd[] = "the end of a test's step";
 
 // One socket for all, so that the order of the datagrams is kept.
 int listenEverywhere() {
@@ -67,7 +70,14 @@ void ConsoleEars::answer(std::optional<std::string> text) {
 std::vector<std::string> ConsoleEars::take(std::size_t count) {
     std::unique_lock<std::mutex> lock(mutex_);
     changed_.wait_for(lock, 5s, [&] { return heard_.size() >= count; });
-    changed_.wait_for(lock, 1ms, [&] { return heard_.size() > count; });
+    // What was sent before this was heard before it.
+    sockaddr_in self{};
+    self.sin_family = AF_INET;
+    self.sin_port = htons(2333);
+    self.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    sendto(socket_, kEnd, strlen(kEnd), 0, reinterpret_cast<sockaddr *>(&self), sizeof self);
+    changed_.wait_for(lock, 5s, [&] { return ended_; });
+    ended_ = false;
     return std::exchange(heard_, {});
 }
 
@@ -96,11 +106,15 @@ void ConsoleEars::hearOne() {
     if (size < 0) return;
 
     const std::string words = text;
-    const auto zeroes = static_cast<std::size_t>(size) - words.size();
+    const std::string tail(text + words.size(), static_cast<std::size_t>(size) - words.size());
+    const bool zeroes = tail.find_first_not_of('\0') == std::string::npos;
     const std::lock_guard<std::mutex> lock(mutex_);
-    heard_.push_back(std::to_string(ntohs(from.sin_port)) + ">" + destination(message) + " " +
-                     words + (zeroes == 0 ? "" : "+" + std::to_string(zeroes)));
     changed_.notify_all();
+    ended_ = words == kEnd;
+    if (ended_) return;
+    heard_.push_back(std::to_string(ntohs(from.sin_port)) + ">" + destination(message) + " " +
+                     words + (tail.empty() ? "" : "+" + std::to_string(tail.size())) +
+                     (zeroes ? "" : " that are not zero"));
     if (answer_ && words.rfind("apply|", 0) == 0)
         sendto(socket_, answer_->data(), answer_->size(), 0, reinterpret_cast<sockaddr *>(&from),
                sizeof from);

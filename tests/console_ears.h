@@ -19,7 +19,7 @@ class ConsoleEars {
     /// What a question for consent is answered from now on; none: not at all.
     void answer(std::optional<std::string> text);
 
-    /// Waits until count datagrams were heard, and a moment for more; takes them all. Each is
+    /// Waits for count datagrams, 5 s at most, and takes all that were sent until now. Each is
     /// "FROM-PORT>DESTINATION TEXT", with "+N" for N zero bytes behind the text; the destination
     /// is "all" for the group.
     std::vector<std::string> take(std::size_t count);
@@ -32,6 +32,7 @@ class ConsoleEars {
     std::mutex mutex_;
     std::condition_variable changed_;
     std::vector<std::string> heard_;
+    bool ended_ = false;
     std::optional<std::string> answer_;
     std::thread thread_;
 };

@@ -133,8 +133,10 @@ LinkStep randomStep(LinkModel &model, std::mt19937 &random, const std::vector<in
         return {"connect" + fields, {}, model.connect(name, ip, level)};
     const int code = answers[random() % answers.size()];
     LinkStep step{"apply" + fields, {}, model.apply(name, ip, level, code > 2 ? 1 : code)};
-    if (code != 2)
-        step.answer = code < 0 ? "what?" : "reply|192.168.1.20|name|" + std::to_string(code);
+    // By code; the last three grant as well.
+    constexpr const char *kEnds[] = {"|0", "|1", "", "", "|2"};
+    if (code == -1) step.answer = "what?";
+    if (code >= 0 && code != 2) step.answer = std::string("reply|192.168.1.20|0") + kEnds[code];
     return step;
 }
 

@@ -54,7 +54,8 @@ struct LinkStep {
 
 /// A command by chance, carried out on the model. Users and outputs are at 192.168.1.20 to 28. One
 /// in 25 of those that ask the holder is taken, for they take long; the codes of the answers are
-/// picked from answers.
+/// picked from answers: -1 for no reply, 0, 1, 2 for silence, 3 and 4 for
+/// replies without one of these codes.
 LinkStep randomStep(LinkModel &model, std::mt19937 &random, const std::vector<int> &answers);
 
 }  // namespace test

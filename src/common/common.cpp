@@ -1,6 +1,10 @@
 #include "common/common.h"
 
+#include <sys/ipc.h>
+#include <sys/msg.h>
+
 #include <cctype>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -56,6 +60,39 @@ pthread_t CreateThread(void *(*pThreadFunc)(void *), int priority, int schedpoli
     const bool started = pthread_create(&id, &attributes, pThreadFunc, threadin) == 0;
     pthread_attr_destroy(&attributes);
     return started ? id : 0;
+}
+
+int CreateMessageQueue(const char *msgpath) {
+    const key_t key = ftok(msgpath, 'a');
+    if (key == -1) {
+        printf("[%s]-%d: ftok create error: %d", "CreateMessageQueue", 23, errno);
+        return 0;
+    }
+    for (;;) {
+        const int id = msgget(key, IPC_CREAT | 0666);
+        if (id >= 0) return id;
+        logAt("CreateMessageQueue", 32, "msgget create error: %d", errno);
+        // Meant so, though there is no queue -1 that could make room.
+        if (msgctl(-1, IPC_RMID, nullptr) == 0) continue;
+        logAt("CreateMessageQueue", 35, "msgctl delete error: %d", errno);
+        return -1;
+    }
+}
+
+bool DeleteMessageQueue(int msgid) {
+    if (msgctl(msgid, IPC_RMID, nullptr) == 0) return true;
+    logAt("DeleteMessageQueue", 56, "msgctl(IPC_RMID) failed");
+    return false;
+}
+
+bool sendMessage(const char *data, int msgid, int msgtype) {
+    msg_st message;
+    const std::size_t length = strnlen(data, sizeof message.mtext);
+    memcpy(message.mtext, data, length);
+    message.mtype = msgtype;
+    if (msgsnd(msgid, &message, length, 0) == 0) return true;
+    perror("msgsnd failed");
+    return false;
 }
 
 int atoul(const char *str, unsigned int *pulValue) {

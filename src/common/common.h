@@ -31,6 +31,23 @@ void SplitString(const std::string &s, std::vector<std::string> &v, const std::s
 pthread_t CreateThread(void *(*pThreadFunc)(void *), int priority, int schedpolicy, bool b_detached,
                        void *threadin);
 
+/// A System V message. The size of one in msgsnd counts its text alone, which has no terminator.
+struct msg_st {
+    long mtype;  ///< a long for every kernel; 32 bits on the board
+    char mtext[1024];
+};
+
+/// The queue of the key that the existing path msgpath gives, made if there is none. The queue's
+/// id, 0 (which may also be an id) when the path gives no key, -1 when there is no queue to be had.
+int CreateMessageQueue(const char *msgpath);
+
+/// Removes a queue; false, with a line on standard output, when that failed.
+bool DeleteMessageQueue(int msgid);
+
+/// Sends data, cut at 1024 characters, as one message of a type above 0; waits while the queue is
+/// full. False when that failed.
+bool sendMessage(const char *data, int msgid, int msgtype);
+
 /// Unsigned decimal digits, nothing else: 0 and the value, or -1 with the value up to the
 /// offending character. An empty text is 0.
 int atoul(const char *str, unsigned int *pulValue);

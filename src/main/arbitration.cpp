@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <sstream>
 
@@ -15,6 +16,7 @@ namespace {
 
 constexpr unsigned kConsolePort = 2333;
 constexpr char kAllConsoles[] = "225.168.1.168";
+constexpr char kReply[] = "reply";
 
 // What consoles and the holder are sent, zeroes behind the text.
 struct Message {
@@ -60,15 +62,18 @@ void storeSlot(bool withNameAndLevel) {
     sharedStore(curLink_num, curLink_num + 1);
 }
 
-void setHolder(const char *name, int level) {
+void setHolder(const char *name, const char *ip, int level) {
     copyText(curtInfo.curName, sizeof curtInfo.curName, name);
+    fillSlot(ip);
     sharedStore(curtInfo.curOutPre, level);
 }
 
 // Only the last slot is given up: those below it keep their addresses and serve the next user.
-// The counter goes first, here and below: an empty address that counts as linked lets anybody send.
+// The counter before the slot, which keeps short the moment in which an empty address counts as
+// linked: one that does lets anybody send.
 void dropHolder() {
-    setHolder("", 0);
+    copyText(curtInfo.curName, sizeof curtInfo.curName, "");
+    sharedStore(curtInfo.curOutPre, 0);
     const unsigned last = curLink_num - 1;
     sharedStore(curLink_num, last);
     curtInfo.link[last] = 0;
@@ -76,7 +81,7 @@ void dropHolder() {
 }
 
 void clearTable() {
-    sharedStore(curLink_num, 0U);
+    sharedStore(curLink_num, 0U);  // first, as above
     curtInfo = {};
 }
 
@@ -85,7 +90,8 @@ bool hasRoom() {
     return curLink_num < kMaxOutputs || saveLinkInfo(curLink_num, false);
 }
 
-// Names the slot behind the last one, which was just filled when the counter has yet to follow.
+// Names slot curLink_num: the one just filled while the counter has yet to follow, else the empty
+// one behind the last.
 void logSuccess(int line) {
     const char *output = curLink_num < kMaxOutputs ? curtInfo.curOutIp[curLink_num] : "";
     logAt("main", line, "connect name:%s,ip:%s,pre:%d  success", curtInfo.curName, output,
@@ -97,7 +103,8 @@ struct Request {
     int level = 0;
 };
 
-// False, and a line, when a field fits no slot or would come back from the settings as another.
+// Prints a line and returns false when a field is too long, or would be read back from the
+// settings as something else.
 bool readRequest(char *command, bool withAddress, Request &request) {
     changeChar(command);
     std::istringstream words(command);
@@ -128,6 +135,17 @@ void addOutput(const std::string &ip) {
     storeSlot(false);
 }
 
+// "reply", an address, a name and a code. Only the code 0 refuses: anything else there grants, a
+// missing number too.
+bool refuses(char *answer) {
+    changeChar(answer);
+    std::istringstream fields(answer + strlen(kReply));
+    std::string address, name, code;
+    fields >> address >> name >> code;
+    char *end = nullptr;
+    return strtol(code.c_str(), &end, 10) == 0 && end != code.c_str();
+}
+
 void reply(UDPSocket &operators, const std::string &ip, int code) {
     Message message;
     snprintf(message.text, sizeof message.text, "reply|%s|%d", curLocalIp, code);
@@ -142,8 +160,7 @@ bool connectNew(const char *name, const char *ip, int level) {
         tellUser(curtInfo.curName, message, message.length());
         dropHolder();
     }
-    setHolder(name, level);
-    fillSlot(ip);
+    setHolder(name, ip, level);
     tellUser(curtInfo.curName, message, message.length());
     storeSlot(true);
     return true;
@@ -151,11 +168,12 @@ bool connectNew(const char *name, const char *ip, int level) {
 
 bool disconnectUserConnectNew(const char *name, const char *ip, int level, bool dropCurrent) {
     if (dropCurrent) {
+        sharedStore(curLink_num, 0U);  // from now on the old outputs do not count
         tellAll(holderDropped());
         clearTable();
     }
-    setHolder(name, level);
-    fillSlot(ip);
+    if (!hasRoom()) return true;
+    setHolder(name, ip, level);
     const Message message = connected(curtInfo.curName, level);
     tellAll(message);
     printf("send ---->%s\n", message.text);
@@ -180,14 +198,11 @@ int applyUser(const char *name) {
         return kNoAnswer;
     }
     logAt("applyUser", kNoLine, "apply rcv:data-->%s  end", answer);
-    if (strncmp(answer, "reply", 5) != 0) {
+    if (strncmp(answer, kReply, strlen(kReply)) != 0) {
         logAt("applyUser", kNoLine, "echo error data-->%s", answer);
         return kBadAnswer;
     }
-    changeChar(answer);
-    int code = kBadAnswer;  // which grants: only a 0 in the third field refuses
-    sscanf(answer, "reply%*s%*s%9d", &code);
-    if (code != 0) return kGranted;
+    if (!refuses(answer)) return kGranted;
     logAt("applyUser", kNoLine, "apply echo refused");
     return kRefused;
 }

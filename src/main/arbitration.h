@@ -1,23 +1,26 @@
 // Who controls this endpoint when several want to, and who is told. A larger level is a stronger
-// right; all of this runs on the operator thread.
+// right; all of this runs on the main thread.
 //
 // A user's name begins with his console's address and "-"; messages to him go there, port 2333. A
-// name without that has no address, and nobody is told. Names of up to 31 characters and addresses
-// of up to 15 fit; longer ones are cut.
+// name without "-", or with more than 15 characters before it, has no address, and nobody is told.
+// Names have up to 31 characters and addresses up to 15. The rules refuse longer ones, the
+// functions cut them.
 #pragma once
 
 class UDPSocket;
 
-/// Gives the endpoint to a user without asking: tells the holder, who loses his last output alone,
-/// then the new user. Stores and always returns true.
+/// Gives the endpoint to a user without asking: tells the holder, of whose outputs the last one
+/// alone is given up, then the new user. Stores and always returns true.
 bool connectNew(const char *name, const char *ip, int level);
 
 /// Gives the endpoint to a user and tells all consoles, with dropCurrent after telling them that
-/// the holder lost it with all outputs. Stores and always returns true.
+/// the holder lost it with all outputs. Stores; without dropCurrent a ninth output is refused with
+/// a message. Always true.
 bool disconnectUserConnectNew(const char *name, const char *ip, int level, bool dropCurrent);
 
 /// Asks all outputs of the holder whether the user may take over, and waits up to 10 s for the
-/// first answer. 1 granted, 0 refused, 2 no answer, -1 an answer that is no "reply".
+/// first answer. 1 granted, 0 refused, 2 no answer, -1 an answer that is no "reply" (or a failed
+/// receive, or the process ends).
 int applyUser(const char *name);
 
 /// Tells a user who is too weak who holds the endpoint. Always true.
@@ -30,8 +33,9 @@ bool changeChar(char *str);
 /// comes is passed over.
 void judgeNewUser(UDPSocket *sock, int *level);
 
-/// The rules for "connect|NAME|ADDRESS|LEVEL", "apply|NAME|ADDRESS|LEVEL" and "disconnect|NAME",
-/// whole commands as they came; the operator socket sends the answer to "apply". A field that is
+/// The rules for "connect|NAME|ADDRESS|LEVEL", "apply|NAME|ADDRESS|LEVEL" and
+/// "disconnect|NAME|LEVEL" (whose level is not looked at). Each takes the whole command, and
+/// changes its bars to blanks; the operator socket sends the answer to "apply". A field that is
 /// missing is empty, a missing level 0. A field that is too long or cannot be stored refuses the
 /// command with a line on standard output.
 void handleConnect(UDPSocket &operators, char *command);

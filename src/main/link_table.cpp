@@ -47,7 +47,7 @@ bool saveLinkInfo(unsigned index, bool withNameAndPer) {
     const auto config = Singleton<Config>::getInstance();
     if (withNameAndPer) {
         config->SetConfig(Config::kConnectName, curtInfo.curName);
-        config->SetConfig(Config::kConnectPer, std::to_string(curtInfo.curOutPre));
+        config->SetConfig(Config::kConnectPer, std::to_string(sharedLoad(curtInfo.curOutPre)));
     }
     config->SetConfig(outputId(index), curtInfo.curOutIp[index]);
     config->SaveConfig();

@@ -24,7 +24,7 @@ constexpr std::size_t kReplySize = 64;
 void answerQuery(UDPSocket &socket, char *) {
     char reply[kReplySize] = {};
     snprintf(reply, sizeof reply, "query|%s|%d|%s|%d", curLocalIp, curLink_num > 0 ? 1 : 0,
-             curtInfo.curName, curtInfo.curOutPre);
+             curtInfo.curName, sharedLoad(curtInfo.curOutPre));
     socket.EchoTo(reply, static_cast<long>(strlen(reply)));
 }
 

@@ -1,0 +1,197 @@
+// quillon-flash: programs an S-record file into the boards behind the microcontroller.
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <stdexcept>
+
+#include "progress.h"
+#include "result.h"
+#include "serial_holder.h"
+#include "software_config.h"
+#include "srecord.h"
+#include "stage.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char kUsualFolder[] = "/data/quillon";
+
+volatile std::sig_atomic_t interrupted = 0;
+
+struct Options {
+    std::string file, folder;
+    bool yes = false;
+};
+
+std::string readFile(const std::string &path) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file) throw std::runtime_error("cannot read " + path + ": " + strerror(errno));
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// The upload goes by the name, and ".rar" in one restarts the device.
+void checkName(const std::string &path) {
+    const std::string name = fs::path(path).filename();
+    if (name.find(".mot") == std::string::npos && name.find(".Mot") == std::string::npos)
+        throw std::runtime_error(path + " is no .mot file");
+}
+
+flash::Image check(const std::string &path, const std::string &text) {
+    try {
+        return flash::readImage(text);
+    } catch (const std::runtime_error &error) {
+        throw std::runtime_error(path + ": " + error.what());
+    }
+}
+
+void enterFolder(const std::string &wanted) {
+    std::string folder = wanted;
+    if (folder.empty()) folder = fs::exists("quillon.ini") ? "." : kUsualFolder;
+    if (!fs::exists(fs::path(folder) / "quillon.ini"))
+        throw std::runtime_error("no quillon.ini in " + folder + " (see --config)");
+    fs::current_path(folder);
+}
+
+std::string checkDevice() {
+    read_ini settings("./quillon.ini");
+    std::string port = "COM3";
+    settings.find_value("com_port=", port);
+    if (port.size() != 4 || port.rfind("COM", 0) != 0 || port[3] < '0' || port[3] > '3')
+        throw std::runtime_error("com_port in quillon.ini is \"" + port + "\", not COM0 to COM3");
+    const std::string device = std::string("/dev/ttyAMA") + port[3];
+    if (const std::string holder = flash::holderOf(device); !holder.empty())
+        throw std::runtime_error(holder + " has " + device + "; end it first");
+    if (access(device.c_str(), R_OK | W_OK) != 0)
+        throw std::runtime_error("cannot open " + device + ": " + strerror(errno));
+    return device;
+}
+
+void askWhether(const Options &options, const flash::Image &image, const std::string &device) {
+    printf("%s: kind %c, %u records, %u bytes, 0x%06x to 0x%06x; through %s\n",
+           options.file.c_str(), image.kind, image.records, image.bytes, image.first, image.last,
+           device.c_str());
+    fflush(stdout);
+    if (options.yes) return;
+    if (isatty(STDIN_FILENO) == 0) throw std::runtime_error("nobody to ask: give --yes");
+    fprintf(stderr, "Erase the boards and program them? [y/n] ");
+    std::string answer;
+    std::getline(std::cin, answer);
+    if (answer != "y" && answer != "yes") throw std::runtime_error("nothing was programmed");
+}
+
+// A copy of the user's file, for the upload deletes what it uploaded, under a plain name.
+class TemporaryCopy {
+  public:
+    explicit TemporaryCopy(const std::string &text) {
+        folder_ = fs::temp_directory_path() / "quillon-flash.XXXXXX";
+        if (mkdtemp(folder_.data()) == nullptr)
+            throw std::runtime_error("cannot make " + folder_ + ": " + strerror(errno));
+        std::ofstream copy(path(), std::ios::binary);
+        copy << text << std::flush;
+        if (copy) return;
+        fs::remove_all(folder_);
+        throw std::runtime_error("cannot write to " + folder_);
+    }
+    ~TemporaryCopy() {
+        std::error_code ignored;
+        fs::remove_all(folder_, ignored);
+    }
+    TemporaryCopy(const TemporaryCopy &) = delete;
+    TemporaryCopy &operator=(const TemporaryCopy &) = delete;
+
+    std::string folder() const { return folder_; }
+    std::string path() const { return folder_ + "/upload.mot"; }
+
+  private:
+    std::string folder_;
+};
+
+// False when somebody interrupted it.
+bool follow(const flash::Stage &stage, flash::Progress &progress) {
+    std::string line;
+    char chunk[4096];
+    for (;;) {
+        const ssize_t n = read(stage.log(), chunk, sizeof chunk);
+        if (interrupted != 0) return false;
+        if (n <= 0) return true;
+        for (ssize_t i = 0; i < n; ++i) {
+            if (chunk[i] != '\n') {
+                line += chunk[i];
+                continue;
+            }
+            progress.take(line);
+            line.clear();
+        }
+    }
+}
+
+int program(const flash::Image &image, const std::string &text) {
+    const TemporaryCopy copy(text);
+    const flash::ResultQueue queue(copy.folder());
+    flash::Progress progress(image.records, isatty(STDOUT_FILENO) != 0);
+    bool whole = false;
+    {
+        const flash::Stage stage(copy.path());
+        whole = follow(stage, progress);
+    }
+    if (whole) return flash::printResult(queue.receive()) ? 0 : 1;
+    fprintf(stderr, "\nquillon-flash: interrupted\n");
+    for (const std::string &line : progress.unfinished())
+        fprintf(stderr, "%s; program it again before it is used\n", line.c_str());
+    fprintf(stderr, "boards that are not named here are as they were, or done\n");
+    return 130;
+}
+
+int run(const Options &options) {
+    checkName(options.file);
+    const std::string text = readFile(options.file);
+    const flash::Image image = check(options.file, text);
+    enterFolder(options.folder);
+    const std::string device = checkDevice();
+    askWhether(options, image, device);
+    if (interrupted != 0) return 130;
+    return program(image, text);
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    struct sigaction stop {};
+    stop.sa_handler = [](int) { interrupted = 1; };
+    for (const int sig : {SIGINT, SIGTERM, SIGHUP}) sigaction(sig, &stop, nullptr);
+
+    CLI::App app{"Programs the boards behind an endpoint's microcontroller", "quillon-flash"};
+    Options options;
+    app.add_option("file", options.file, "Motorola S-records, *.mot")
+        ->required()
+        ->type_name("FILE.mot");
+    app.add_option("--config", options.folder,
+                   "Folder of quillon.ini, which names the serial port; without it this folder, "
+                   "else " +
+                       std::string(kUsualFolder))
+        ->type_name("DIR");
+    app.add_flag("--yes", options.yes, "Do not ask");
+    app.failure_message([](const CLI::App *, const CLI::Error &error) {
+        return std::string("quillon-flash: ") + error.what() + " (--help says more)\n";
+    });
+    try {
+        app.parse(argc, argv);
+        return run(options);
+    } catch (const CLI::ParseError &error) {
+        return app.exit(error) == 0 ? 0 : 2;
+    } catch (const std::exception &error) {
+        fprintf(stderr, "quillon-flash: %s\n", error.what());
+        return interrupted != 0 ? 130 : 1;
+    }
+}

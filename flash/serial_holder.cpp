@@ -1,0 +1,34 @@
+#include "serial_holder.h"
+
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+namespace flash {
+namespace {
+
+namespace fs = std::filesystem;
+
+bool holds(const fs::path &process, const std::string &device) {
+    std::error_code hidden;  // another user's, or gone meanwhile
+    for (const auto &link : fs::directory_iterator(process / "fd", hidden))
+        if (fs::read_symlink(link.path(), hidden) == device) return true;
+    return false;
+}
+
+}  // namespace
+
+std::string holderOf(const std::string &device) {
+    for (const auto &process : fs::directory_iterator("/proc")) {
+        const std::string id = process.path().filename();
+        if (id.find_first_not_of("0123456789") != std::string::npos) continue;
+        if (id == std::to_string(getpid()) || !holds(process.path(), device)) continue;
+        std::string name;
+        std::ifstream(process.path() / "comm") >> name;
+        return "process " + id + " (" + name + ")";
+    }
+    return "";
+}
+
+}  // namespace flash

@@ -1,0 +1,21 @@
+// One firmware upload to the boards behind the microcontroller, and its state.
+//
+// Two threads carry it: one runs uploadFile, the other receives what the microcontroller says of
+// its boards and hands it to initUploadANDloop. They meet only in the words below, polled every
+// half second.
+#pragma once
+
+extern int l_isupdata;      ///< 0 idle, 2 waiting for the board list, 1 boards are being programmed
+extern int l_broadnum;      ///< boards in the list: 10 or 20, or 1 for a single one
+extern char *l_broadstate;  ///< 1 present, 0 absent, for each of them; null while there is no list
+
+/// Programs filename, a ".mot" file of S-records (see MyUpdata), into every board that is present
+/// and deletes it. Takes the serial port for itself. True when it got so far, also when boards
+/// failed. The result goes to the queue c_netmsgid, message type 3: "file error", "timeout"
+/// (no board list within 2.5 s), "upload error", or "0:OK;1:N/A;2:Failed;" board by board.
+bool uploadFile(const char *filename);
+
+/// Takes the board list, 31 characters for 10 boards or 61 for 20: "(OK,NA,...)", "NA" for an
+/// absent one. Returns when uploadFile has ended; at once and false when that does not wait for a
+/// list, or refuses this one.
+bool initUploadANDloop(char *data);
