@@ -99,7 +99,7 @@ void SerialPorts::serve() {
         timespec wait{};
         const auto left = std::max(due - Clock::now(), Clock::duration::zero());
         wait.tv_sec = idle ? 0 : std::chrono::duration_cast<std::chrono::seconds>(left).count();
-        wait.tv_nsec = idle ? 0 : (left % std::chrono::seconds(1)).count();
+        wait.tv_nsec = idle ? 0 : static_cast<long>((left % std::chrono::seconds(1)).count());
         ppoll(fds.data(), fds.size(), idle ? nullptr : &wait, nullptr);
 
         if ((fds[0].revents & POLLIN) != 0) return;

@@ -1,7 +1,6 @@
 #include "console_ears.h"
 
 #include <arpa/inet.h>
-#include <net/if.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -27,9 +26,8 @@ int listenEverywhere() {
     sockaddr_in local{};
     local.sin_family = AF_INET;
     local.sin_port = htons(2333);
-    ip_mreqn group{};
+    ip_mreq group{};  // multicast is routed on eth0
     inet_pton(AF_INET, "225.168.1.168", &group.imr_multiaddr);
-    group.imr_ifindex = static_cast<int>(if_nametoindex("eth0"));
     if (setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
         setsockopt(fd, IPPROTO_IP, IP_PKTINFO, &on, sizeof on) != 0 ||
         bind(fd, reinterpret_cast<sockaddr *>(&local), sizeof local) != 0 ||

@@ -209,11 +209,12 @@ TEST(QuillonConsole, WatchRefusesGrantsAndPassesRepliesOn) {
 
 TEST(QuillonConsole, WatchAsksOnATerminal) {
     expectInOrder(
-        runOnTwoConsoles("$ann permissions on; $ann connect --name ann --level 3 >/dev/null; "
-                         "(heard Give /data/a; echo y; heard no.longer /data/a) | "
-                         "script -qefc \"$ann watch\" /dev/null >/data/a & "
-                         "heard watching /data/a; "
-                         "$bob apply --name bob --level 3; kill %1; wait; cat /data/a"),
+        runOnTwoConsoles(
+            "$ann permissions on; $ann connect --name ann --level 3 >/dev/null; "
+            "(heard Give /data/a; echo y; heard bob.controls /data/a; printf \"\\003\") | "
+            "script -qefc \"$ann watch\" /dev/null >/data/a & "
+            "heard watching /data/a; "
+            "$bob apply --name bob --level 3; wait; cat /data/a"),
         {"granted by 192.168.1.20-ann\n", "Give 192.168.1.10 to 192.168.1.21-bob? [y/n]",
          "granted"});
 }
