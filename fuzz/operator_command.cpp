@@ -1,0 +1,17 @@
+// One operator's datagram, whole.
+
+#include "invariants.h"
+#include "main/operator_loop.h"
+#include "state.h"
+#include "world.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char *bytes, std::size_t size) {
+    world::reset();
+    per = true;
+    char text[kOperatorDatagram + 1] = {};
+    memcpy(text, bytes, std::min<std::size_t>(size, kOperatorDatagram));
+    handleOperatorCommand(world::socket(), text);
+    checkLinkTable();
+    checkSettings();
+    return 0;
+}

@@ -1,0 +1,24 @@
+// A file of S-records: what the check lets through, the upload takes for the same kind of board.
+
+#include <stdexcept>
+
+#include "myupdata.h"
+#include "srecord.h"
+#include "world.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char *bytes, std::size_t size) {
+    world::reset();
+    const std::string text(reinterpret_cast<const char *>(bytes), size);
+    FILE *file = fopen("upload.mot", "wb");
+    fwrite(bytes, 1, size, file);
+    fclose(file);
+    MyUpdata upload("upload.mot");
+    const bool taken = upload.FileCheckOut();
+    try {
+        const flash::Image image = flash::readImage(text);
+        world::require(taken && upload.type_ == image.kind, "the same kind");
+    } catch (const std::runtime_error &) {
+        // The upload checks less.
+    }
+    return 0;
+}
