@@ -1,10 +1,9 @@
 // quillon-flash: programs an S-record file into the boards behind the microcontroller.
 
-#include <fcntl.h>
-#include <poll.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -36,6 +35,7 @@ struct Options {
 
 std::string readFile(const std::string &path) {
     std::ifstream file(path, std::ios::binary);
+    if (fs::is_directory(path)) throw std::runtime_error(path + " is a folder");
     if (!file) throw std::runtime_error("cannot read " + path + ": " + strerror(errno));
     return {std::istreambuf_iterator<char>(file), {}};
 }
@@ -140,17 +140,36 @@ int program(const flash::Image &image, const std::string &text) {
     const TemporaryCopy copy(text);
     const flash::ResultQueue queue(copy.folder());
     flash::Progress progress(image.records, isatty(STDOUT_FILENO) != 0);
-    bool whole = false;
+    std::string ended;
     {
-        const flash::Stage stage(copy.path());
-        whole = follow(stage, progress);
+        flash::Stage stage(copy.path());
+        if (follow(stage, progress)) ended = stage.end();
     }
-    if (whole) return flash::printResult(queue.receive()) ? 0 : 1;
-    fprintf(stderr, "\nquillon-flash: interrupted\n");
-    for (const std::string &line : progress.unfinished())
-        fprintf(stderr, "%s; program it again before it is used\n", line.c_str());
-    fprintf(stderr, "boards that are not named here are as they were, or done\n");
-    return 130;
+    const std::string reply = queue.receive();
+    const bool good = !reply.empty() && flash::printResult(reply);
+    for (const std::string &line : progress.unfinished()) fprintf(stderr, "%s\n", line.c_str());
+    if (!reply.empty()) return good ? 0 : 1;
+
+    if (ended.empty())
+        fprintf(stderr, "quillon-flash: interrupted");
+    else
+        fprintf(stderr, "quillon-flash: the upload ended with %s and these words: %s",
+                ended.c_str(), progress.lastWords().c_str());
+    fprintf(stderr,
+            "\nboards that are done: %s; all others that are not named are as they were; "
+            "none was restarted\n",
+            progress.done().c_str());
+    return ended.empty() ? 130 : 1;
+}
+
+void handleSignals() {
+    struct sigaction stop {
+    }, before{};
+    stop.sa_handler = [](int) { interrupted = 1; };
+    for (const int sig : {SIGINT, SIGQUIT, SIGTERM}) sigaction(sig, &stop, nullptr);
+    sigaction(SIGHUP, nullptr, &before);
+    if (before.sa_handler != SIG_IGN) sigaction(SIGHUP, &stop, nullptr);  // else run by nohup
+    signal(SIGPIPE, SIG_IGN);  // a reader that goes away is no reason to leave a board in part
 }
 
 int run(const Options &options) {
@@ -161,15 +180,14 @@ int run(const Options &options) {
     const std::string device = checkDevice();
     askWhether(options, image, device);
     if (interrupted != 0) return 130;
+    checkDevice();  // somebody may have taken it while the question stood
     return program(image, text);
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
-    struct sigaction stop {};
-    stop.sa_handler = [](int) { interrupted = 1; };
-    for (const int sig : {SIGINT, SIGTERM, SIGHUP}) sigaction(sig, &stop, nullptr);
+    handleSignals();
 
     CLI::App app{"Programs the boards behind an endpoint's microcontroller", "quillon-flash"};
     Options options;

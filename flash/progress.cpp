@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <iostream>
 
 namespace flash {
 namespace {
@@ -26,6 +27,8 @@ void Progress::take(const std::string &line) {
         end(kFailed);
     } else if (line.rfind("[uploadFile]-322: ", 0) == 0) {
         end(kDone);
+    } else if (line != "select time out") {
+        lastWords_ = line;
     }
 }
 
@@ -52,7 +55,8 @@ void Progress::end(State state) {
     if (display_ && board.sent < records_) std::cout << std::endl;
     display_.reset();
     if (bar_) return;
-    printf("board %u: %u of %u records sent\n", board.number, board.sent, records_);
+    printf("board %u: %u of %u records sent%s\n", board.number, board.sent, records_,
+           state == kFailed ? ", failed" : "");
     fflush(stdout);
 }
 
@@ -64,9 +68,17 @@ std::vector<std::string> Progress::unfinished() const {
                                      ? "may be erased"
                                      : "erased, " + std::to_string(board.sent) + " of " +
                                            std::to_string(records_) + " records sent";
-        lines.push_back("board " + std::to_string(board.number) + ": " + what);
+        lines.push_back("board " + std::to_string(board.number) + ": " + what +
+                        "; program it again before it is used");
     }
     return lines;
+}
+
+std::string Progress::done() const {
+    std::string numbers;
+    for (const Board &board : boards_)
+        if (board.state == kDone) numbers += " " + std::to_string(board.number);
+    return numbers.empty() ? "none" : numbers.substr(1);
 }
 
 }  // namespace flash

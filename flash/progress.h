@@ -17,8 +17,12 @@ class Progress {
     /// Takes one line of the log.
     void take(const std::string &line);
 
-    /// For who stops now: a line for each board that may not run as it is.
+    /// A line for each board that was begun and is not done: what it is left like.
     std::vector<std::string> unfinished() const;
+    /// Boards that took every record.
+    std::string done() const;
+    /// The last line of the log that told nothing of progress.
+    std::string lastWords() const { return lastWords_; }
 
   private:
     enum State { kErasing, kProgramming, kFailed, kDone };
@@ -34,7 +38,8 @@ class Progress {
 
     const unsigned records_;
     const bool bar_;
-    std::vector<Board> boards_;  ///< in the order in which they were begun; the last one is on
+    std::vector<Board> boards_;  ///< in the order in which they were begun
+    std::string lastWords_;
     std::unique_ptr<boost::timer::progress_display> display_;
 };
 

@@ -37,7 +37,6 @@ std::string ResultQueue::receive() const {
 
 bool printResult(const std::string &reply) {
     const char *said = nullptr;
-    if (reply.empty()) said = "the upload ended without a result";
     if (reply == "timeout") said = "the microcontroller did not tell its boards within 2.5 s";
     if (reply == "file error") said = "the file was refused";
     if (reply == "upload error") said = "what the microcontroller told of its boards is no list";

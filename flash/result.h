@@ -19,7 +19,8 @@ class ResultQueue {
     std::string receive() const;
 };
 
-/// Prints the reply of an upload board by board. True when boards were programmed and none failed.
+/// Prints the reply of an upload, which is not empty, board by board. True when boards were
+/// programmed and none failed.
 bool printResult(const std::string &reply);
 
 }  // namespace flash

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
 
 namespace flash {
 namespace {
@@ -11,10 +12,15 @@ namespace {
 namespace fs = std::filesystem;
 
 bool holds(const fs::path &process, const std::string &device) {
-    std::error_code hidden;  // another user's, or gone meanwhile
-    for (const auto &link : fs::directory_iterator(process / "fd", hidden))
-        if (fs::read_symlink(link.path(), hidden) == device) return true;
-    return false;
+    std::error_code error;
+    for (const auto &link : fs::directory_iterator(process / "fd", error)) {
+        std::error_code gone;
+        if (fs::read_symlink(link.path(), gone) == device) return true;
+    }
+    if (error == std::errc::permission_denied)
+        throw std::runtime_error("cannot see whether another process has " + device +
+                                 "; only root can");
+    return false;  // or gone meanwhile
 }
 
 }  // namespace

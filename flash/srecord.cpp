@@ -7,11 +7,14 @@
 #include <stdexcept>
 #include <vector>
 
+#include "myupdata.h"
+
 namespace flash {
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
+constexpr std::uint32_t kLastAddress = 0xFFFFFF;
 constexpr std::size_t kAddressEnd = 4;  // of an S2 record: its count and three bytes of address
 
 void require(bool ok, const std::string &reason) {
@@ -47,39 +50,63 @@ void add(Image &image, const Bytes &record) {
     const auto address = static_cast<std::uint32_t>(record[1]) << 16 |
                          static_cast<std::uint32_t>(record[2]) << 8 | record[3];
     const auto count = static_cast<std::uint32_t>(record.size() - kAddressEnd - 1);
+    require(address + count - 1 <= kLastAddress, "its data pass the last address");
     image.first = image.records == 0 ? address : std::min(image.first, address);
     image.last = std::max(image.last, address + count - 1);
     image.bytes += count;
     ++image.records;
 }
 
+// One line after the other, into an image.
+class Reader {
+  public:
+    void take(const std::string &line) {
+        require(!terminated_, "a record behind the termination");
+        const Bytes record = checkRecord(line);
+        if (line[1] == '2') {
+            add(image_, record);
+            kind_ = record[record.size() - 2];
+        } else if (line[1] == '5' || line[1] == '6') {
+            unsigned count = 0;
+            for (std::size_t i = 1; i + 1 < record.size(); ++i) count = count << 8 | record[i];
+            require(count == image_.records,
+                    "it counts other than " + std::to_string(image_.records) + " records");
+        } else if (line[1] != '0') {
+            terminated_ = true;
+        }
+    }
+
+    Image end() {
+        require(image_.records != 0, "no S2 record in it");
+        require(terminated_, "no termination record (S7, S8 or S9) at its end: it may be cut off");
+        require(kind_ < sizeof kBoardKinds - 1, "its last byte of data names no kind of board");
+        image_.kind = kBoardKinds[kind_];
+        return image_;
+    }
+
+  private:
+    Image image_;
+    std::uint8_t kind_ = 0;
+    bool terminated_ = false;
+};
+
 }  // namespace
 
 Image readImage(const std::string &text) {
-    constexpr char kKinds[] = "IOL24";
-    Image image;
-    std::size_t number = 0, lastNumber = 0;
-    std::uint8_t kind = 0;
+    Reader reader;
+    std::size_t number = 0;
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
         ++number;
         if (!line.empty() && line.back() == '\r') line.pop_back();
         if (line.empty()) continue;
         try {
-            const Bytes record = checkRecord(line);
-            if (line[1] != '2') continue;
-            add(image, record);
-            kind = record[record.size() - 2];
-            lastNumber = number;
+            reader.take(line);
         } catch (const std::runtime_error &error) {
             throw std::runtime_error("line " + std::to_string(number) + ": " + error.what());
         }
     }
-    require(image.records != 0, "no S2 record in it");
-    require(kind < sizeof kKinds - 1,
-            "line " + std::to_string(lastNumber) + ": its last byte names no kind of board");
-    image.kind = kKinds[kind];
-    return image;
+    return reader.end();
 }
 
 }  // namespace flash

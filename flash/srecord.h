@@ -15,8 +15,9 @@ struct Image {
 };
 
 /// Reads a whole file's text. Throws std::runtime_error, with the line's number and the reason,
-/// for one that is damaged (digits, byte counts, sums, records of other address sizes), holds no
-/// S2 record, or is for no known kind of board. Blank lines are passed over.
+/// for one that is damaged (digits, byte counts, sums, addresses, a wrong number of records, no
+/// termination at its end), has data records of another kind than S2 or none, or is for no known
+/// kind of board. Blank lines are passed over.
 Image readImage(const std::string &text);
 
 }  // namespace flash

@@ -3,12 +3,14 @@
 #include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <exception>
 #include <system_error>
 #include <thread>
 
@@ -44,6 +46,7 @@ int runStage(const std::string &file) {
     Singleton<SoftwareConfig>::getInstance()->ReadConfig();
     openPort();
     if (MySerial::fd_ < 0) return 1;
+    tcflush(MySerial::fd_, TCIFLUSH);  // what an earlier upload left unread
     std::atomic<bool> ended{false};
     std::thread upload([&] {
         uploadFile(file.c_str());
@@ -66,12 +69,17 @@ Stage::Stage(const std::string &file) {
     pid_ = fork();
     if (pid_ == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
-        // Ctrl-C is for the one who tells what it leaves behind.
-        for (const int sig : {SIGINT, SIGTERM, SIGHUP}) signal(sig, SIG_IGN);
+        // These are for the parent, which ends this process and tells what it leaves behind.
+        for (const int sig : {SIGINT, SIGQUIT, SIGTERM, SIGHUP}) signal(sig, SIG_IGN);
         dup2(ends[1], STDOUT_FILENO);
         dup2(ends[1], STDERR_FILENO);
         setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
-        const int status = runStage(file);
+        int status = 1;
+        try {
+            status = runStage(file);
+        } catch (const std::exception &error) {
+            puts(error.what());
+        }
         fflush(nullptr);
         _exit(status);
     }
@@ -84,9 +92,17 @@ Stage::Stage(const std::string &file) {
 }
 
 Stage::~Stage() {
-    kill(pid_, SIGKILL);
-    waitpid(pid_, nullptr, 0);
+    if (pid_ > 0) kill(pid_, SIGKILL);
+    end();
     close(log_);
+}
+
+std::string Stage::end() {
+    int status = 0;
+    if (pid_ <= 0 || waitpid(pid_, &status, 0) != pid_) return "";
+    pid_ = -1;
+    return WIFEXITED(status) ? "status " + std::to_string(WEXITSTATUS(status))
+                             : "signal " + std::to_string(WTERMSIG(status));
 }
 
 }  // namespace flash

@@ -18,8 +18,11 @@ class Stage {
     Stage(const Stage &) = delete;
     Stage &operator=(const Stage &) = delete;
 
-    /// Its log. At the end of that it ended.
+    /// Where its log comes from; what ends when it ends.
     int log() const { return log_; }
+
+    /// Waits for its end: "status 1" or "signal 9".
+    std::string end();
 
   private:
     pid_t pid_ = -1;

@@ -11,7 +11,6 @@
 #include <stdexcept>
 
 #include "network.h"
-#include "paths.h"
 
 namespace sim {
 namespace {
@@ -31,10 +30,9 @@ constexpr Wiring kWirings[] = {
     {"QBRD10403n_5000_R1", 1},
 };
 
-void writeFile(const std::string &path, const std::string &text, mode_t mode = 0644) {
+void writeFile(const std::string &path, const std::string &text) {
     FILE *file = fopen(path.c_str(), "w");
-    const bool ok = file != nullptr && fwrite(text.data(), 1, text.size(), file) == text.size() &&
-                    fchmod(fileno(file), mode) == 0;
+    const bool ok = file != nullptr && fwrite(text.data(), 1, text.size(), file) == text.size();
     if (file != nullptr) fclose(file);
     if (!ok) throw std::runtime_error("cannot write " + path + ": " + strerror(errno));
 }
@@ -116,8 +114,6 @@ Board::~Board() {
 void Board::writeFiles() const {
     writeFile("/version/hardware_info", "{\n\t\"board\": \"" + options_.identifier + "\"\n}\n");
     writeFile("/data/net.ini", "kEth0Ip=" + options_.address + "\n");
-    writeFile(std::string(kToolDir) + "/reboot",
-              "#!/bin/sh\necho 'a simulated board does not reboot the PC'\n", 0755);
     if (mkdir(options_.directory.c_str(), 0755) != 0 && errno != EEXIST)
         throw std::runtime_error("cannot make " + options_.directory + ": " + strerror(errno));
     // A fresh board comes from a factory that left line and chip at one speed. Its daemon sets the

@@ -184,13 +184,14 @@ void describe(CLI::App &app, Options &options) {
         ->check(CLI::IsMember(kChips).description(""))
         ->type_name("CHIP")
         ->capture_default_str();
-    app.add_option("--mcu", board.mcuBoards,
-                   "In its place a microcontroller with 10 or 20 boards, and no daemon")
-        ->check(CLI::IsMember({10, 20}).description(""))
-        ->type_name("BOARDS");
+    auto *mcu = app.add_option("--mcu", board.mcuBoards,
+                               "In its place a microcontroller with 10 or 20 boards, and no daemon")
+                    ->check(CLI::IsMember({10, 20}).description(""))
+                    ->type_name("BOARDS");
     app.add_option("--absent", board.absentBoards,
                    "One of these that is absent; may be given again")
         ->check(CLI::Range(0, 19).description(""))
+        ->needs(mcu)
         ->type_name("N")
         ->expected(1)
         ->take_all()
@@ -242,6 +243,9 @@ void describe(CLI::App &app, Options &options) {
 
 void complete(CLI::App &app, Options &options) {
     options.board.chip = kChips.at(options.chip);
+    for (const unsigned absent : options.board.absentBoards)
+        if (absent >= options.board.mcuBoards)
+            throw std::runtime_error("there is no board " + std::to_string(absent));
     if (app.count("--stored-baud") == 0) options.board.storedBaud = options.board.chipBaud;
     if (!options.configFile.empty()) options.board.settings = readText(options.configFile);
     if (!options.keepDir.empty()) {

@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cstdio>
 #include <numeric>
+#include <utility>
 
 namespace sim {
 namespace {
@@ -102,12 +103,13 @@ void Microcontroller::receive(SerialLine &line, const std::uint8_t *bytes, std::
 }
 
 void Microcontroller::carryOut(SerialLine &line) {
-    commands_.push_back(command_);
-    if (command_ == "[reset]") return;  // which has no answer
-    const bool isRecord = command_.rfind("(UD", 0) == 0;
+    const std::string command = std::exchange(command_, "");
+    commands_.push_back(command);
+    if (command == "[reset]") return;  // which has no answer
+    const bool isRecord = command.rfind("(UD", 0) == 0;
     const bool inMood = mood_ != kWell && (moodAfter_ == 0 || (isRecord && --moodAfter_ == 0));
     if (!inMood) {
-        send(line, answerTo(command_), isRecord ? pieceSize_ : kWhole);
+        send(line, answerTo(command), isRecord ? pieceSize_ : kWhole);
         return;
     }
     moodAfter_ = 0;
@@ -132,9 +134,15 @@ std::string Microcontroller::boardList() const {
     return list + ")";
 }
 
+// Commands to the board behind the microcontroller itself go there whatever its list says.
+bool Microcontroller::reaches(const std::string &target) const {
+    if (target.empty()) return false;
+    return target[0] == 'L' || target[0] == 'B' || present(boardOf(target));
+}
+
 std::string Microcontroller::erase(const std::string &target) {
     const unsigned board = boardOf(target);
-    if (target.empty() || !present(board)) return kError;
+    if (!reaches(target)) return kError;
     memories_[board].clear();
     erased_.insert(board);
     return kAccepted;
@@ -142,7 +150,7 @@ std::string Microcontroller::erase(const std::string &target) {
 
 std::string Microcontroller::programRecord(const std::string &target, const std::string &record) {
     const unsigned board = boardOf(target);
-    if (target.empty() || !present(board) || erased_.count(board) == 0) return kError;
+    if (!reaches(target) || erased_.count(board) == 0) return kError;
     return program(board, bytesOf(record));
 }
 

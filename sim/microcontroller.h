@@ -20,13 +20,12 @@ class Microcontroller : public SerialDevice {
 
     Microcontroller(unsigned boards, int baud) : boards_(boards), baud_(baud) {}
 
-    /// What it answers from its next command on. Of commands only those that program a record
-    /// count in after.
+    /// What it answers from its next command on, or from the after-th record on.
     enum Mood {
         kWell,
         kRefuses,  ///< "(ERR)"
         kSilent,   ///< nothing
-        kBabbles,  ///< endless text without ")"
+        kBabbles,  ///< more text than anybody reads, without ")"
     };
     void setMood(Mood mood, unsigned after = 0);
     /// Cuts answers to records into pieces of this size, pause apart.
@@ -51,6 +50,7 @@ class Microcontroller : public SerialDevice {
     std::string erase(const std::string &target);
     std::string programRecord(const std::string &target, const std::string &record);
     std::string program(unsigned board, const std::vector<std::uint8_t> &record);
+    bool reaches(const std::string &target) const;
     bool present(unsigned board) const { return board < boards_ && absent_.count(board) == 0; }
     void send(SerialLine &line, const std::string &text, std::size_t pieceSize) const;
 

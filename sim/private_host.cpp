@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -98,6 +99,13 @@ void makeProc() {
     bindAt(kOldRoot + "/proc", "/proc");
 }
 
+void makeTools() {
+    makeDir(kToolDir);
+    const std::string reboot = std::string(kToolDir) + "/reboot";
+    std::ofstream(reboot) << "#!/bin/sh\necho 'a private host does not reboot the PC'\n";
+    require(chmod(reboot.c_str(), 0755) == 0, "make " + reboot);
+}
+
 void assembleRoot() {
     char cwd[4096];
     if (getcwd(cwd, sizeof cwd) == nullptr) strcpy(cwd, "/");
@@ -114,7 +122,7 @@ void assembleRoot() {
     makeDir("/version");
     makeDir("/data");
     makeDir(kPrivateDir);
-    makeDir(kToolDir);
+    makeTools();
     mountAt("devpts", kPtyDir, MS_NOSUID | MS_NOEXEC, "newinstance,ptmxmode=0666,mode=0600");
     require(umount2(kOldRoot.c_str(), MNT_DETACH) == 0, "leave the old root");
     rmdir(kOldRoot.c_str());

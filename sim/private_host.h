@@ -14,8 +14,8 @@ namespace sim {
 /// one line that says what is missing, and returns 1.
 int runOnPrivateHost(const std::function<int()> &body);
 
-/// Puts the board's own tools first in PATH, and last those of the administrator, which a user's
-/// PATH lacks. runOnPrivateHost does so for body.
+/// Puts the private host's own tools (a `reboot` that does nothing) first in PATH, and last those
+/// of the administrator, which a user's PATH lacks. runOnPrivateHost does so for body.
 void putToolsInPath();
 
 }  // namespace sim

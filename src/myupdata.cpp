@@ -1,5 +1,7 @@
 #include "myupdata.h"
 
+#include <termios.h>
+
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -41,12 +43,12 @@ std::string readAnswer() {
     using Clock = std::chrono::steady_clock;
     std::string answer;
     auto heard = Clock::now();
-    while (!isWhole(answer) && answer.size() < kMostBytes && Clock::now() - heard < kPatience) {
+    for (;;) {
         const int count = readMore(answer);
-        if (count < 0) break;
+        if (count < 0 || isWhole(answer) || answer.size() >= kMostBytes) return answer;
         if (count > 0) heard = Clock::now();
+        if (Clock::now() - heard >= kPatience) return answer;
     }
-    return answer;
 }
 
 }  // namespace
@@ -75,14 +77,13 @@ bool MyUpdata::readLines() {
 }
 
 bool MyUpdata::findKind() {
-    constexpr char kKinds[] = "IOL24";
     constexpr std::size_t kKindAt = 4;  // from the end: two digits of kind, two of the sum
     for (auto line = vlines_.rbegin(); line != vlines_.rend(); ++line) {
         if (!isS2(*line)) continue;
         if (line->size() < kKindAt) return false;
         const char *kind = line->c_str() + line->size() - kKindAt;
         if (kind[0] != '0' || kind[1] < '0' || kind[1] > '4') return false;
-        type_ = kKinds[kind[1] - '0'];
+        type_ = kBoardKinds[kind[1] - '0'];
         return true;
     }
     return false;
@@ -102,6 +103,8 @@ std::string MyUpdata::recordCommand(unsigned index, const std::string &record) c
 bool MyUpdata::UploadMotFile(unsigned int index) {
     const std::string erase = eraseCommand(index);
     logAt("UploadMotFile", 84, "earse: %s", erase.c_str());
+    // An answer that came too late for an earlier board is none for this one.
+    tcflush(MySerial::fd_, TCIFLUSH);
     write(erase);
     std::string answer;
     readMore(answer);

@@ -38,6 +38,13 @@ void setState(State next) {
     __atomic_store_n(&l_isupdata, next, __ATOMIC_RELEASE);
 }
 
+// False when the other thread was faster.
+bool changeState(State from, State to) {
+    int expected = from;
+    return __atomic_compare_exchange_n(&l_isupdata, &expected, static_cast<int>(to), false,
+                                       __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE);
+}
+
 void reply(const char *text, int line) {
     if (!sendMessage(text, c_netmsgid, c_netmsgtype * 2 + 1))
         logAt("uploadFile", line, "send net msg failed!");
@@ -99,8 +106,8 @@ void deleteFile(const char *name) {
     bool plain = name[0] != '-' && name[0] != '\0';
     for (const char *p = name; *p != '\0'; ++p)
         plain = plain && (isalnum(static_cast<unsigned char>(*p)) != 0 || strchr("/._-", *p));
-    const int status = plain ? system(("rm " + std::string(name)).c_str()) : remove(name);
-    if (status != 0) logAt("uploadFile", kNoLine, "remove %s failed", name);
+    [[maybe_unused]] const int status =
+        plain ? system(("rm " + std::string(name)).c_str()) : remove(name);
 }
 
 }  // namespace
@@ -112,7 +119,8 @@ bool uploadFile(const char *filename) {
     setState(kWaiting);
     requestBoardList(file.type_);
     awaitBoardList();
-    if (state() == kWaiting) return refuse("timeout", 280);
+    // From here on no list is taken any more.
+    if (changeState(kWaiting, kIdle)) return refuse("timeout", 280);
     if (state() != kProgramming) return refuse("upload error", 280);
 
     const Boards present = chooseBoards(file);
@@ -130,7 +138,7 @@ bool initUploadANDloop(char *data) {
     if (state() != kWaiting) return false;
     const std::size_t length = strlen(data);
     if (length != kTenBoards && length != kTwentyBoards) {
-        setState(kIdle);
+        changeState(kWaiting, kIdle);
         logAt("initUploadANDloop", 212, "init upload failed!");
         return false;
     }
@@ -141,9 +149,10 @@ bool initUploadANDloop(char *data) {
         printf("l_broadstate[%d]:%d\n", i, boardList[i]);
     }
     l_broadstate = boardList;
-    setState(kProgramming);
-    do usleep(kPoll);
-    while (state() == kProgramming);
-    l_broadstate = nullptr;
+    if (!changeState(kWaiting, kProgramming)) return false;
+    do {
+        usleep(kPoll);
+    } while (state() == kProgramming);
+    if (state() == kIdle) l_broadstate = nullptr;
     return true;
 }

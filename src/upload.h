@@ -9,10 +9,11 @@ extern int l_isupdata;      ///< 0 idle, 2 waiting for the board list, 1 boards 
 extern int l_broadnum;      ///< boards in the list: 10 or 20, or 1 for a single one
 extern char *l_broadstate;  ///< 1 present, 0 absent, for each of them; null while there is no list
 
-/// Programs filename, a ".mot" file of S-records (see MyUpdata), into every board that is present
-/// and deletes it. Takes the serial port for itself. True when it got so far, also when boards
-/// failed. The result goes to the queue c_netmsgid, message type 3: "file error", "timeout"
-/// (no board list within 2.5 s), "upload error", or "0:OK;1:N/A;2:Failed;" board by board.
+/// Programs filename, a ".mot" file of S-records (see MyUpdata), into every board that is present,
+/// and then deletes it. Nobody else may use the serial port meanwhile. True when boards were
+/// programmed, also if some failed. The result goes to the queue c_netmsgid, message type 3: "file
+/// error", "timeout" (no board list within 2.5 s), "upload error", or "0:OK;1:N/A;2:Failed;" board
+/// by board.
 bool uploadFile(const char *filename);
 
 /// Takes the board list, 31 characters for 10 boards or 61 for 20: "(OK,NA,...)", "NA" for an

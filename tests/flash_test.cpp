@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include "result.h"
 #include "srecord.h"
 #include "support.h"
 
@@ -12,10 +13,11 @@ using test::holds, test::run;
 
 constexpr char kGood[] =
     "S00600004844521B\n"
+    "S206FFFFFEAABB98\r\n"
     "S20800001001020304DD\n"
-    "S206000000AABB94\r\n"
     "\n"
-    "S206FFFFFE0001FC\n"
+    "S2060000000001F8\n"
+    "S5030003F9\n"
     "S804000000FB\n";
 
 TEST(SRecords, TellWhatTheyProgram) {
@@ -30,7 +32,7 @@ TEST(SRecords, TellWhatTheyProgram) {
 TEST(SRecords, DamageIsToldWithItsLine) {
     const std::pair<const char *, const char *> damaged[] = {
         {"S206000000AABB95", "line 1: its sum is wrong"},
-        {"S804000000FB\nS206000000AABB9", "line 2: half a byte"},
+        {"S00600004844521B\nS206000000AABB9", "line 2: half a byte"},
         {"S206000000AABBXX", "line 1: something else"},
         {"S207000000AABB94", "line 1: its byte count"},
         {"S2", "line 1: its byte count"},
@@ -39,9 +41,11 @@ TEST(SRecords, DamageIsToldWithItsLine) {
         {"hello", "line 1: no S-record"},
         {"S804000000FB", "no S2 record"},
         {"", "no S2 record"},
-        {"S206000000AA12"
-         "3D",
-         "line 1: its last byte names no kind"}};
+        {"S2060000000001F8\n", "no termination record"},
+        {"S804000000FB\nS2060000000001F8", "line 2: a record behind the termination"},
+        {"S2060000000001F8\nS5030002FA", "line 2: it counts other than 1 records"},
+        {"S207FFFFFE000001FB", "line 1: its data pass the last address"},
+        {"S206000000AA123D\nS804000000FB", "its last byte of data names no kind"}};
     for (const auto &[text, reason] : damaged) {
         try {
             flash::readImage(text);
@@ -113,14 +117,37 @@ TEST_F(QuillonFlash, RefusesBeforeAnythingIsSent) {
     EXPECT_FALSE(holds(outcome, "mcu       board"));
 }
 
+TEST_F(QuillonFlash, EndsWithStatusOneUnlessEveryBoardIsOk) {
+    EXPECT_TRUE(flash::printResult("0:OK;1:N/A;"));
+    for (const char *reply : {"0:OK;1:Failed;", "0:N/A;", "timeout", "file error", "upload error"})
+        EXPECT_FALSE(flash::printResult(reply)) << reply;
+    test::writeFile("/data/slow.ini", "com_port=COM2\nbuad_rate=9600\n");
+    const auto silent = run(onMcu(std::string(kFlash) + "--yes /kept/o.mot; echo status $?",
+                                  "--config /data/slow.ini"));
+    EXPECT_TRUE(holds(silent,
+                      "did not tell its boards within 2.5 s; nothing was programmed\n"
+                      "status 1\n"))
+        << silent.said;
+    const auto killed =
+        run(onMcu(std::string(kFlash) +
+                  "--yes /kept/o.mot >/data/out & "
+                  "until grep -qs \"board 0:\" /data/out; do sleep 0.05; done; "
+                  "kill -KILL $(cat /proc/$!/task/$!/children); wait $!; echo status $?"));
+    EXPECT_TRUE(holds(killed, "the upload ended with signal 9")) << killed.said;
+    EXPECT_TRUE(holds(killed, "boards that are done: 0")) << killed.said;
+    EXPECT_TRUE(holds(killed, "status 1\n")) << killed.said;
+}
+
 TEST_F(QuillonFlash, SaysWhatAnInterruptionLeaves) {
     const auto outcome = run(onMcu(std::string(kFlash) +
                                    "--yes /kept/o.mot >/data/out & "
                                    "until grep -qs \"board 0:\" /data/out; do sleep 0.05; done; "
                                    "kill -INT $!; wait $!; echo status $?"));
-    // Board 0 is said to be sent when the next one begins, which then has 2 s.
-    EXPECT_TRUE(holds(outcome, "quillon-flash: interrupted\nboard 1: ")) << outcome.said;
-    EXPECT_TRUE(holds(outcome, "; program it again before it is used\nboards that are not named"));
+    // Board 0 is said to be sent when the next one begins.
+    EXPECT_TRUE(holds(outcome,
+                      "; program it again before it is used\nquillon-flash: interrupted\n"
+                      "boards that are done: 0"))
+        << outcome.said;
     EXPECT_TRUE(holds(outcome, "status 130\n"));
 }
 

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <thread>
+#include <utility>
 
 #include "common/common.h"
 #include "microcontroller.h"
@@ -124,9 +125,7 @@ void PrintTo(const Kind &kind, std::ostream *out) {
 
 class EveryKind : public Upload, public testing::WithParamInterface<Kind> {
   protected:
-    EveryKind() : Upload(GetParam().boards) {
-        if (GetParam().board == 0) mcu_.setAbsent({});
-    }
+    EveryKind() : Upload(GetParam().boards) {}
 };
 
 TEST_P(EveryKind, SpeaksItsCommandsAndLeavesTheImageInMemory) {
@@ -137,6 +136,8 @@ TEST_P(EveryKind, SpeaksItsCommandsAndLeavesTheImageInMemory) {
     EXPECT_NE(reply.find(ok), std::string::npos) << reply;
     EXPECT_EQ(reply == ok, kind.board == 0) << "a single board";
     EXPECT_TRUE(logged("[uploadFile]-322: upload reply: " + reply + "\n"));
+    EXPECT_TRUE(logged("[initUploadANDloop]-215: l_broadnum: " + std::to_string(kind.boards) +
+                       "\nl_broadstate[0]:0\nl_broadstate[1]:1\n"));
     EXPECT_TRUE(logged(std::string("[UploadMotFile]-84: earse: ") + kind.erase));
     EXPECT_TRUE(logged("[UploadMotFile]-107: (1): 14000000"));
     const auto commands = commandsOf(kind.resets ? 6 : 5);
@@ -178,7 +179,9 @@ TEST_F(Upload, AnswersInPiecesAreJoinedAndRefusalsEndTheBoard) {
 TEST_F(Upload, DeviceWithoutEndOrWordFailsTheBoard) {
     for (const auto mood : {Microcontroller::kBabbles, Microcontroller::kSilent}) {
         mcu_.setMood(mood, 2);
+        const auto begin = sim::Clock::now();
         EXPECT_EQ(upload("a.mot", image(1, 3)).substr(6, 9), "1:Failed;");
+        EXPECT_EQ(sim::Clock::now() - begin > 10s, mood == Microcontroller::kSilent);
         EXPECT_TRUE(logged("[UploadMotFile]-93: earse .mot of muc secceed!\n"));
         EXPECT_TRUE(logged("[UploadMotFile]-122: upload .mot file failed!\n"));
         mcu_.setMood(Microcontroller::kWell);
@@ -205,9 +208,9 @@ TEST_F(Upload, ListsOfOtherLengthsAreRefused) {
 }
 
 TEST_F(Upload, FilesThatAreNoneAreRefused) {
-    mkdir("/quillon-board/bin", 0755);
+    // The private host's own, which is first in PATH.
+    ASSERT_TRUE(test::holds(test::run("command -v reboot"), "/quillon-board/bin/reboot\n"));
     test::writeFile("/quillon-board/bin/reboot", "#!/bin/sh\ntouch /data/restarted\n");
-    chmod("/quillon-board/bin/reboot", 0755);
     for (const char *text : {"S2", "S214\nxx", "x2y", "S20912\n", image(0x12, 1).c_str(),
                              image(5, 1).c_str(), "S1130000"})
         EXPECT_EQ(printedBy([&] {
@@ -228,6 +231,10 @@ TEST_F(Upload, FilesThatAreNoneAreRefused) {
     struct stat info {};
     EXPECT_EQ(stat("/data/restarted", &info), 0);
     EXPECT_EQ(received(), "file error");
+    const int id = std::exchange(c_netmsgid, -1);
+    test::complainedBy([&] { log_ = printedBy([] { uploadFile("none.mot"); }); });
+    c_netmsgid = id;
+    EXPECT_TRUE(logged("[uploadFile]-336: send net msg failed!\n"));
     EXPECT_TRUE(mcu_.commands().empty());
 }
 
