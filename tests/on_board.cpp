@@ -38,8 +38,10 @@ bool OnBoard::arrives(const std::string &text) {
     return board_->computer().waitFor([&](const auto &state) { return state.text == text; }, 5s);
 }
 
-std::optional<std::string> OnBoard::ask(const std::string &request, unsigned port) {
-    return console::Endpoint(kBoard, static_cast<std::uint16_t>(port), kConsole).ask(request, 3s);
+std::string OnBoard::ask(const std::string &request, unsigned port) {
+    return console::Endpoint(kBoard, static_cast<std::uint16_t>(port), kConsole)
+        .ask(request, 3s)
+        .value_or("no answer");
 }
 
 bool OnBoard::logs(const std::string &line) {

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <optional>
 #include <string>
 
 #include "board.h"
@@ -29,7 +28,8 @@ class OnBoard : public testing::Test {
     void type(const std::string &from, char character, const std::string &tag = "");
     /// Does the computer come to have this text?
     bool arrives(const std::string &text);
-    std::optional<std::string> ask(const std::string &request, unsigned port = 80);
+    /// The answer to a text, "no answer" after 3 s.
+    std::string ask(const std::string &request, unsigned port = 80);
     bool logs(const std::string &line);
     std::string settings();
 
