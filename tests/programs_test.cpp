@@ -12,6 +12,16 @@ constexpr char kConsole[] = PROGRAM_DIR "/quillon-console --to 192.168.1.10 ";
 
 using test::holds, test::Outcome, test::run;
 
+TEST(Quillon, ReleaseBinaryIsHardened) {
+#if !defined(NDEBUG) || defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "not a release build";
+#endif
+    const Outcome outcome = run("readelf -hdlW --dyn-syms " PROGRAM_DIR "/quillon");
+    for (const char *sign : {"Position-Independent Executable", "GNU_RELRO", "BIND_NOW",
+                             "__stack_chk_fail", "__printf_chk"})
+        EXPECT_TRUE(holds(outcome, sign)) << sign;
+}
+
 TEST(QuillonBoard, ShowsWhatReachesTheComputerAndEndsWithItsCommand) {
     const Outcome outcome =
         run(std::string(kBoard) + "-- sh -c \"" + kConsole + "type 'Hello, World!'; " + kConsole +
