@@ -1,5 +1,5 @@
-// The least that a daemon on this board could do for a keyboard record, to measure ours against:
-// receive, log the same lines, frame, write, read the acknowledgement. Runs in the daemon's place.
+// The least that a daemon on this board could do for a record, to measure ours against: receive,
+// log the same lines, frame, write, read the acknowledgement. Runs in the daemon's place.
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -37,10 +37,35 @@ void log(const unsigned char *record, ssize_t count) {
     printf("version %d, rel_enable %d\n", 1, 0);
 }
 
-void forward(int uart, const unsigned char *record) {
-    unsigned char frame[14] = {0x57, 0xAB, 0, 2, 8, record[3], 0, record[5]};
-    for (int i = 0; i < 13; ++i) frame[13] = static_cast<unsigned char>(frame[13] + frame[i]);
-    if (write(uart, frame, sizeof frame) != sizeof frame) perror("write");
+void scale(const unsigned char *pixels, unsigned size, unsigned char *steps) {
+    const unsigned at = (pixels[0] | pixels[1] << 8) * 4095U / size;
+    steps[0] = static_cast<unsigned char>(at & 0xFF);
+    steps[1] = static_cast<unsigned char>(at >> 8);
+}
+
+// The length of the frame without its sum.
+std::size_t frameKeyboard(const unsigned char *record, unsigned char *frame) {
+    const unsigned char head[] = {0x57, 0xAB, 0, 2, 8, record[3], 0, record[5]};
+    memcpy(frame, head, sizeof head);
+    return 13;
+}
+
+std::size_t framePosition(const unsigned char *record, unsigned char *frame) {
+    const unsigned char head[] = {0x57, 0xAB, 0, 4, 7, 2, record[4]};
+    memcpy(frame, head, sizeof head);
+    scale(record + 5, 1920, frame + 7);
+    scale(record + 7, 1080, frame + 9);
+    frame[11] = record[9];
+    return 12;
+}
+
+void forward(int uart, const unsigned char *record, ssize_t count) {
+    unsigned char frame[14] = {};
+    const std::size_t length =
+        count == 11 ? frameKeyboard(record, frame) : framePosition(record, frame);
+    for (std::size_t i = 0; i < length; ++i)
+        frame[length] = static_cast<unsigned char>(frame[length] + frame[i]);
+    if (write(uart, frame, length + 1) < 0) perror("write");
     fd_set readable;
     FD_ZERO(&readable);
     FD_SET(uart, &readable);
@@ -63,8 +88,8 @@ int main() {
         socklen_t size = sizeof from;
         const ssize_t n =
             recvfrom(records, record, sizeof record, 0, reinterpret_cast<sockaddr *>(&from), &size);
-        if (n != 11) continue;
+        if (n != 11 && n != 10) continue;
         log(record, n);
-        forward(uart, record);
+        forward(uart, record, n);
     }
 }

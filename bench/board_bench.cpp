@@ -1,129 +1,240 @@
 // quillon-bench: what the daemon costs on the simulated board, beside a bare loop in its place.
 
+#include <benchmark/benchmark.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <condition_variable>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <mutex>
-#include <stdexcept>
-#include <string>
 #include <thread>
-#include <vector>
 
-#include "board.h"
-#include "endpoint.h"
+#include "bench_board.h"
 #include "private_host.h"
-#include "records.h"
+#include "process.h"
 
 namespace {
 
-using sim::Clock;
-using Microseconds = std::chrono::duration<double, std::micro>;
+using bench::BenchBoard;
+using bench::Clock;
+using bench::Record;
+using benchmark::State;
+using namespace std::chrono_literals;
 
-// Times from a console's datagram to its frame at the chip.
-class Latency {
-  public:
-    explicit Latency(sim::Board &board) : board_(board) {
-        board.chip().onFrame([this](const sim::Bytes &frame, Clock::time_point at) {
-            const std::lock_guard<std::mutex> lock(mutex_);
-            if (frame[3] != 0x02) return;
-            arrived_ = at;
-            here_ = true;
-            changed_.notify_all();
-        });
-    }
-    ~Latency() { board_.chip().onFrame(nullptr); }
-    Latency(const Latency &) = delete;
-    Latency &operator=(const Latency &) = delete;
+constexpr char kQuillon[] = PROGRAM_DIR "/quillon", kBareLoop[] = PROGRAM_DIR "/bare_loop";
 
-    std::vector<double> measure(int records) {
-        console::Endpoint endpoint(board_.options().address, 80, board_.options().consoles[0]);
+int records = 20000;  // of the longer measurements
+
+double microseconds(Clock::duration time) {
+    return std::chrono::duration<double, std::micro>(time).count();
+}
+
+// Of sorted times.
+double quantile(const std::vector<double> &times, double part) {
+    const auto at = static_cast<std::size_t>(part * static_cast<double>(times.size()));
+    return times[std::min(times.size() - 1, at)];
+}
+
+// A record at a time, from the console's send to the last byte of the frame at the chip.
+void latency(State &state, const char *program, Record kind) {
+    for (auto _ : state) {
+        BenchBoard board(program);
+        const auto console = board.console();
         std::vector<double> times;
         for (int i = 0; i < records; ++i) {
-            const auto usage = static_cast<std::uint8_t>(i % 2 == 0 ? 0x04 : 0);
-            const auto record = console::keyboardRecord({0, usage});
-            std::unique_lock<std::mutex> lock(mutex_);
-            here_ = false;
+            const auto record = bench::record(kind, i);
+            const unsigned before = board.frames();
             const auto sent = Clock::now();
-            endpoint.send(record.data(), record.size());
-            if (!changed_.wait_for(lock, std::chrono::seconds(1), [&] { return here_; }))
-                throw std::runtime_error("a record was lost");
-            times.push_back(Microseconds(arrived_ - sent).count());
-            lock.unlock();
-            // A console's pace, and time for the acknowledgement.
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            console->send(record.data(), record.size());
+            if (!board.waitForFrames(before + 1, 1s))
+                return state.SkipWithError("a record was lost");
+            times.push_back(microseconds(board.lastFrame() - sent));
+            std::this_thread::sleep_for(2ms);  // a console's pace, and the acknowledgement
         }
         std::sort(times.begin(), times.end());
-        return times;
+        state.counters["p50_us"] = quantile(times, 0.5);
+        state.counters["p99_us"] = quantile(times, 0.99);
+        state.counters["p99.9_us"] = quantile(times, 0.999);
+        state.SetIterationTime(quantile(times, 0.5) / 1e6);
     }
-
-  private:
-    sim::Board &board_;
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    Clock::time_point arrived_{};
-    bool here_ = false;
-};
-
-long residentKiB(pid_t pid) {
-    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    for (std::string line; std::getline(status, line);)
-        if (line.rfind("VmRSS:", 0) == 0) return atol(line.c_str() + 6);
-    return -1;
 }
 
-// User and system time so far, clock ticks.
-long cpuTicks(pid_t pid) {
-    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-    std::string field;
-    long ticks = 0;
-    for (int i = 1; i <= 15 && stat >> field; ++i)
-        if (i >= 14) ticks += atol(field.c_str());
-    return ticks;
+// A fifth more than the wire takes, for 5 s: what comes through, what is lost, and how old the
+// newest record is when it reaches the chip.
+void saturation(State &state, Record kind, double limit) {
+    for (auto _ : state) {
+        BenchBoard board(kQuillon, true);
+        const auto console = board.console();
+        const auto pause = std::chrono::duration_cast<Clock::duration>(
+            std::chrono::duration<double>(1 / (1.2 * limit)));
+        const auto begin = Clock::now();
+        unsigned sent = 0;
+        for (auto due = begin; due < begin + 5s; due += pause, ++sent) {
+            std::this_thread::sleep_until(due);
+            const auto record = bench::record(kind, static_cast<int>(sent));
+            console->send(record.data(), record.size());
+        }
+        const auto end = Clock::now();
+        const unsigned during = board.frames();
+        board.waitUntilQuiet(500ms);
+        state.counters["per_s"] = during / std::chrono::duration<double>(end - begin).count();
+        state.counters["limit"] = limit;
+        state.counters["lost"] = sent - board.frames();
+        state.counters["newest_ms"] = microseconds(board.lastFrame() - end) / 1000;
+        state.SetIterationTime(1 / state.counters["per_s"]);
+    }
 }
 
-void measure(const char *name, const std::string &program, int records) {
-    sim::BoardOptions options;
-    options.daemon = program;
-    options.preload = PROGRAM_DIR "/libquillon_uart.so";
-    sim::Board board(options);
-    board.start();
-    if (!board.waitUntilListening(std::chrono::seconds(20)))
-        throw std::runtime_error(std::string(name) + " does not listen");
-    const pid_t pid = board.daemon()->pid();
-    const long before = cpuTicks(pid);
-    std::this_thread::sleep_for(std::chrono::seconds(5));
-    const long idle = cpuTicks(pid) - before;
-    const long fresh = residentKiB(pid);
-    const auto times = Latency(board).measure(records);
-    const auto at = [&](double part) {
-        return times[std::min(times.size() - 1,
-                              static_cast<std::size_t>(part * static_cast<double>(times.size())))];
-    };
-    printf("%-10s %9.1f %9.1f %9.1f %12ld %12ld %10ld\n", name, at(0.5), at(0.99), at(0.999), fresh,
-           residentKiB(pid), idle);
-    fflush(stdout);
+// At most so many at a time, so that none is lost.
+void sendAll(const BenchBoard &board, int count) {
+    constexpr unsigned kAtOnce = 50;
+    const auto console = board.console();
+    const unsigned before = board.frames();
+    for (int i = 0; i < count; ++i) {
+        const auto record = bench::record(Record::kKeyboard, i);
+        console->send(record.data(), record.size());
+        const unsigned due = before + static_cast<unsigned>(i) + 1;
+        if (due > kAtOnce) board.waitForFrames(due - kAtOnce, 1s);
+    }
+    board.waitForFrames(before + static_cast<unsigned>(count), 5s);
+}
+
+// System calls of all threads, counted by strace, which is why it is not timed.
+double systemCalls(const BenchBoard &board, int count) {
+    const std::string table = "/tmp/quillon-bench." + std::to_string(getpid());
+    const pid_t strace = sim::launch(
+        {{"strace", "-cfqq", "-U", "calls", "-o", table, "-p", std::to_string(board.pid())},
+         {},
+         "",
+         -1,
+         -1,
+         -1,
+         false});
+    std::this_thread::sleep_for(500ms);
+    sendAll(board, count);
+    kill(strace, SIGINT);
+    sim::awaitExit(strace);
+    std::ifstream file(table);
+    double calls = 0, last = 0;
+    for (std::string line; std::getline(file, line);)
+        if (sscanf(line.c_str(), "%lf", &last) == 1) calls += last;
+    unlink(table.c_str());
+    return (calls - last) / count;  // the last line is the sum
+}
+
+void cost(State &state) {
+    for (auto _ : state) {
+        BenchBoard board(kQuillon);
+        const double before = board.cpuSeconds();
+        const auto begin = Clock::now();
+        sendAll(board, records);
+        const double wall = std::chrono::duration<double>(Clock::now() - begin).count();
+        state.counters["cpu_us"] = (board.cpuSeconds() - before) * 1e6 / records;
+        state.counters["per_s"] = records / wall;
+        state.counters["system_calls"] = systemCalls(board, 2000);
+        state.SetIterationTime(wall / records);
+    }
+}
+
+// Bursts, dealt out over the consoles.
+void growth(State &state) {
+    const auto consoles = static_cast<unsigned>(state.range(0));
+    const int burst = static_cast<int>(state.range(1));
+    for (auto _ : state) {
+        BenchBoard board(kQuillon, false, consoles);
+        std::vector<std::unique_ptr<console::Endpoint>> sockets;
+        for (unsigned i = 0; i < consoles; ++i) sockets.push_back(board.console(i));
+        const auto begin = Clock::now();
+        for (int i = 0; i < burst; ++i) {
+            const auto record = bench::record(Record::kKeyboard, i);
+            sockets[static_cast<unsigned>(i) % consoles]->send(record.data(), record.size());
+        }
+        board.waitUntilQuiet(500ms);
+        state.counters["lost"] = burst - static_cast<int>(board.frames());
+        state.counters["last_us"] = microseconds(board.lastFrame() - begin);
+        state.SetIterationTime(microseconds(board.lastFrame() - begin) / 1e6);
+    }
+}
+
+void memory(State &state) {
+    for (auto _ : state) {
+        BenchBoard board(kQuillon);
+        state.counters["KiB_at_start"] = static_cast<double>(board.residentKiB());
+        const auto begin = Clock::now();
+        sendAll(board, 50 * records);
+        state.counters["KiB_after"] = static_cast<double>(board.residentKiB());
+        state.counters["records"] = board.frames();
+        const double before = board.cpuSeconds();
+        std::this_thread::sleep_for(5s);
+        state.counters["idle_cpu_us"] = (board.cpuSeconds() - before) * 1e6;
+        state.SetIterationTime(std::chrono::duration<double>(Clock::now() - begin).count());
+    }
+}
+
+// From the start of the process to the first answer.
+void startUp(State &state) {
+    for (auto _ : state) {
+        sim::BoardOptions options;
+        options.identifier = "";
+        options.chip = sim::BoardOptions::kCh9350;
+        options.daemon = kQuillon;
+        options.preload = PROGRAM_DIR "/libquillon_uart.so";
+        sim::Board board(options);
+        const auto begin = Clock::now();
+        board.start();
+        for (bool answered = false; !answered;) try {
+                answered = console::Endpoint(options.address, 41302, options.consoles[0])
+                               .ask("query", 1000ms)
+                               .has_value();
+            } catch (const std::runtime_error &) {
+                std::this_thread::sleep_for(200us);  // nobody listens yet
+            }
+        state.SetIterationTime(std::chrono::duration<double>(Clock::now() - begin).count());
+    }
+}
+
+template <class F>
+benchmark::internal::Benchmark *add(const std::string &name, F function) {
+    return benchmark::RegisterBenchmark(name.c_str(), function)
+        ->UseManualTime()
+        ->Iterations(1)
+        ->Unit(benchmark::kMicrosecond);
+}
+
+void addAll() {
+    const std::pair<const char *, Record> kinds[] = {{"keyboard", Record::kKeyboard},
+                                                     {"position", Record::kPosition}};
+    for (const auto &[name, kind] : kinds) {
+        const Record record = kind;
+        add(std::string("latency/quillon/") + name,
+            [record](State &state) { latency(state, kQuillon, record); });
+        add(std::string("latency/bare_loop/") + name,
+            [record](State &state) { latency(state, kBareLoop, record); });
+    }
+    // 14 and 7 bytes, 13 and 7 bytes, of 10 bits at 115200 bits per second.
+    add("saturation/keyboard", [](State &s) { saturation(s, Record::kKeyboard, 11520.0 / 21); });
+    add("saturation/position", [](State &s) { saturation(s, Record::kPosition, 11520.0 / 20); });
+    add("cost/keyboard", cost);
+    for (const int consoles : {1, 10, 100})
+        for (const int burst : {1, 10, 100, 1000}) add("growth", growth)->Args({consoles, burst});
+    add("start_up/ch9350", startUp)->Iterations(20);
+    add("memory", memory);
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
-    const int records = argc > 1 ? atoi(argv[1]) : 5000;
-    if (records <= 0) {
-        fprintf(stderr, "usage: quillon-bench [RECORDS]\n");
+    benchmark::Initialize(&argc, argv);
+    if (argc > 1) records = atoi(argv[1]);
+    if (argc > 2 || records <= 0) {
+        fprintf(stderr, "usage: quillon-bench [--benchmark_...] [RECORDS]\n");
         return 2;
     }
-    return sim::runOnPrivateHost([&] {
-        printf("%d keyboard records, one at a time; latency from datagram to frame at the chip\n\n",
-               records);
-        printf("%-10s %9s %9s %9s %12s %12s %10s\n", "", "p50 us", "p99 us", "p99.9 us",
-               "KiB at start", "KiB after", "idle ticks");
+    addAll();
+    return sim::runOnPrivateHost([] {
         try {
-            measure("quillon", PROGRAM_DIR "/quillon", records);
-            measure("bare loop", PROGRAM_DIR "/bare_loop", records);
+            benchmark::RunSpecifiedBenchmarks();
         } catch (const std::exception &error) {
             fprintf(stderr, "quillon-bench: %s\n", error.what());
             return 1;

@@ -32,7 +32,7 @@ std::string holderOf(const std::string &device) {
         if (id == std::to_string(getpid()) || !holds(process.path(), device)) continue;
         std::string name;
         std::ifstream(process.path() / "comm") >> name;
-        return "process " + id + " (" + name + ")";
+        return "process " + id + " (" + name.append(")");
     }
     return "";
 }

@@ -38,7 +38,7 @@ Bytes checkRecord(const std::string &line) {
             "no S-record");
     require(line[1] != '1' && line[1] != '3' && line[1] != '4',
             "an S" + line.substr(1, 1) + " record, which is never sent; only S2 records are");
-    const Bytes bytes = bytesOf(line.substr(2));
+    Bytes bytes = bytesOf(line.substr(2));
     require(!bytes.empty() && bytes.size() == bytes[0] + std::size_t{1},
             "its byte count does not fit its length");
     require((std::accumulate(bytes.begin(), bytes.end(), 0U) & 0xFF) == 0xFF, "its sum is wrong");

@@ -44,7 +44,7 @@ class Arbitration : public testing::Test {
     // Carries out a command; what the consoles heard. Waits for at least count datagrams.
     Heard of(const std::string &command, std::size_t count = 0) {
         char text[kOperatorDatagram + 1] = {};
-        memcpy(text, command.data(), command.size());
+        command.copy(text, kOperatorDatagram);
         log_ = test::printedBy([&] { handleOperatorCommand(operators_, text); });
         return ears_.take(count);
     }

@@ -113,9 +113,10 @@ void ConsoleEars::hearOne() {
     heard_.push_back(std::to_string(ntohs(from.sin_port)) + ">" + destination(message) + " " +
                      words + (tail.empty() ? "" : "+" + std::to_string(tail.size())) +
                      (zeroes ? "" : " that are not zero"));
-    if (answer_ && words.rfind("apply|", 0) == 0)
-        sendto(socket_, answer_->data(), answer_->size(), 0, reinterpret_cast<sockaddr *>(&from),
-               sizeof from);
+    if (!answer_ || words.rfind("apply|", 0) != 0) return;
+    const std::string &answer = *answer_;
+    sendto(socket_, answer.data(), answer.size(), 0, reinterpret_cast<sockaddr *>(&from),
+           sizeof from);
 }
 
 }  // namespace test

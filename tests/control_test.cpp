@@ -184,7 +184,7 @@ TEST(QuillonConsole, TakesControlAndSaysWhyNot) {
                          "$ann apply --name ann; echo status $?"),
         {"permissions are off", "result    linked\n", "output 192.168.1.22 is linked\n",
          "192.168.1.20-ann controls it, level 3\n", "192.168.1.20-ann controls it, level 3\n",
-         "{\"result\":\"taken over from 192.168.1.20-ann\",\"endpoint\":\"192.168.1.10\","
+         "{\"result\":\"taken over from 192.168.1.20-ann\",",
          "\"linked\":true,\"user\":\"192.168.1.21-bob\",\"level\":4}\n",
          "192.168.1.21-bob is disconnected\n", "nobody controls it\n", "\"192.168.1.20-a=b\" holds",
          "status 2\n", "--level is required", "status 2\n"});

@@ -33,7 +33,7 @@ class DataServer : public testing::Test {
 
     void handle(const std::string &bytes, const char *sender = kConsole) {
         char buffer[kConsoleBuffer] = {};
-        memcpy(buffer, bytes.data(), bytes.size());
+        bytes.copy(buffer, kConsoleDatagram);
         log_ = test::printedBy([&] {
             handleConsoleDatagram(server_, socket_, sender, buffer, static_cast<int>(bytes.size()));
         });

@@ -70,9 +70,9 @@ Heard LinkModel::apply(const std::string &name, const std::string &ip, int wante
     }
     if (!asks(name, wanted)) return takeOver(name, ip, wanted);
     Heard heard;
-    const std::string me = kEndpoint;
+    const std::string me = kEndpoint, question = " apply|" + me + "|" + name;
     for (const std::string &output : outputs)
-        heard.push_back("41303>" + output + " apply|" + me + "|" + name);
+        heard.push_back(std::string("41303>").append(output).append(question));
     if (answer == -1) return heard;
     heard.push_back("41302>" + ip + " reply|" + me + "|" + std::to_string(answer));
     if (answer != 1) return heard;
@@ -82,7 +82,7 @@ Heard LinkModel::apply(const std::string &name, const std::string &ip, int wante
 
 Heard LinkModel::disconnect(const std::string &name) {
     if (holder.rfind(name, 0) != 0) return {};
-    const Heard heard{"41304>all " + about("disconnect", '0', holder, level)};
+    Heard heard{"41304>all " + about("disconnect", '0', holder, level)};
     holder.clear();
     level = 0;
     outputs.clear();

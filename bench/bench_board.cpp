@@ -1,0 +1,87 @@
+#include "bench_board.h"
+
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+namespace bench {
+
+console::Datagram record(Record kind, int i) {
+    if (kind == Record::kKeyboard)
+        return console::datagram(
+            console::keyboardRecord({0, static_cast<std::uint8_t>(i % 2 == 0 ? 0x04 : 0)}));
+    return console::datagram(console::absoluteRecord(static_cast<std::uint16_t>(i % 1920),
+                                                     static_cast<std::uint16_t>(i % 1080),
+                                                     console::kNoButton, 0));
+}
+
+BenchBoard::BenchBoard(const std::string &program, bool paced, unsigned consoles) {
+    sim::BoardOptions options;
+    options.daemon = program;
+    options.preload = PROGRAM_DIR "/libquillon_uart.so";
+    options.paced = paced;
+    options.consoles.clear();
+    for (unsigned i = 0; i < consoles; ++i)
+        options.consoles.push_back("192.168.1." + std::to_string(20 + i));
+    board_ = std::make_unique<sim::Board>(options);
+    board_->start();
+    if (!board_->waitUntilListening(std::chrono::seconds(20)))
+        throw std::runtime_error(program + " does not listen");
+    board_->chip().onFrame([this](const sim::Bytes &frame, Clock::time_point at) {
+        if (frame[3] != 0x02 && frame[3] != 0x04) return;
+        const std::lock_guard<std::mutex> lock(mutex_);
+        ++frames_;
+        last_ = at;
+        changed_.notify_all();
+    });
+}
+
+BenchBoard::~BenchBoard() {
+    board_->chip().onFrame(nullptr);
+}
+
+std::unique_ptr<console::Endpoint> BenchBoard::console(unsigned i) const {
+    return std::make_unique<console::Endpoint>(board_->options().address, 80,
+                                               board_->options().consoles.at(i));
+}
+
+unsigned BenchBoard::frames() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return frames_;
+}
+
+Clock::time_point BenchBoard::lastFrame() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return last_;
+}
+
+bool BenchBoard::waitForFrames(unsigned count, std::chrono::milliseconds timeout) const {
+    std::unique_lock<std::mutex> lock(mutex_);
+    return changed_.wait_for(lock, timeout, [&] { return frames_ >= count; });
+}
+
+void BenchBoard::waitUntilQuiet(std::chrono::milliseconds quiet) const {
+    for (unsigned before = frames(); waitForFrames(before + 1, quiet);) before = frames();
+}
+
+long BenchBoard::residentKiB() const {
+    std::ifstream status("/proc/" + std::to_string(pid()) + "/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.rfind("VmRSS:", 0) == 0) return atol(line.c_str() + 6);
+    return -1;
+}
+
+double BenchBoard::cpuSeconds() const {
+    double sum = 0;
+    const std::string tasks = "/proc/" + std::to_string(pid()) + "/task";
+    for (const auto &thread : std::filesystem::directory_iterator(tasks)) {
+        std::ifstream file(thread.path() / "schedstat");
+        double nanoseconds = 0;
+        if (file >> nanoseconds) sum += nanoseconds;
+    }
+    return sum / 1e9;
+}
+
+}  // namespace bench

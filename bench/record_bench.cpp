@@ -1,0 +1,69 @@
+// quillon-record-bench: one keyboard record in the process itself, and what it allocates.
+
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+
+#include "ch9329.h"
+#include "main/data_server.h"
+#include "myserial.h"
+#include "private_host.h"
+#include "records.h"
+#include "serial_ports.h"
+#include "state.h"
+#include "udpsocket/udpsocket.h"
+
+extern "C" void *__libc_malloc(std::size_t size);
+
+namespace {
+
+thread_local long allocations = 0;  // of this thread: the simulated chip has one of its own
+
+void record(benchmark::State &state) {
+    sim::Computer computer;
+    sim::Ch9329 chip(computer, 115200, 115200);
+    sim::SerialPorts ports(false);
+    ports.attach(3, chip);
+    MySerial::open_port(MySerial::KUART3);
+    MySerial::set_opt(115200, 8, 1, 'N', 0, 0);
+    version = true;
+    UDPSocket socket;
+    ConsoleServer server;
+    const auto bytes = console::keyboardRecord({0, 0x04});
+    const auto handle = [&] {
+        char buffer[kConsoleBuffer] = {};
+        memcpy(buffer, bytes.data(), bytes.size());
+        handleConsoleDatagram(server, socket, "192.168.1.20", buffer,
+                              static_cast<int>(bytes.size()));
+    };
+    handle();  // the first one gives standard output its buffer
+    allocations = 0;
+    for (auto _ : state) handle();
+    state.counters["allocations"] =
+        benchmark::Counter(static_cast<double>(allocations), benchmark::Counter::kAvgIterations);
+}
+BENCHMARK(record)->Unit(benchmark::kMicrosecond);
+
+}  // namespace
+
+// Every allocation of the program comes here, operator new's too.
+extern "C" void *malloc(std::size_t size) {
+    ++allocations;
+    return __libc_malloc(size);
+}
+
+int main(int argc, char **argv) {
+    benchmark::Initialize(&argc, argv);
+    return sim::runOnPrivateHost([] {
+        // The log goes where a board's goes that keeps none; the table to the terminal.
+        benchmark::ConsoleReporter table;
+        table.SetOutputStream(&std::cerr);
+        table.SetErrorStream(&std::cerr);
+        if (freopen("/dev/null", "w", stdout) == nullptr) return 1;
+        benchmark::RunSpecifiedBenchmarks(&table);
+        return 0;
+    });
+}
