@@ -93,8 +93,8 @@ void askWhether(const Options &options, const flash::Image &image, const std::st
 // A copy of the user's file, for the upload deletes what it uploaded, under a plain name.
 class TemporaryCopy {
   public:
-    explicit TemporaryCopy(const std::string &text) {
-        folder_ = fs::temp_directory_path() / "quillon-flash.XXXXXX";
+    explicit TemporaryCopy(const std::string &text)
+        : folder_(fs::temp_directory_path() / "quillon-flash.XXXXXX") {
         if (mkdtemp(folder_.data()) == nullptr)
             throw std::runtime_error("cannot make " + folder_ + ": " + strerror(errno));
         std::ofstream copy(path(), std::ios::binary);

@@ -80,6 +80,7 @@ class Session {
         for (const std::string &line : board.microcontroller().describe())
             printf("mcu       %s\n", line.c_str());
         board.stop();
+        board_ = nullptr;
         return status;
     }
 
