@@ -37,11 +37,11 @@ bool unwrapSoftware(char *buf, int &length) {
 }
 
 void authorize(ConsoleServer &server, const char *sender) {
-    if (!per) {
+    if (!sharedLoad(per)) {
         server.authorized = true;
         return;
     }
-    const unsigned links = std::min(curLink_num, kMaxOutputs);
+    const unsigned links = std::min(sharedLoad(curLink_num), kMaxOutputs);
     if (links == 0) return;
     server.authorized = false;
     for (unsigned slot = 0; slot < links; ++slot) {
@@ -54,7 +54,7 @@ void logRecord(const Datagram &record) {
     // Both lines at once: between the datagram and the serial line every write counts.
     char text[kConsoleDatagram * kHexWidth + 64];
     char *end = appendHex(text, record.bytes, record.length);
-    end += snprintf(end, 64, "\nversion %d, rel_enable %d\n", version, rel_enable);
+    end += snprintf(end, 64, "\nversion %d, rel_enable %d\n", version, sharedLoad(rel_enable));
     fwrite(text, 1, static_cast<std::size_t>(end - text), stdout);
 }
 
@@ -62,11 +62,11 @@ void forwardRecord(const ConsoleServer &server, const Datagram &record) {
     logRecord(record);
     if (!version) {
         // A CH9350 in relative mode has no use for positions.
-        if (!rel_enable || record.length != kAbsMouseRecord)
+        if (!sharedLoad(rel_enable) || record.length != kAbsMouseRecord)
             serialcontrol(record.bytes, record.length, server.delay);
         return;
     }
-    if (rel_enable && record.length != kAbsMouseRecord)
+    if (sharedLoad(rel_enable) && record.length != kAbsMouseRecord)
         sendRelData(record.bytes, record.length);
     else
         SendData(record.bytes, record.length);
@@ -134,7 +134,7 @@ void answerSyncLed(const ConsoleServer &, UDPSocket &socket, const Datagram &) {
 void answerLink(const ConsoleServer &, UDPSocket &socket, const Datagram &) {
     char reply[32];
     snprintf(reply, sizeof reply, "vi_w=%d&vi_h=%d&kvm=%s", static_cast<int>(sharedLoad(vi_w)),
-             static_cast<int>(sharedLoad(vi_h)), rel_enable ? "rel" : "abs");
+             static_cast<int>(sharedLoad(vi_h)), sharedLoad(rel_enable) ? "rel" : "abs");
     answer(socket, reply);
 }
 
@@ -198,7 +198,7 @@ void logDataError(const Datagram &datagram) {
 }
 
 void serveText(const ConsoleServer &server, UDPSocket &socket, const Datagram &datagram) {
-    const bool allowed = datagram.isSoftware || !per || server.authorized;
+    const bool allowed = datagram.isSoftware || !sharedLoad(per) || server.authorized;
     for (const Request &request : kRequests) {
         if (!matches(request, datagram.bytes) || (request.restricted && !allowed)) continue;
         request.serve(server, socket, datagram);

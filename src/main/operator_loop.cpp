@@ -53,7 +53,7 @@ void setMouseMode(UDPSocket &, char *command) {
         Singleton<Config>::getInstance()->SaveConfig();
         return;
     }
-    rel_enable = relative;
+    sharedStore(rel_enable, relative);
     const auto config = Singleton<Config>::getInstance();
     config->SetConfig(Config::kChipModel, relative ? "rel" : "abs");
     if (relative && !version) setCH9350Rel();
@@ -64,7 +64,7 @@ void setPermissions(UDPSocket &, char *command) {
     char value[8];
     if (!takeValue(command, "per_enable=%7s", value)) return;
     printf("QMX set per:%s\n", value);
-    per = atoi(value) != 0;
+    sharedStore(per, atoi(value) != 0);
     keep(Config::kPerEnable, value);
 }
 
