@@ -106,13 +106,7 @@ TEST_F(Control, LinkedConsoleMaySendUntilItIsTakenOver) {
 }
 
 TEST_F(Control, SilentHolderLosesToAnyLevelAndHisNextLinkCountsAgain) {
-    options_.settings = std::string(kFast) +
-                        "per_enable=1\nconnect_name=192.168.1.20-ann\nconnect_per=5\n"
-                        "connect_ip0=192.168.1.20\n";
-    board_ = std::make_unique<sim::Board>(options_);
-    board_->consoles().setAnswering(kConsole, false);
-    board_->start();
-    ASSERT_TRUE(logs("not get out 192.168.1.20 heartbeat"));
+    startHeldBySilentAnn();
     ears_.emplace();
     EXPECT_EQ(after("apply|192.168.1.21-bob|192.168.1.21|1"), "192.168.1.21-bob|1");
     EXPECT_EQ(ears_->take(2).front(), "41304>all disconnect|192.168.1.10|0|192.168.1.20-ann|0");

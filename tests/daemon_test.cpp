@@ -242,14 +242,7 @@ TEST_F(OnBoard, RecordsDuringALinkTestAreNotSent) {
 }
 
 TEST_F(OnBoard, LostOutputTakesTheLevelUntilItAnswers) {
-    options_.consoles = {kConsole};
-    options_.settings = std::string(kFast) +
-                        "per_enable=1\nconnect_name=192.168.1.20-ann\nconnect_per=5\n"
-                        "connect_ip0=192.168.1.20\n";
-    board_ = std::make_unique<sim::Board>(options_);
-    board_->consoles().setAnswering(kConsole, false);
-    board_->start();
-    EXPECT_TRUE(logs("not get out 192.168.1.20 heartbeat"));
+    startHeldBySilentAnn();
     EXPECT_EQ(ask("query", 41302), "query|192.168.1.10|1|192.168.1.20-ann|0");
     board_->consoles().setAnswering(kConsole, true);
     EXPECT_TRUE(board_->daemon()->waitForLine("heartBeat rcv ackheart", 40s).has_value());

@@ -23,6 +23,16 @@ void OnBoard::startListening(const std::string &settings) {
     ASSERT_TRUE(board_->waitUntilListening(20s));
 }
 
+void OnBoard::startHeldBySilentAnn() {
+    options_.settings = std::string(kFast) +
+                        "per_enable=1\nconnect_name=192.168.1.20-ann\nconnect_per=5\n"
+                        "connect_ip0=192.168.1.20\n";
+    board_ = std::make_unique<sim::Board>(options_);
+    board_->consoles().setAnswering(kConsole, false);
+    board_->start();
+    ASSERT_TRUE(logs("not get out 192.168.1.20 heartbeat"));
+}
+
 void OnBoard::type(const std::string &from, char character, const std::string &tag) {
     std::vector<console::Datagram> records;
     std::string error;

@@ -23,6 +23,9 @@ class OnBoard : public testing::Test {
 
     void start(const std::string &settings);
     void startListening(const std::string &settings);
+    /// With permissions on and 192.168.1.20-ann linked, level 5, whose console misses heartbeats;
+    /// waits until the daemon has seen that.
+    void startHeldBySilentAnn();
 
     /// Types a character from an address; tag comes before each record.
     void type(const std::string &from, char character, const std::string &tag = "");
