@@ -28,7 +28,7 @@ std::string image(int kind, int records) {
     for (int i = 0; i < records; ++i) {
         std::string record = "14" + std::string(i % 2 == 0 ? "0000" : "1100");
         unsigned sum = 0x14 + (i % 2 == 0 ? 0 : 0x11) + static_cast<unsigned>(i);
-        char byte[3];
+        char byte[9];
         snprintf(byte, sizeof byte, "%02X", static_cast<unsigned>(i));
         record += byte;
         for (int j = 0; j < 16; ++j) {
@@ -213,8 +213,9 @@ TEST_F(Upload, FilesThatAreNoneAreRefused) {
     // The private host's own, which is first in PATH.
     ASSERT_TRUE(test::holds(test::run("command -v reboot"), "/quillon-board/bin/reboot\n"));
     test::writeFile("/quillon-board/bin/reboot", "#!/bin/sh\ntouch /data/restarted\n");
-    for (const char *text : {"S2", "S214\nxx", "x2y", "S20912\n", image(0x12, 1).c_str(),
-                             image(5, 1).c_str(), "S1130000"})
+    const std::vector<std::string> texts{"S2",           "S214\nxx",  "x2y",     "S20912\n",
+                                         image(0x12, 1), image(5, 1), "S1130000"};
+    for (const std::string &text : texts)
         EXPECT_EQ(printedBy([&] {
                       test::writeFile("a.mot", text);
                       EXPECT_FALSE(uploadFile("a.mot"));
