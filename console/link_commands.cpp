@@ -20,6 +20,8 @@ void request(const Options &options, Carry carryOut) {
                              options.output.empty() ? own : options.output, options.level};
     if (const std::string why = objection(wanted); !why.empty())
         throw CLI::ValidationError("--name", why);
+    // Here is no key to let go, so that Ctrl-C may end the wait for somebody's consent at once.
+    for (const int sig : {SIGINT, SIGTERM, SIGHUP}) signal(sig, SIG_DFL);
     const LinkOutcome outcome = carryOut(session, wanted);
     Report report{{"result", outcome.result}};
     report.update(reportOf(outcome.holder));

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <ctime>
 #include <deque>
+#include <system_error>
 
 #include "datagram_socket.h"
 #include "link_messages.h"
@@ -59,8 +60,7 @@ class Watch {
             }
             while (const auto datagram = group_.receive(kAtOnce)) take(*datagram);
             while (const auto ping = heartbeats_.receive(kAtOnce))
-                if (ping->text == "heart")
-                    heartbeats_.send(ping->sender, ping->senderPort, "ackheart");
+                if (ping->text == "heart") send(heartbeats_, *ping, "ackheart");
             if (fds[3].revents != 0) relay_.admit();
             if (fds[4].revents != 0) inputOpen = readAnswer();
         }
@@ -109,9 +109,20 @@ class Watch {
     }
 
     void answer(const Question &question, bool granted) {
-        link_.send(question.from.sender, question.from.senderPort,
-                   consentAnswer(options_.address, question.message, granted));
-        print(question.from, granted ? "granted" : "refused", {{"granted", granted}});
+        if (send(link_, question.from, consentAnswer(options_.address, question.message, granted)))
+            print(question.from, granted ? "granted" : "refused", {{"granted", granted}});
+    }
+
+    // A network that is down for a while is no reason to stop watching.
+    static bool send(DatagramSocket &socket, const DatagramSocket::Received &to,
+                     const std::string &text) {
+        try {
+            socket.send(to.sender, to.senderPort, text);
+            return true;
+        } catch (const std::system_error &error) {
+            fprintf(stderr, "quillon-console: %s\n", error.what());
+            return false;
+        }
     }
 
     void ask() const {

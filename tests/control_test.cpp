@@ -98,6 +98,8 @@ TEST_F(Control, OperatorsAreServedOneAfterTheOther) {
 TEST_F(Control, LinkedConsoleMaySendUntilItIsTakenOver) {
     startHeldByAnn();
     type(kConsole, 'a');
+    // Records and commands are served by two threads: only what has arrived came before the apply.
+    EXPECT_TRUE(arrives("a"));
     EXPECT_EQ(after("apply|192.168.1.22-cid|192.168.1.22|6"), "192.168.1.22-cid|6");
     type(kConsole, 'x');
     type("192.168.1.22", 'c');
