@@ -44,6 +44,20 @@ class Soak {
         awaitStart();
     }
 
+    /// For who has to find out what went wrong: the end of the daemon's log, and the chip's state.
+    void explain() const {
+        const auto log = board_->daemon()->log();
+        constexpr std::size_t kFirst = 40, kLast = 60;
+        for (std::size_t i = 0; i < log.size(); ++i)
+            if (i < kFirst || i + kLast >= log.size())
+                fprintf(stderr, "log       %s\n", log[i].c_str());
+        const auto counters = board_->chip().counters();
+        fprintf(stderr, "chip      %d baud, line %d, %u frames, %u wrong sums, %u refused, %u skipped\n",
+                board_->chip().baud(), board_->lineBaud(), counters.frames, counters.wrongSums, counters.refused,
+                counters.skipped);
+        fprintf(stderr, "console   %s, linked %d\n", output_.c_str(), linked_);
+    }
+
     void run(std::chrono::minutes time) {
         const auto end = Clock::now() + time;
         auto told = Clock::now();
@@ -109,8 +123,12 @@ class Soak {
             stranger.send(records[0].data(), records[0].size());
             std::this_thread::sleep_for(1ms);
         }
+        // The last key up, too: a release that comes after a take-over is dropped.
         require(board_->computer().waitFor(
-                    [&](const auto &state) { return state.text == typed + word; }, 15s),
+                    [&](const auto &state) {
+                        return state.text == typed + word && state.keys[0] == 0;
+                    },
+                    15s),
                 "typed \"" + word + "\", the computer has \"" +
                     board_->computer().state().text.substr(typed.size()) + "\"");
         keys_ += word.size();
@@ -247,9 +265,11 @@ int main(int argc, char **argv) {
         return 2;
     }
     return sim::runOnPrivateHost([&] {
+        Soak soak(seed);
         try {
-            Soak(seed).run(std::chrono::minutes(minutes));
+            soak.run(std::chrono::minutes(minutes));
         } catch (const std::exception &error) {
+            soak.explain();
             fprintf(stderr, "quillon-soak: seed %u: %s\n", seed, error.what());
             return 1;
         }

@@ -36,6 +36,17 @@ std::optional<Holder> parseHolder(const std::string &answer) {
     return holder;
 }
 
+std::string usbQuestion(const std::string &endpoint) {
+    return "[seq]\n[controlled]=" + endpoint + "\n[answer]=0.0.0.0000000:0\nusb_is_link_pc";
+}
+
+std::optional<bool> parseUsbLinked(const std::string &answer) {
+    constexpr char kKey[] = "usb_is_link_pc=";
+    const std::size_t at = answer.find(kKey);
+    if (at == std::string::npos) return std::nullopt;
+    return answer[at + sizeof kKey - 1] == '1';
+}
+
 Settings parseSettings(const std::string &text) {
     Settings settings;
     std::istringstream lines(text);
@@ -46,19 +57,31 @@ Settings parseSettings(const std::string &text) {
     return settings;
 }
 
-MaySend maySend(const Settings &settings, const std::string &address) {
-    const auto value = [&](const std::string &key) {
-        const auto found = settings.find(key);
-        return found == settings.end() ? std::string() : found->second;
-    };
-    if (atoi(value("per_enable").c_str()) == 0) return MaySend::kYes;
-    int outputs = 0;
-    for (int i = 0; i < 8; ++i, ++outputs) {
-        const std::string output = value("connect_ip" + std::to_string(i));
-        if (output.size() < 7 || output.rfind("0.0.0.0", 0) == 0) break;
-        if (address.rfind(output, 0) == 0) return MaySend::kYes;
+bool permissionsOn(const Settings &settings) {
+    const auto found = settings.find("per_enable");
+    return found != settings.end() && atoi(found->second.c_str()) != 0;
+}
+
+std::vector<std::string> linkedOutputs(const Settings &settings) {
+    constexpr int kMostOutputs = 8;
+    constexpr std::size_t kShortestAddress = 7;
+    std::vector<std::string> outputs;
+    for (int i = 0; i < kMostOutputs; ++i) {
+        const auto found = settings.find("connect_ip" + std::to_string(i));
+        if (found == settings.end() || found->second.size() < kShortestAddress ||
+            found->second.rfind("0.0.0.0", 0) == 0)
+            break;
+        outputs.push_back(found->second);
     }
-    return outputs == 0 ? MaySend::kByChance : MaySend::kNo;
+    return outputs;
+}
+
+MaySend maySend(const Settings &settings, const std::string &address) {
+    if (!permissionsOn(settings)) return MaySend::kYes;
+    const auto outputs = linkedOutputs(settings);
+    for (const std::string &output : outputs)
+        if (address.rfind(output, 0) == 0) return MaySend::kYes;
+    return outputs.empty() ? MaySend::kByChance : MaySend::kNo;
 }
 
 }  // namespace console

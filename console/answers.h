@@ -29,9 +29,18 @@ struct Holder {
 };
 std::optional<Holder> parseHolder(const std::string &answer);
 
+/// What asks an endpoint whether a computer is on its USB cable, and the answer. The question names
+/// no address to answer to: it comes back to the sender.
+std::string usbQuestion(const std::string &endpoint);
+std::optional<bool> parseUsbLinked(const std::string &answer);
+
 /// The settings file's lines, key to value.
 using Settings = std::map<std::string, std::string>;
 Settings parseSettings(const std::string &text);
+/// Whether only linked consoles may send.
+bool permissionsOn(const Settings &settings);
+/// Addresses of the consoles that are linked, as far as the settings tell.
+std::vector<std::string> linkedOutputs(const Settings &settings);
 
 /// May an address send records, as the settings tell? With permissions on and nobody linked that
 /// is left to chance: the endpoint decides as for the sender before.

@@ -24,6 +24,7 @@ struct Options {
     // Of single commands.
     std::string text;
     std::vector<std::string> combos;
+    unsigned repeat = 1;
     std::vector<std::uint16_t> position;
     std::vector<int> distance;
     std::string button;
@@ -33,6 +34,8 @@ struct Options {
     std::string user, output;
     int level = 0;
     bool grant = false, refuse = false;
+    bool apply = false;
+    std::string escape = "ctrl+]";
 };
 
 /// Throws CLI::RequiredError without an address to talk to.
@@ -44,5 +47,7 @@ void addRecordCommands(CLI::App &app, Options &options);
 void addEndpointCommands(CLI::App &app, Options &options);
 /// "apply", "connect", "disconnect" and "watch".
 void addLinkCommands(CLI::App &app, Options &options);
+/// "control".
+void addControlCommand(CLI::App &app, Options &options);
 
 }  // namespace console

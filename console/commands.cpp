@@ -9,7 +9,7 @@
 namespace console {
 namespace {
 
-constexpr std::uint16_t kOperatorPort = 41302, kSettingsPort = 4001;
+constexpr std::uint16_t kSettingsPort = 4001;
 constexpr char kGroup[] = "224.168.1.1";
 
 template <class T>
@@ -76,13 +76,8 @@ Settings Session::settingsViaGroup() {
 }
 
 bool Session::usbLinked() {
-    // The answer address is not used with port 0: the answer comes back here.
-    const std::string answer = ask(
-        operators_, "[seq]\n[controlled]=" + to_ + "\n[answer]=0.0.0.0000000:0\nusb_is_link_pc");
-    const std::size_t at = answer.find("usb_is_link_pc=");
-    if (at == std::string::npos)
-        throw std::runtime_error("the endpoint answered \"" + answer + "\"");
-    return answer[at + 15] == '1';
+    const std::string answer = ask(operators_, usbQuestion(to_));
+    return understood(parseUsbLinked(answer), answer);
 }
 
 void Session::setLockKeys(LockKeys wanted) {

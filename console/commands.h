@@ -12,6 +12,9 @@
 
 namespace console {
 
+/// Where endpoints take operators' commands.
+constexpr std::uint16_t kOperatorPort = 41302;
+
 /// An endpoint's two ports.
 class Session {
   public:

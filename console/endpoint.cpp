@@ -85,11 +85,16 @@ std::optional<std::string> Endpoint::ask(const std::string &text,
         if (left.count() <= 0) return std::nullopt;
         pollfd readable{fd_, POLLIN, 0};
         if (poll(&readable, 1, static_cast<int>(left.count())) <= 0) continue;
-        char reply[1500];
-        const ssize_t n = recv(fd_, reply, sizeof reply, MSG_DONTWAIT);
-        if (n >= 0) return std::string(reply, static_cast<std::size_t>(n));
-        if (errno == ECONNREFUSED) throw std::runtime_error("nobody listens at " + name_);
+        if (auto answer = receive()) return answer;
     }
+}
+
+std::optional<std::string> Endpoint::receive() {
+    char reply[1500];
+    const ssize_t n = recv(fd_, reply, sizeof reply, MSG_DONTWAIT);
+    if (n >= 0) return std::string(reply, static_cast<std::size_t>(n));
+    if (errno == ECONNREFUSED) throw std::runtime_error("nobody listens at " + name_);
+    return std::nullopt;
 }
 
 }  // namespace console

@@ -24,6 +24,12 @@ class Endpoint {
     /// Sends a text and waits for the answer; none when the time-out ran out.
     std::optional<std::string> ask(const std::string &text, std::chrono::milliseconds timeout);
 
+    /// An answer that is there already, to whatever was sent. Throws std::runtime_error when the
+    /// endpoint's machine said that nobody listens.
+    std::optional<std::string> receive();
+    /// To wait on for receive.
+    int fd() const { return fd_; }
+
     std::string name() const { return name_; }
     /// The local address that is sent from.
     std::string ownAddress() const;

@@ -20,7 +20,7 @@ std::string describe(unsigned char byte) {
 
 }  // namespace
 
-bool typeText(const std::string &text, std::vector<Datagram> &records, std::string &error) {
+bool typeStrokes(const std::string &text, std::vector<Stroke> &states, std::string &error) {
     std::uint8_t held = 0;
     for (std::size_t i = 0; i < text.size(); ++i) {
         const auto stroke = strokeOf(text[i]);
@@ -32,13 +32,20 @@ bool typeText(const std::string &text, std::vector<Datagram> &records, std::stri
         }
         if (stroke->modifiers != held) {
             held = stroke->modifiers;
-            records.push_back(datagram(keyboardRecord({held, 0})));
+            states.push_back({held, 0});
         }
-        records.push_back(datagram(keyboardRecord(*stroke)));
-        records.push_back(datagram(keyboardRecord({held, 0})));
+        states.push_back(*stroke);
+        states.push_back({held, 0});
     }
-    if (held != 0) records.push_back(datagram(keyboardRecord({})));
+    if (held != 0) states.push_back({});
     return true;
+}
+
+bool typeText(const std::string &text, std::vector<Datagram> &records, std::string &error) {
+    std::vector<Stroke> states;
+    const bool ok = typeStrokes(text, states, error);
+    for (const Stroke &state : states) records.push_back(datagram(keyboardRecord(state)));
+    return ok;
 }
 
 std::vector<Datagram> strokeKey(const Stroke &stroke) {
@@ -49,11 +56,11 @@ std::vector<Datagram> strokeKey(const Stroke &stroke) {
     return records;
 }
 
-std::vector<Datagram> moveBy(int dx, int dy) {
+std::vector<Datagram> moveBy(int dx, int dy, Button button) {
     std::vector<Datagram> records;
     while (dx != 0 || dy != 0) {
         const std::int8_t stepX = stepTowards(dx), stepY = stepTowards(dy);
-        records.push_back(datagram(relativeRecord(stepX, stepY, kNoButton, 0)));
+        records.push_back(datagram(relativeRecord(stepX, stepY, button, 0)));
         dx -= stepX;
         dy -= stepY;
     }

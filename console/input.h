@@ -11,16 +11,19 @@ namespace console {
 
 using Datagram = std::vector<std::uint8_t>;
 
-/// Press and release for every character; where Shift changes, it does so in a record of its
-/// own before the key. Ends with all keys up. False, with error naming character and place, when
-/// the layout lacks one.
+/// The keyboard's states that type a text: press and release for every character; where Shift
+/// changes, it does so in a state of its own before the key. Ends with all keys up. False, with
+/// error naming character and place, when the layout lacks one.
+bool typeStrokes(const std::string &text, std::vector<Stroke> &states, std::string &error);
+
+/// The same as records.
 bool typeText(const std::string &text, std::vector<Datagram> &records, std::string &error);
 
 /// Modifiers down, the key with them, everything up.
 std::vector<Datagram> strokeKey(const Stroke &stroke);
 
-/// Moves by any distance, in steps that a record can hold.
-std::vector<Datagram> moveBy(int dx, int dy);
+/// Moves by any distance, in steps that a record can hold, with a button down or none.
+std::vector<Datagram> moveBy(int dx, int dy, Button button = kNoButton);
 
 /// Moves there, presses the button and lets it go.
 std::vector<Datagram> clickAt(std::uint16_t x, std::uint16_t y, Button button);

@@ -56,10 +56,6 @@ class ReplyEar {
     std::unique_ptr<WatchListener> listener_;
 };
 
-std::string fields(const LinkRequest &request) {
-    return "|" + request.name + "|" + request.output + "|" + std::to_string(request.level);
-}
-
 std::string described(const Holder &holder) {
     return holder.user + " controls it, level " + std::to_string(holder.level);
 }
@@ -69,7 +65,7 @@ bool holds(const Holder &holder, const LinkRequest &request) {
 }
 
 [[noreturn]] void explain(Session &session, const std::string &why) {
-    if (atoi(session.settings()["per_enable"].c_str()) == 0)
+    if (!permissionsOn(session.settings()))
         throw std::runtime_error(
             "permissions are off: the endpoint takes records from everybody, "
             "and no requests for control (see \"permissions on\")");
@@ -78,9 +74,8 @@ bool holds(const Holder &holder, const LinkRequest &request) {
 
 // An endpoint says nothing when who controls it adds an output, or has eight already.
 void checkOutput(Session &session, const LinkRequest &request) {
-    const Settings settings = session.settings();
-    for (const auto &[key, value] : settings)
-        if (key.rfind("connect_ip", 0) == 0 && value == request.output) return;
+    const auto outputs = linkedOutputs(session.settings());
+    if (std::find(outputs.begin(), outputs.end(), request.output) != outputs.end()) return;
     explain(session,
             "the endpoint did not add the output " + request.output + "; a user has eight at most");
 }
@@ -116,9 +111,17 @@ std::string objection(const LinkRequest &request) {
     return "";
 }
 
+std::string requestText(const std::string &word, const LinkRequest &request) {
+    return word + "|" + request.name + "|" + request.output + "|" + std::to_string(request.level);
+}
+
+std::string disconnectText(const LinkRequest &request) {
+    return "disconnect|" + request.name + "|" + std::to_string(request.level);
+}
+
 LinkOutcome connectUser(Session &session, const LinkRequest &request) {
     const Holder before = session.holder();
-    const Holder after = session.holderAfter("connect" + fields(request), kPatience);
+    const Holder after = session.holderAfter(requestText("connect", request), kPatience);
     if (!holds(after, request))
         explain(session, after.linked ? described(after) : "the endpoint did not take it");
     return succeed(session, request, before, after, false);
@@ -127,7 +130,7 @@ LinkOutcome connectUser(Session &session, const LinkRequest &request) {
 LinkOutcome applyUser(Session &session, const LinkRequest &request) {
     ReplyEar ear(session.ownAddress());
     const Holder before = session.holder();
-    const Holder after = session.holderAfter("apply" + fields(request), kPatience);
+    const Holder after = session.holderAfter(requestText("apply", request), kPatience);
     const bool asked = before.linked && before.user != request.name;
     const int code = asked && ear.hears() ? ear.reply(after.endpoint) : ReplyEar::kNone;
     if (holds(after, request))
@@ -150,8 +153,7 @@ LinkOutcome disconnectUser(Session &session, const LinkRequest &request) {
     // An endpoint takes the beginning of a name for the whole.
     if (!before.linked) explain(session, "nobody controls it");
     if (!holds(before, request)) explain(session, described(before));
-    const std::string command = "disconnect|" + request.name + "|" + std::to_string(request.level);
-    const Holder after = session.holderAfter(command, kPatience);
+    const Holder after = session.holderAfter(disconnectText(request), kPatience);
     if (after.linked) explain(session, described(after));
     return {before.user + " is disconnected", after};
 }

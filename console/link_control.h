@@ -19,6 +19,11 @@ std::string conventionalName(const std::string &name, const std::string &address
 /// What an endpoint would refuse without a word, in words; empty when it takes the request.
 std::string objection(const LinkRequest &request);
 
+/// "WORD|NAME|OUTPUT|LEVEL", which an endpoint takes for the words connect and apply.
+std::string requestText(const std::string &word, const LinkRequest &request);
+/// The request to end a user's control.
+std::string disconnectText(const LinkRequest &request);
+
 /// How it went, in words, and who controls the endpoint now.
 struct LinkOutcome {
     std::string result;

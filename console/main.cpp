@@ -41,6 +41,7 @@ void addCommands(CLI::App &app, Options &options) {
     console::addRecordCommands(app, options);
     console::addEndpointCommands(app, options);
     console::addLinkCommands(app, options);
+    console::addControlCommand(app, options);
 }
 
 }  // namespace

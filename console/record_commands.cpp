@@ -22,7 +22,8 @@ class Sender {
     explicit Sender(const Options &options)
         : session_(openSession(options)),
           tag_(options.asSoftware ? "software=" : ""),
-          interval_(options.intervalMs) {
+          interval_(options.intervalMs),
+          repeat_(options.repeat) {
         if (!options.asSoftware) askPermission();
         clock_gettime(CLOCK_MONOTONIC, &due_);
     }
@@ -31,10 +32,12 @@ class Sender {
 
     void send(const std::vector<Datagram> &records, const char *progress = nullptr) {
         for (std::size_t i = 0; i < records.size() && interrupted == 0; ++i) {
-            sendOne(records[i]);
+            for (unsigned n = 0; n < repeat_; ++n) {
+                sendOne(records[i]);
+                pause();
+            }
             if (progress != nullptr && i % 16 == 0)
                 fprintf(stderr, "\r%s %zu %%", progress, 100 * i / records.size());
-            pause();
         }
         if (progress != nullptr) fprintf(stderr, "\r%s 100 %%\n", progress);
         // Ctrl-C in the middle of a text must not leave a key down at the computer.
@@ -73,7 +76,8 @@ class Sender {
 
     Session session_;
     std::string tag_;
-    unsigned interval_;
+    const unsigned interval_;
+    const unsigned repeat_;
     timespec due_{};
 };
 
@@ -172,15 +176,24 @@ void addMouse(CLI::App &app, Options &options) {
 }  // namespace
 
 void addRecordCommands(CLI::App &app, Options &options) {
+    // A keyboard record is the whole state of the keyboard: once more does no harm.
+    const auto repeatable = [&](CLI::App *command) {
+        command->add_option("--repeat", options.repeat, "Send each record N times, against losses")
+            ->type_name("N")
+            ->check(CLI::Range(1, 10).description(""))
+            ->capture_default_str();
+    };
     auto *typing = app.add_subcommand("type", "Type a text (US layout)");
     auto *text = typing->add_option("text", options.text, "The text; standard input without it")
                      ->type_name("TEXT");
+    repeatable(typing);
     typing->callback([&options, text] { type(options, text->count() == 0); });
 
     auto *key = app.add_subcommand("key", "Press keys, e.g. ctrl+alt+delete or f5");
     key->add_option("combo", options.combos, "Modifiers and one key, joined by +")
         ->required()
         ->type_name("COMBO...");
+    repeatable(key);
     key->callback([&options] { pressKeys(options); });
 
     addMouse(app, options);

@@ -7,20 +7,16 @@
 #include <cstdio>
 #include <ctime>
 #include <deque>
-#include <system_error>
 
-#include "datagram_socket.h"
+#include "console_ports.h"
 #include "link_messages.h"
 #include "report.h"
-#include "watch_relay.h"
 
 namespace console {
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::uint16_t kHeartbeatPort = 41237;
-constexpr std::chrono::milliseconds kAtOnce(0);
 constexpr std::chrono::seconds kConsentTime(10);  // how long an endpoint waits for it
 
 std::string now(const char *format) {
@@ -35,34 +31,20 @@ std::string now(const char *format) {
 class Watch {
   public:
     explicit Watch(const WatchOptions &options)
-        : options_(options),
-          link_(options.address, kLinkPort, options.address, DatagramSocket::kAlone),
-          group_(kAllConsoles, kLinkPort, options.address),
-          heartbeats_(options.address, kHeartbeatPort, options.address),
-          relay_(options.address) {}
+        : options_(options), ports_(options.address, ConsolePorts::kSelf) {}
 
     void run(const volatile std::sig_atomic_t &stop) {
         fprintf(stderr, "quillon-console: watching at %s; Ctrl-C ends it\n",
                 options_.address.c_str());
         bool inputOpen = options_.consent == WatchOptions::kAsk;
         while (stop == 0) {
-            pollfd fds[] = {{link_.fd(), POLLIN, 0},
-                            {group_.fd(), POLLIN, 0},
-                            {heartbeats_.fd(), POLLIN, 0},
-                            {relay_.fd(), POLLIN, 0},
-                            {inputOpen ? STDIN_FILENO : -1, POLLIN, 0}};
-            const int ready = poll(fds, 5, questions_.empty() ? -1 : 200);
+            std::vector<pollfd> fds{{inputOpen ? STDIN_FILENO : -1, POLLIN, 0}};
+            ports_.addTo(fds);
+            const int ready = poll(fds.data(), fds.size(), questions_.empty() ? -1 : 200);
             forgetOldQuestions();
             if (ready <= 0) continue;
-            while (const auto datagram = link_.receive(kAtOnce)) {
-                relay_.pass(datagram->text);
-                take(*datagram);
-            }
-            while (const auto datagram = group_.receive(kAtOnce)) take(*datagram);
-            while (const auto ping = heartbeats_.receive(kAtOnce))
-                if (ping->text == "heart") send(heartbeats_, *ping, "ackheart");
-            if (fds[3].revents != 0) relay_.admit();
-            if (fds[4].revents != 0) inputOpen = readAnswer();
+            ports_.serve([this](const DatagramSocket::Received &datagram) { take(datagram); });
+            if (fds[0].revents != 0) inputOpen = readAnswer();
         }
     }
 
@@ -109,20 +91,12 @@ class Watch {
     }
 
     void answer(const Question &question, bool granted) {
-        if (send(link_, question.from, consentAnswer(options_.address, question.message, granted)))
+        std::string why;
+        if (ports_.answer(question.from,
+                          consentAnswer(options_.address, question.message, granted), why))
             print(question.from, granted ? "granted" : "refused", {{"granted", granted}});
-    }
-
-    // A network that is down for a while is no reason to stop watching.
-    static bool send(DatagramSocket &socket, const DatagramSocket::Received &to,
-                     const std::string &text) {
-        try {
-            socket.send(to.sender, to.senderPort, text);
-            return true;
-        } catch (const std::system_error &error) {
-            fprintf(stderr, "quillon-console: %s\n", error.what());
-            return false;
-        }
+        else
+            fprintf(stderr, "quillon-console: %s\n", why.c_str());
     }
 
     void ask() const {
@@ -153,8 +127,7 @@ class Watch {
     }
 
     const WatchOptions &options_;
-    DatagramSocket link_, group_, heartbeats_;
-    WatchRelay relay_;
+    ConsolePorts ports_;
     std::deque<Question> questions_;  ///< the first one is on the terminal
 };
 

@@ -51,6 +51,8 @@ class WatchListener {
     bool connected() const { return connected_; }
     /// The next text that was passed on; none when the time-out ran out.
     std::optional<std::string> receive(std::chrono::milliseconds timeout);
+    /// To wait on for it.
+    int fd() const { return fd_; }
 
   private:
     int fd_ = -1;

@@ -11,6 +11,7 @@
 #include <stdexcept>
 
 #include "network.h"
+#include "paths.h"
 
 namespace sim {
 namespace {
@@ -83,11 +84,15 @@ Board::Board(BoardOptions options)
 }
 
 void Board::attachDevice() {
-    const int port = chipPort(options_.identifier, configuredPort(readFile(settingsFile())));
+    // A CH9350 sits on the one port that every board without a CH9329 uses.
+    constexpr int kRawPort = 3;
+    port_ = options_.chip == BoardOptions::kCh9350
+                ? kRawPort
+                : chipPort(options_.identifier, configuredPort(readFile(settingsFile())));
     if (options_.mcuBoards != 0) {
         computer_.detach();
         microcontroller_.setAbsent(options_.absentBoards);
-        ports_->attach(port, microcontroller_);
+        ports_->attach(port_, microcontroller_);
         return;
     }
     if (options_.chip == BoardOptions::kNone) {
@@ -95,8 +100,9 @@ void Board::attachDevice() {
         return;
     }
     rawChip_.chatter(options_.chatter);
-    // A CH9350 sits on the one port that every board without a CH9329 uses.
-    ports_->attach(options_.chip == BoardOptions::kCh9350 ? 3 : port, hidChip());
+    chip_.lose(Losses(options_.loss, options_.seed));
+    rawChip_.lose(Losses(options_.loss, options_.seed));
+    ports_->attach(port_, hidChip());
 }
 
 HidChip &Board::hidChip() {
@@ -144,6 +150,10 @@ void Board::startDaemon() {
     setup.preload = options_.preload;
     setup.directory = options_.directory;
     setup.input = options_.input;
+    if (options_.loss > 0)
+        setup.environment.push_back(std::string(kLossVariable) + "=" +
+                                    std::to_string(options_.loss) + " " +
+                                    std::to_string(options_.seed));
     setup.logFile = options_.directory + "/quillon.log";
     setup.onLine = [this](const std::string &line) { watchLine(line); };
     daemon_ = std::make_shared<Daemon>(std::move(setup));

@@ -34,6 +34,8 @@ struct BoardOptions {
     std::string address = "192.168.1.10";
     std::vector<std::string> consoles{"192.168.1.20"};
     bool paced = false;
+    double loss = 0;    ///< part of the records and frames that is lost, 0 to 1
+    unsigned seed = 1;  ///< of what is lost
     bool powerCycle = true;  ///< give it one when the daemon asks for it with "reboot"
 
     std::string daemon;                       ///< program
@@ -82,6 +84,8 @@ class Board {
     /// The chip that is soldered to it, whichever.
     HidChip &hidChip();
     Ch9329 &chip() { return chip_; }
+    /// Speed that the daemon has set on the chip's line, bits per second.
+    int lineBaud() const { return ports_->hostBaud(port_); }
     Microcontroller &microcontroller() { return microcontroller_; }
     VideoSource &video() { return video_; }
     OutputConsoles &consoles() { return consoles_; }
@@ -108,6 +112,7 @@ class Board {
     OutputConsoles consoles_;
     VideoSource video_;
     std::unique_ptr<SerialPorts> ports_;
+    int port_ = 0;  ///< of the chip
 
     mutable std::mutex mutex_;
     std::shared_ptr<Daemon> daemon_;

@@ -113,6 +113,11 @@ void Ch9329::forgetOnPowerLoss(bool on) {
     forgets_ = on;
 }
 
+void Ch9329::lose(const Losses &losses) {
+    const Lock lock(mutex_);
+    losses_ = losses;
+}
+
 void Ch9329::strictPackets(bool on) {
     const Lock lock(mutex_);
     strict_ = on;
@@ -169,7 +174,7 @@ void Ch9329::receive(SerialLine &line, const std::uint8_t *bytes, std::size_t co
         const auto end = pending_.begin() + static_cast<long>(size);
         const Bytes frame(pending_.begin(), end);
         pending_.erase(pending_.begin(), strict_ ? pending_.end() : end);
-        handleFrame(line, frame, at);
+        if (!losses_.happen()) handleFrame(line, frame, at);
     }
 }
 
@@ -180,7 +185,8 @@ void Ch9329::handleFrame(SerialLine &line, const Bytes &frame, Clock::time_point
 
     Status status = kWrongSum;
     Bytes answer;
-    if (sumOf(Bytes(frame.begin(), frame.end() - 1)) == frame.back()) {
+    const bool right = sumOf(Bytes(frame.begin(), frame.end() - 1)) == frame.back();
+    if (right && !losses_.happen()) {
         ++counters_.frames;
         if (callback_) callback_(frame, at);
         status = carryOut(command, Bytes(frame.begin() + kHeadSize, frame.end() - 1), answer);
@@ -288,7 +294,7 @@ Ch9329::Status Ch9329::writeString(const Bytes &data) {
 }
 
 void Ch9329::reply(SerialLine &line, std::uint8_t code, const Bytes &data) {
-    if (silent_) return;
+    if (silent_ || losses_.happen()) return;
     const std::uint8_t head[] = {0x57, 0xAB, 0x00, code, static_cast<std::uint8_t>(data.size())};
     Bytes frame(kHeadSize + data.size());
     std::copy(data.begin(), data.end(), std::copy(std::begin(head), std::end(head), frame.begin()));

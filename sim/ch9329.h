@@ -8,6 +8,7 @@
 #include <string>
 
 #include "computer.h"
+#include "losses.h"
 #include "serial_device.h"
 
 namespace sim {
@@ -39,6 +40,9 @@ class Ch9329 : public HidChip {
     void splitAnswers(std::size_t bytes, Clock::duration pause);  ///< after so many bytes; 0: whole
     void spoilAnswers(bool on);                                   ///< wrong sums
     void forgetOnPowerLoss(bool on);  ///< as some boards were seen to do
+    /// Each of these happens by chance: a frame or an answer does not arrive, a sum is spoiled on its
+    /// way in.
+    void lose(const Losses &losses);
     /// A packet ends at a gap, as the vendor has it; frames without one between them are one
     /// packet, of which the first is read. Else frames are told apart by their length.
     void strictPackets(bool on);
@@ -82,6 +86,7 @@ class Ch9329 : public HidChip {
     bool silent_ = false, spoiled_ = false, forgets_ = false, strict_ = false;
     Clock::duration late_{}, splitPause_{};
     std::size_t splitAfter_ = 0;
+    Losses losses_;
     Counters counters_;
     std::function<void(const Bytes &, Clock::time_point)> callback_;
 };

@@ -37,7 +37,7 @@ void Ch9350::receive(SerialLine &line, const std::uint8_t *bytes, std::size_t co
     while (pending_.size() >= 3) {
         const std::size_t size = frameSize();
         if (pending_.size() < size) return;
-        if (size != 0) handleFrame(line);
+        if (size != 0 && !losses_.happen()) handleFrame(line);
         pending_.erase(pending_.begin(),
                        pending_.begin() + static_cast<long>(std::max<std::size_t>(size, 1)));
     }
@@ -113,6 +113,11 @@ void Ch9350::unplug() {
 void Ch9350::silence(bool on) {
     const Lock lock(mutex_);
     silent_ = on;
+}
+
+void Ch9350::lose(const Losses &losses) {
+    const Lock lock(mutex_);
+    losses_ = losses;
 }
 
 void Ch9350::chatter(bool on) {

@@ -5,6 +5,7 @@
 #include <mutex>
 
 #include "computer.h"
+#include "losses.h"
 #include "serial_device.h"
 
 namespace sim {
@@ -26,6 +27,8 @@ class Ch9350 : public HidChip {
     void silence(bool on) override;
     /// Sends a status frame every second unasked, as real ones do.
     void chatter(bool on);
+    /// Frames are lost on their way in.
+    void lose(const Losses &losses);
 
   private:
     std::size_t frameSize() const;
@@ -36,6 +39,7 @@ class Ch9350 : public HidChip {
     Computer &computer_;
     Bytes pending_;
     Clock::time_point nextStatus_ = Clock::time_point::max();
+    Losses losses_;
     int state_ = 3;
     bool plugged_ = true, silent_ = false;
 };

@@ -19,6 +19,7 @@ class Daemon {
     struct Setup {
         std::string program;
         std::string preload;                              ///< library to put under it; empty: none
+        std::vector<std::string> environment;             ///< NAME=VALUE, on top of the caller's
         std::string directory;                            ///< where its settings lie
         int input = -1;                                   ///< its standard input; -1: /dev/null
         std::string logFile;                              ///< appended to; empty: none

@@ -27,6 +27,7 @@ struct Options {
     sim::BoardOptions board;
     std::string chip = "ch9329", configFile, keepDir;
     bool log = false;
+    double lossPercent = 0;
     std::vector<std::string> command;
     std::string name = "default";
     int control = -1;  ///< listening socket
@@ -220,6 +221,14 @@ void describe(CLI::App &app, Options &options) {
         ->check(CLI::ExistingFile.description(""))
         ->type_name("FILE");
     app.add_flag("--pace", board.paced, "Let bytes take the time that a real wire takes");
+    app.add_option("--loss", options.lossPercent,
+                   "Of 100 console datagrams, frames, checksums and answers of the chip, so many "
+                   "are lost or spoiled")
+        ->check(CLI::Range(0.0, 100.0).description(""))
+        ->type_name("PERCENT");
+    app.add_option("--seed", board.seed, "Of what is lost: the same seed, the same losses")
+        ->type_name("N")
+        ->capture_default_str();
     app.add_flag("--chatter", board.chatter, "Let a CH9350 send its status every second");
     app.add_option("--keep", options.keepDir, "Folder for settings and log that stays")
         ->type_name("DIR");
@@ -239,11 +248,13 @@ void describe(CLI::App &app, Options &options) {
     ctl->add_option("request", options.command, sim::controlHelp())
         ->type_name("REQUEST")
         ->required();
+    for (CLI::App *command : {enter, ctl}) command->fallthrough();  // --name may stand behind
     app.require_subcommand(0, 1);
 }
 
 void complete(CLI::App &app, Options &options) {
     options.board.chip = kChips.at(options.chip);
+    options.board.loss = options.lossPercent / 100;
     for (const unsigned absent : options.board.absentBoards)
         if (absent >= options.board.mcuBoards)
             throw std::runtime_error("there is no board " + std::to_string(absent));

@@ -2,11 +2,12 @@
 // the daemon can tell. Closing a UART, or flushing it before a change of speed, lets what was
 // written leave at the old speed; a pseudo-terminal would throw it away or hand it over at the
 // new one. And a UART that is closed receives nothing. Beside that it stands in for the one netlink
-// protocol of the board's kernel.
+// protocol of the board's kernel, and for a network that loses datagrams.
 
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <linux/netlink.h>
+#include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -15,8 +16,10 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
+#include "losses.h"
 #include "paths.h"
 #include "uart_events.h"
 
@@ -75,6 +78,24 @@ int openAs(const char *name, const char *path, int flags, mode_t mode) {
     return fd;
 }
 
+sim::Losses lossesAskedFor() {
+    double part = 0;
+    unsigned seed = 0;
+    const char *text = getenv(sim::kLossVariable);
+    if (text == nullptr || sscanf(text, "%lf %u", &part, &seed) != 2) return sim::Losses();
+    return sim::Losses(part, seed);
+}
+
+// The data server waits in its receive call; who waits in select must find what select saw.
+bool isDataServer(int fd) {
+    constexpr int kFirstOther = 41301, kLastOther = 41304;
+    sockaddr_in own{};
+    socklen_t size = sizeof own;
+    if (getsockname(fd, reinterpret_cast<sockaddr *>(&own), &size) != 0) return false;
+    const int port = ntohs(own.sin_port);
+    return own.sin_family == AF_INET && (port < kFirstOther || port > kLastOther);
+}
+
 mode_t modeOf(int flags, va_list arguments) {
     return (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
 }
@@ -104,6 +125,17 @@ int socket(int domain, int type, int protocol) {
     constexpr int kVideoProtocol = 21;
     if (domain == AF_NETLINK && protocol == kVideoProtocol) protocol = NETLINK_USERSOCK;
     return realSocket(domain, type, protocol);
+}
+
+ssize_t recvfrom(int fd, void *buffer, size_t size, int flags, sockaddr *from, socklen_t *length) {
+    using Receive = ssize_t (*)(int, void *, size_t, int, sockaddr *, socklen_t *);
+    static const auto call = next<Receive>("recvfrom");
+    static sim::Losses losses = lossesAskedFor();
+    for (;;) {
+        const ssize_t n = call(fd, buffer, size, flags, from, length);
+        if (n < 0 || !isDataServer(fd) || !losses.happen()) return n;
+        memset(buffer, 0, static_cast<size_t>(n));  // callers clear it before, and rely on that
+    }
 }
 
 int close(int fd) {

@@ -1,0 +1,45 @@
+// What comes for a console: messages about control, and heartbeats, which it answers.
+#pragma once
+
+#include <poll.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "datagram_socket.h"
+#include "watch_relay.h"
+
+namespace console {
+
+/// The ports of one address. One program of an address owns them; others of ours hear through it
+/// what comes, and leave the answers to it.
+class ConsolePorts {
+  public:
+    enum Owner { kSelf, kSelfOrOther };
+
+    /// kSelf: throws std::system_error when another program has the ports; kSelfOrOther: then hears
+    /// through that, if it is ours.
+    ConsolePorts(const std::string &address, Owner owner);
+
+    /// False when another program answers for this address.
+    bool own() const { return link_ != nullptr; }
+
+    /// To poll for input; then call serve.
+    void addTo(std::vector<pollfd> &fds) const;
+    /// Answers heartbeats, and calls back for everything else that came.
+    void serve(const std::function<void(const DatagramSocket::Received &)> &take);
+
+    /// Sends an answer to who sent a message; false, with why, when it cannot leave.
+    bool answer(const DatagramSocket::Received &to, const std::string &text, std::string &why);
+
+  private:
+    const std::string address_;
+    std::unique_ptr<DatagramSocket> link_, heartbeats_;
+    DatagramSocket group_;
+    std::unique_ptr<WatchRelay> relay_;
+    std::unique_ptr<WatchListener> listener_;
+};
+
+}  // namespace console

@@ -1,0 +1,73 @@
+#include "control_words.h"
+
+#include <cstdio>
+
+#include "link_messages.h"
+
+namespace console {
+namespace {
+
+std::string holderWords(const EndpointStatus &status, const std::string &ownName) {
+    if (!status.holder) return "who controls it is not known yet";
+    const Holder &holder = *status.holder;
+    if (status.settings && !permissionsOn(*status.settings))
+        return "permissions are off: everybody may send";
+    if (!holder.linked) return "nobody controls it";
+    return "held by " + printable(holder.user) + (holder.user == ownName ? " (you)" : "") +
+           ", level " + std::to_string(holder.level);
+}
+
+std::string onOff(bool on) {
+    return on ? "on" : "off";
+}
+
+}  // namespace
+
+std::string strokeWords(const Stroke &stroke) {
+    const std::string modifiers = modifierNames(stroke.modifiers);
+    if (stroke.usage == 0) return modifiers.empty() ? "all keys up" : modifiers;
+    return (modifiers.empty() ? "" : modifiers + "+") + keyName(stroke.usage);
+}
+
+std::string whoWords(const EndpointStatus &status, const std::string &ownName) {
+    std::string words = holderWords(status, ownName);
+    if (status.settings && permissionsOn(*status.settings)) {
+        std::string outputs;
+        for (const std::string &output : linkedOutputs(*status.settings))
+            outputs += " " + printable(output);
+        words += " | outputs" + (outputs.empty() ? " none" : outputs);
+    }
+    char answers[48] = " | does not answer";
+    if (status.reachable)
+        snprintf(answers, sizeof answers, " | answers in %.1f ms",
+                 static_cast<double>(status.roundTrip.count()) / 1000);
+    return words + answers;
+}
+
+std::string deviceWords(const EndpointStatus &status, const HealedInput &input) {
+    std::string words = "mouse: ";
+    if (!status.link)
+        words += "not known";
+    else if (status.link->relative)
+        words += "movements";
+    else
+        words += "positions on " + std::to_string(status.link->width) + "x" +
+                 std::to_string(status.link->height);
+    words += " | locks: ";
+    words += status.locks
+                 ? "caps " + onOff(status.locks->caps) + ", num " + onOff(status.locks->num)
+                 : "not known";
+    if (status.usb) words += std::string(" | usb: ") + (*status.usb ? "computer" : "no computer");
+    if (!(input.keyboard() == Stroke{})) words += " | down: " + strokeWords(input.keyboard());
+    return words;
+}
+
+std::string whyNotTaken(const EndpointStatus &status, const std::string &address) {
+    if (!status.reachable) return "the endpoint does not answer";
+    if (!status.settings || !status.holder || !status.holder->linked) return "";
+    if (maySend(*status.settings, address) != MaySend::kNo) return "";
+    return "the endpoint takes nothing from " + address + ": " + printable(status.holder->user) +
+           " has control";
+}
+
+}  // namespace console

@@ -1,0 +1,27 @@
+// The terminal as a full-screen program has it: ncurses for the screen, and the modes that ncurses
+// does not know.
+#pragma once
+
+#include <string>
+
+namespace console {
+
+/// Takes the terminal on standard input and output, and gives it back as it was.
+class Terminal {
+  public:
+    /// Throws std::runtime_error when there is none, or one that cannot place its cursor.
+    Terminal();
+    ~Terminal();
+    Terminal(const Terminal &) = delete;
+    Terminal &operator=(const Terminal &) = delete;
+
+    /// What came in since the last call; empty for nothing. closed is set when the terminal went.
+    std::string read(bool &closed);
+    /// The window has another size now; takes it over.
+    void resize();
+
+    /// For a process that outlived the one with the terminal: undoes all but what the shell does.
+    static void restoreForeign();
+};
+
+}  // namespace console
