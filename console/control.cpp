@@ -498,7 +498,7 @@ class Control {
     ControlledEndpoint endpoint_;
     const std::string address_, name_;
     ConsolePorts ports_;
-    Terminal terminal_;
+    Terminal terminal_{Terminal::kAll};
     TerminalInput input_;
 
     bool leaving_ = false, readable_ = false, dirty_ = true, keyReports_ = false;

@@ -31,7 +31,7 @@ void writeAll(const char *text) {
 
 }  // namespace
 
-Terminal::Terminal() {
+Terminal::Terminal(Reports reports) : reports_(reports) {
     if (isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0)
         throw std::runtime_error("a full screen needs a terminal");
     int error = 0;
@@ -52,11 +52,11 @@ Terminal::Terminal() {
     }
     // The first refresh would clear what is drawn before it.
     refresh();
-    writeAll(kEnter);
+    if (reports_ == kAll) writeAll(kEnter);
 }
 
 Terminal::~Terminal() {
-    writeAll(kLeave);
+    if (reports_ == kAll) writeAll(kLeave);
     // What the terminal still reports must not end up in the shell.
     flushinp();
     endwin();

@@ -9,8 +9,12 @@ namespace console {
 /// Takes the terminal on standard input and output, and gives it back as it was.
 class Terminal {
   public:
+    /// What it is asked to tell: keys as they come, or also the mouse, focus, pastes and, where it
+    /// can, releases of keys.
+    enum Reports { kPlain, kAll };
+
     /// Throws std::runtime_error when there is none, or one that cannot place its cursor.
-    Terminal();
+    explicit Terminal(Reports reports);
     ~Terminal();
     Terminal(const Terminal &) = delete;
     Terminal &operator=(const Terminal &) = delete;
@@ -22,6 +26,9 @@ class Terminal {
 
     /// For a process that outlived the one with the terminal: undoes all but what the shell does.
     static void restoreForeign();
+
+  private:
+    const Reports reports_;
 };
 
 }  // namespace console

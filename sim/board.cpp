@@ -31,6 +31,12 @@ constexpr Wiring kWirings[] = {
     {"QBRD10403n_5000_R1", 1},
 };
 
+// Pins of the USB power: their function, and as a GPIO their direction. Boards have one of them.
+struct PowerPin {
+    std::uint32_t function, direction, bit;
+};
+constexpr PowerPin kPowerPins[] = {{0x120F0170, 0x12220400, 0x08}, {0x120F02D8, 0x12230400, 0x02}};
+
 void writeFile(const std::string &path, const std::string &text) {
     FILE *file = fopen(path.c_str(), "w");
     const bool ok = file != nullptr && fwrite(text.data(), 1, text.size(), file) == text.size();
@@ -208,6 +214,18 @@ std::shared_ptr<Daemon> Board::daemon() const {
 std::optional<int> Board::daemonStatus() const {
     const std::lock_guard<std::mutex> lock(mutex_);
     return daemon_ ? daemon_->ended() : std::nullopt;
+}
+
+std::optional<bool> Board::usbPower() const {
+    for (const PowerPin &pin : kPowerPins) {
+        if (registers_.get(pin.function) != 0) return true;
+        if ((registers_.get(pin.direction) & pin.bit) != 0) return false;  // an output, low
+    }
+    return std::nullopt;
+}
+
+std::string Board::settings() const {
+    return readFile(settingsFile());
 }
 
 int Board::stop() {

@@ -89,10 +89,15 @@ class Board {
     Microcontroller &microcontroller() { return microcontroller_; }
     VideoSource &video() { return video_; }
     OutputConsoles &consoles() { return consoles_; }
+    SerialPorts &serialPorts() { return *ports_; }
     Computer &computer() { return computer_; }
+    /// What the daemon did with the computer's USB power; none: nothing yet, and it is on.
+    std::optional<bool> usbPower() const;
     Registers &registers() { return registers_; }
     const BoardOptions &options() const { return options_; }
     std::string settingsFile() const { return options_.directory + "/quillon.ini"; }
+    /// The settings as they lie there.
+    std::string settings() const;
     /// UDP port of the data server, 0 until it started.
     unsigned dataPort() const { return dataPort_; }
 

@@ -2,19 +2,14 @@
 
 #include <algorithm>
 
+#include "frames.h"
+
 namespace sim {
 namespace {
 
 using Lock = std::lock_guard<std::mutex>;
 
 constexpr auto kStatusPeriod = std::chrono::seconds(1);
-
-// Sizes of the frames that a chip in state 2 or 3 knows; they have neither length nor sum.
-struct Frame {
-    std::uint8_t code;
-    std::size_t size;
-};
-constexpr Frame kFrames[] = {{0x01, 11}, {0x02, 7}, {0x04, 10}, {0x40, 4}, {0x80, 4}};
 
 }  // namespace
 
@@ -24,10 +19,7 @@ Ch9350::Ch9350(Computer &computer) : computer_(computer) {
 
 // Of the frame that pending_ begins with; 0 when none begins there.
 std::size_t Ch9350::frameSize() const {
-    for (const Frame &frame : kFrames)
-        if (pending_[0] == 0x57 && pending_[1] == 0xAB && pending_[2] == frame.code)
-            return frame.size;
-    return 0;
+    return pending_[0] == 0x57 && pending_[1] == 0xAB ? ch9350FrameSize(pending_[2]) : 0;
 }
 
 void Ch9350::receive(SerialLine &line, const std::uint8_t *bytes, std::size_t count,

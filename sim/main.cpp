@@ -11,22 +11,30 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <memory>
+#include <mutex>
 #include <optional>
 #include <stdexcept>
 
 #include "board.h"
 #include "board_control.h"
+#include "board_screen.h"
 #include "control.h"
 #include "event_printer.h"
 #include "private_host.h"
 #include "process.h"
+#include "terminal.h"
+#include "trace.h"
 
 namespace {
 
 struct Options {
     sim::BoardOptions board;
     std::string chip = "ch9329", configFile, keepDir;
-    bool log = false;
+    bool log = false, lines = false;
+    std::string traceFile;
+    FILE *trace = nullptr;
+    bool screen = false;  ///< on a whole terminal
     double lossPercent = 0;
     std::vector<std::string> command;
     std::string name = "default";
@@ -65,27 +73,58 @@ class Session {
     explicit Session(const Options &options) : options_(options) {
         sigset_t watched;
         sigemptyset(&watched);
-        for (const int sig : {SIGINT, SIGTERM, SIGHUP, SIGCHLD}) sigaddset(&watched, sig);
+        for (const int sig : {SIGINT, SIGTERM, SIGHUP, SIGCHLD, SIGWINCH}) sigaddset(&watched, sig);
         // Before any thread starts: all of them leave these signals to the descriptor.
         sigprocmask(SIG_BLOCK, &watched, nullptr);
         signals_ = signalfd(-1, &watched, SFD_CLOEXEC);
     }
 
     int run() {
-        sim::Board board(options_.board);
-        sim::EventPrinter printer(board.computer());
-        board_ = &board;
-        const auto ended = start(board);
-        const int status = ended ? *ended : serve(board);
-        endCommand();
-        for (const std::string &line : board.microcontroller().describe())
-            printf("mcu       %s\n", line.c_str());
+        std::unique_ptr<sim::Trace> trace;
+        if (options_.trace != nullptr) trace = std::make_unique<sim::Trace>(options_.trace);
+        sim::BoardOptions boardOptions = options_.board;
+        if (options_.screen)
+            boardOptions.onLogLine = [this](const std::string &line) {
+                const std::lock_guard<std::mutex> lock(mutex_);
+                if (screen_) screen_->takeLog(line);
+            };
+        sim::Board board(boardOptions);
+        std::optional<sim::EventPrinter> printer;
+        std::optional<console::Terminal> terminal;
+        if (options_.screen) {
+            terminal.emplace(console::Terminal::kPlain);
+            screen_ = std::make_unique<sim::BoardScreen>(board);
+            terminal_ = &*terminal;
+        } else {
+            printer.emplace(board.computer());
+        }
+        board.serialPorts().onTraffic([&](const sim::Traffic &traffic) {
+            if (trace) trace->take(traffic);
+            if (screen_) screen_->take(traffic);
+        });
+        const int status = live(board);
+        board.serialPorts().onTraffic(nullptr);
+        {
+            const std::lock_guard<std::mutex> lock(mutex_);
+            screen_.reset();
+        }
+        terminal.reset();  // the daemon takes its time to end
         board.stop();
         board_ = nullptr;
         return status;
     }
 
   private:
+    int live(sim::Board &board) {
+        board_ = &board;
+        const auto ended = start(board);
+        const int status = ended ? *ended : serve(board);
+        endCommand();
+        for (const std::string &line : board.microcontroller().describe())
+            printf("mcu       %s\n", line.c_str());
+        return status;
+    }
+
     // A status when it ends here, none when the daemon listens or there is to be none.
     std::optional<int> start(sim::Board &board) {
         if (options_.board.mcuBoards != 0) {
@@ -100,13 +139,15 @@ class Session {
         while (!board.listening()) {
             if (wait(5) == Wake::kSignal) return interruptedStatus();
             if (const auto status = board.daemonStatus()) return daemonEnded(board, *status);
-            if (hinted || sim::Clock::now() - begin < std::chrono::seconds(10)) continue;
+            if (hinted || options_.screen ||
+                sim::Clock::now() - begin < std::chrono::seconds(10))
+                continue;
             hinted = true;
             fprintf(stderr,
                     "quillon-board: the daemon does not listen yet; a chip that does not "
                     "answer keeps it negotiating (see --log)\n");
         }
-        if (options_.command.empty())
+        if (options_.command.empty() && !options_.screen)
             fprintf(stderr, "quillon-board: listening at %s:%u; Ctrl-C ends it\n",
                     options_.board.address.c_str(), board.dataPort());
         return std::nullopt;
@@ -116,7 +157,7 @@ class Session {
         if (!options_.command.empty())
             command_ = sim::launch({options_.command, {}, "", -1, -1, -1, false});
         for (;;) {
-            const Wake wake = wait(200);
+            const Wake wake = wait(options_.screen ? 50 : 200);
             if (wake == Wake::kSignal) return interruptedStatus();
             if (wake == Wake::kCommandEnded) {
                 // What it sent may still be on its way to the computer.
@@ -128,8 +169,15 @@ class Session {
     }
 
     Wake wait(int milliseconds) {
-        pollfd readable[] = {{signals_, POLLIN, 0}, {options_.control, POLLIN, 0}};
-        if (poll(readable, 2, milliseconds) <= 0) return Wake::kTick;
+        pollfd readable[] = {{signals_, POLLIN, 0},
+                             {options_.control, POLLIN, 0},
+                             {screen_ ? STDIN_FILENO : -1, POLLIN, 0}};
+        if (screen_) screen_->show();
+        if (poll(readable, 3, milliseconds) <= 0) return Wake::kTick;
+        if (readable[2].revents != 0 && !readTerminal()) {
+            signal_ = SIGINT;
+            return Wake::kSignal;
+        }
         if (readable[1].revents != 0)
             sim::serveControl(options_.control, [this](const std::string &request) {
                 return sim::controlBoard(*board_, request);
@@ -137,6 +185,10 @@ class Session {
         if (readable[0].revents == 0) return Wake::kTick;
         signalfd_siginfo info{};
         if (read(signals_, &info, sizeof info) != sizeof info) return Wake::kTick;
+        if (info.ssi_signo == SIGWINCH) {
+            if (terminal_ != nullptr) terminal_->resize();
+            return Wake::kTick;
+        }
         if (info.ssi_signo != SIGCHLD) {
             signal_ = static_cast<int>(info.ssi_signo);
             return Wake::kSignal;
@@ -146,6 +198,13 @@ class Session {
         command_ = 0;
         commandStatus_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
         return Wake::kCommandEnded;
+    }
+
+    // False when the person wants to leave, or the terminal went.
+    bool readTerminal() {
+        bool closed = false;
+        const std::string bytes = terminal_->read(closed);
+        return !closed && screen_->typed(bytes);
     }
 
     int interruptedStatus() const {
@@ -170,6 +229,9 @@ class Session {
 
     const Options &options_;
     sim::Board *board_ = nullptr;
+    std::mutex mutex_;  ///< of screen_, which the log's thread uses
+    std::unique_ptr<sim::BoardScreen> screen_;
+    console::Terminal *terminal_ = nullptr;
     int signals_ = -1;
     int signal_ = 0;
     pid_t command_ = 0;
@@ -232,6 +294,11 @@ void describe(CLI::App &app, Options &options) {
     app.add_flag("--chatter", board.chatter, "Let a CH9350 send its status every second");
     app.add_option("--keep", options.keepDir, "Folder for settings and log that stays")
         ->type_name("DIR");
+    app.add_option("--trace", options.traceFile,
+                   "Write all datagrams and serial frames to a pcapng file")
+        ->type_name("FILE");
+    app.add_flag("--lines", options.lines,
+                 "Lines, where a terminal without COMMAND shows the board live");
     app.add_flag("--log", options.log, "Print the daemon's log beside the rest");
     app.add_flag("!--no-power-cycle", board.powerCycle,
                  "Leave the board as it is when the daemon asks for \"reboot\"");
@@ -272,6 +339,10 @@ void complete(CLI::App &app, Options &options) {
     }
     options.board.daemon = find({"quillon", "../sbin/quillon"});
     options.board.preload = find({"libquillon_uart.so", "../lib/quillon/libquillon_uart.so"});
+    if (!options.traceFile.empty()) options.trace = sim::openTrace(options.traceFile);
+    options.screen = options.command.empty() && !options.lines && !options.log &&
+                     options.board.mcuBoards == 0 && isatty(STDIN_FILENO) != 0 &&
+                     isatty(STDOUT_FILENO) != 0;
     if (options.log)
         options.board.onLogLine = [](const std::string &line) {
             printf("log       %s\n", line.c_str());
@@ -319,7 +390,7 @@ int main(int argc, char **argv) {
         fprintf(stderr, "quillon-board: %s\n", error.what());
         return 1;
     }
-    return sim::runOnPrivateHost([&] {
+    const int status = sim::runOnPrivateHost([&] {
         try {
             return Session(options).run();
         } catch (const std::runtime_error &error) {
@@ -327,4 +398,7 @@ int main(int argc, char **argv) {
             return 1;
         }
     });
+    // Killed, it could not give the terminal back.
+    if (options.screen && status > 128) console::Terminal::restoreForeign();
+    return status;
 }

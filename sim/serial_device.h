@@ -21,6 +21,14 @@ class SerialLine {
     virtual Clock::duration jitter() const = 0;
 };
 
+/// Bytes that passed on a line.
+struct Traffic {
+    Clock::time_point at;
+    int port;
+    bool toDevice;
+    Bytes bytes;
+};
+
 /// All calls come from one thread.
 class SerialDevice {
   public:

@@ -57,7 +57,8 @@ void makeRaw(int fd) {
 
 }  // namespace
 
-SerialPort::SerialPort(const char *path, bool paced) : paced_(paced) {
+SerialPort::SerialPort(const char *path, bool paced, Tap tap)
+    : paced_(paced), tap_(std::move(tap)) {
     master_ =
         open((std::string(kPtyDir) + "/ptmx").c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     require(master_ >= 0, "open a pseudo-terminal");
@@ -133,11 +134,13 @@ void SerialPort::takeFromHost(Clock::time_point now) {
 void SerialPort::handToDevice(const Chunk &chunk) {
     SerialDevice *device = device_;
     if (device == nullptr || device->baud() != chunk.baud) return;
+    tap_(true, chunk.bytes);
     device->receive(*this, chunk.bytes.data(), chunk.bytes.size(), chunk.at);
 }
 
 void SerialPort::handToHost(const Chunk &chunk) {
     if (!open_ || hostBaud() != chunk.baud) return;
+    tap_(false, chunk.bytes);
     // What does not fit is lost, as a UART loses it that nobody reads.
     [[maybe_unused]] const ssize_t n = write(master_, chunk.bytes.data(), chunk.bytes.size());
 }

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <deque>
+#include <functional>
 
 #include "serial_device.h"
 
@@ -11,8 +12,11 @@ namespace sim {
 
 class SerialPort : public SerialLine {
   public:
-    /// Makes the pseudo-terminal and shows it at path on the private host.
-    SerialPort(const char *path, bool paced);
+    using Tap = std::function<void(bool toDevice, const Bytes &)>;
+
+    /// Makes the pseudo-terminal and shows it at path on the private host. The tap hears what
+    /// passes, from the caller of run.
+    SerialPort(const char *path, bool paced, Tap tap);
     ~SerialPort() override;
     SerialPort(const SerialPort &) = delete;
     SerialPort &operator=(const SerialPort &) = delete;
@@ -48,6 +52,7 @@ class SerialPort : public SerialLine {
 
     int master_ = -1, keeper_ = -1;
     const bool paced_;
+    const Tap tap_;
     bool open_ = true;  // until the host says otherwise: not every host has the preload library
     std::atomic<SerialDevice *> device_{nullptr};
     std::deque<Chunk> toDevice_, toHost_;

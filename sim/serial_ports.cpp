@@ -38,7 +38,11 @@ int listenForUartEvents() {
 SerialPorts::SerialPorts(bool paced) {
     for (std::size_t i = 0; i < kCount; ++i) {
         const std::string path = "/dev/ttyAMA" + std::to_string(i);
-        ports_[i] = std::make_unique<SerialPort>(path.c_str(), paced);
+        const auto tap = [this, i](bool toDevice, const Bytes &bytes) {
+            const std::lock_guard<std::mutex> lock(mutex_);
+            if (callback_) callback_({Clock::now(), static_cast<int>(i), toDevice, bytes});
+        };
+        ports_[i] = std::make_unique<SerialPort>(path.c_str(), paced, tap);
     }
     events_ = listenForUartEvents();
     wake_ = eventfd(0, EFD_CLOEXEC);
@@ -56,6 +60,11 @@ SerialPorts::~SerialPorts() {
 
 void SerialPorts::attach(int port, SerialDevice &device) {
     ports_.at(static_cast<std::size_t>(port))->attach(device);
+}
+
+void SerialPorts::onTraffic(std::function<void(const Traffic &)> callback) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    callback_ = std::move(callback);
 }
 
 int SerialPorts::hostBaud(int port) const {

@@ -6,7 +6,7 @@
 #pragma once
 
 #include <array>
-#include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -32,6 +32,9 @@ class SerialPorts {
     /// Wires a device to a port; the caller keeps it, and keeps it longer than this object.
     void attach(int port, SerialDevice &device);
 
+    /// Calls back with everything that passes, from the ports' thread; null: no more.
+    void onTraffic(std::function<void(const Traffic &)> callback);
+
     /// Speed that the host has set, bits per second.
     int hostBaud(int port) const;
 
@@ -40,6 +43,8 @@ class SerialPorts {
     void serveUartEvents(int client);
 
     std::array<std::unique_ptr<SerialPort>, kCount> ports_;
+    std::mutex mutex_;
+    std::function<void(const Traffic &)> callback_;
     int events_ = -1;  // listening socket of the preload library
     int wake_ = -1;
     std::vector<int> clients_;

@@ -3,8 +3,8 @@
 --
 --     tshark -X lua_script:quillon.lua -r capture.pcapng -Y 'quillon.kind == "keyboard"'
 --
--- Serial captures are of link type USER0 (147), a frame to a packet; the direction in the packet
--- flags, if there are any, tells what came from the chip.
+-- Wireshark takes it from the folder of personal Lua plugins. Serial captures are of link type
+-- USER0 (147), a frame to a packet; the direction in the packet flags, if any, is the endpoint's.
 
 local quillon = Proto("quillon", "Quillon Console Protocol")
 local hidchip = Proto("hidchip", "HID Chip Serial Frame")
@@ -32,10 +32,7 @@ for first, names in pairs({
     [0x68] = "f13 f14 f15 f16 f17 f18 f19 f20 f21 f22 f23 f24",
 }) do
     local usage = first
-    for name in names:gmatch("%S+") do
-        keyNames[usage] = name
-        usage = usage + 1
-    end
+    for name in names:gmatch("%S+") do keyNames[usage], usage = name, usage + 1 end
 end
 
 -- Of the bits that are set. By division: Lua 5.2 and 5.4 have no bit operators in common.
@@ -273,6 +270,8 @@ local function addFrame(tvb, tree)
     return words, values.command >= kAnswer
 end
 
+local kLargestData = 64  -- of a CH9329
+
 -- Chip and size of the frame that begins at an offset, nil if none does. A CH9329's third byte is
 -- its address, in this system always 00. Its relative reports are sent with two zeroes too many.
 local function frameAt(bytes, offset)
@@ -280,7 +279,7 @@ local function frameAt(bytes, offset)
     if head1 ~= 0x57 or head2 ~= 0xAB then return nil end
     local raw = rawFrames[third]
     if raw then return "CH9350", raw[1] end
-    if third ~= 0 then return nil end
+    if third ~= 0 or (length or 0) > kLargestData then return nil end
     local size = 6 + (length or 0)
     local filled = code == 0x05 and bytes:sub(offset + size + 1, offset + size + 2) == "\0\0"
     return "CH9329", filled and size + 2 or size
@@ -288,6 +287,10 @@ end
 
 local function addOutside(tvb, tree)
     local bytes = tvb:raw()
+    if bytes == "\0\0" then
+        tree:add(chip.fields.filler, tvb())
+        return "filler behind a relative report"
+    end
     if bytes:find("^[%g%s]+$") then  -- a microcontroller's commands and answers
         tree:add(chip.fields.text, tvb())
         return "text: " .. printable(bytes:match("^(.-)%s*$"))

@@ -1,0 +1,43 @@
+// Everything that a board hears and says, as a pcapng file: its datagrams, and what passes on its
+// serial lines.
+#pragma once
+
+#include <cstdio>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "frames.h"
+#include "serial_ports.h"
+
+namespace sim {
+
+/// Opens a file to write, or throws std::runtime_error. Before the private host has other paths.
+FILE *openTrace(const std::string &path);
+
+/// Interface 0 is the network (Ethernet), 1 to 4 are /dev/ttyAMA0 to 3: link type USER0, a frame of
+/// the chip, or the bytes between two, in each packet; outbound is what the board sends.
+class Trace {
+  public:
+    /// On the private host; throws std::runtime_error when the system refuses.
+    explicit Trace(FILE *file);
+    ~Trace();
+    Trace(const Trace &) = delete;
+    Trace &operator=(const Trace &) = delete;
+
+    /// What passed on a serial line; from one thread.
+    void take(const Traffic &traffic);
+
+  private:
+    void capture();
+    void write(unsigned interface, std::uint32_t direction, const std::uint8_t *bytes,
+               std::size_t size);
+
+    FILE *file_;
+    int socket_ = -1, wake_ = -1;
+    std::mutex mutex_;
+    FrameSplitter splitters_[SerialPorts::kCount][2];
+    std::thread thread_;
+};
+
+}  // namespace sim
