@@ -522,16 +522,14 @@ void catchSignals() {
     signal(SIGTSTP, SIG_IGN);  // stopped, it could neither answer nor let keys go
 }
 
-// What is left to do when control itself was killed: the keys come up, the terminal comes back.
-void cleanUpBehind(const ControlledEndpoint::Setup &setup) {
-    Terminal::restoreForeign();
-    ControlledEndpoint(setup).finish();
-}
-
 }  // namespace
 
 void control(const ControlOptions &options, const volatile std::sig_atomic_t &stop) {
-    const Guardian guardian([&] { cleanUpBehind(options.endpoint); });
+    // What is left to do when control itself was killed: the terminal comes back, the keys come up.
+    const Guardian guardian([&options, restore = Terminal::restorer()] {
+        restore();
+        ControlledEndpoint(options.endpoint).finish();
+    });
     Control running(options);
     catchSignals();
     running.run(stop);

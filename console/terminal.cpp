@@ -3,6 +3,7 @@
 #include <curses.h>
 #include <sys/ioctl.h>
 #include <term.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -75,13 +76,19 @@ void Terminal::resize() {
         resizeterm(size.ws_row, size.ws_col);
 }
 
-void Terminal::restoreForeign() {
-    writeAll(kLeave);
-    int error = 0;
-    if (setupterm(nullptr, STDOUT_FILENO, &error) != OK) return;
-    for (const char *capability : {exit_attribute_mode, cursor_normal, exit_ca_mode})
-        if (capability != nullptr) putp(capability);
-    fflush(stdout);
+std::function<void()> Terminal::restorer() {
+    termios modes{};
+    const bool terminal = tcgetattr(STDIN_FILENO, &modes) == 0;
+    return [=] {
+        if (!terminal) return;
+        writeAll(kLeave);
+        int error = 0;
+        if (setupterm(nullptr, STDOUT_FILENO, &error) == OK)
+            for (const char *capability : {exit_attribute_mode, cursor_normal, exit_ca_mode})
+                if (capability != nullptr) putp(capability);
+        fflush(stdout);
+        tcsetattr(STDIN_FILENO, TCSADRAIN, &modes);
+    };
 }
 
 }  // namespace console

@@ -2,6 +2,7 @@
 // does not know.
 #pragma once
 
+#include <functional>
 #include <string>
 
 namespace console {
@@ -24,8 +25,8 @@ class Terminal {
     /// The window has another size now; takes it over.
     void resize();
 
-    /// For a process that outlived the one with the terminal: undoes all but what the shell does.
-    static void restoreForeign();
+    /// For a process that outlives one with a Terminal: gives the terminal back as it is now.
+    static std::function<void()> restorer();
 
   private:
     const Reports reports_;

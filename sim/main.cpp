@@ -390,6 +390,7 @@ int main(int argc, char **argv) {
         fprintf(stderr, "quillon-board: %s\n", error.what());
         return 1;
     }
+    const auto restoreTerminal = console::Terminal::restorer();
     const int status = sim::runOnPrivateHost([&] {
         try {
             return Session(options).run();
@@ -399,6 +400,6 @@ int main(int argc, char **argv) {
         }
     });
     // Killed, it could not give the terminal back.
-    if (options.screen && status > 128) console::Terminal::restoreForeign();
+    if (options.screen && status > 128) restoreTerminal();
     return status;
 }
