@@ -359,6 +359,7 @@ class Control {
                 return;
             case 'u':
                 news_ = "asking the chip for the computer";
+                usbAsked_ = true;
                 return endpoint_.testUsb(now);
             case ']':
                 return tap(options_.escape);
@@ -454,6 +455,10 @@ class Control {
 
     void show(Clock::time_point now) {
         const EndpointStatus &status = endpoint_.status();
+        if (usbAsked_ && status.usb) {
+            usbAsked_ = false;
+            news_ = *status.usb ? "a computer is on the USB cable" : "no computer on the USB cable";
+        }
         const std::string who = whoWords(status, name_);
         const std::string devices = deviceWords(status, endpoint_.input());
         if (who != view_.who || devices != view_.devices || now - drawn_ >= kTick) dirty_ = true;
@@ -502,7 +507,7 @@ class Control {
     TerminalInput input_;
 
     bool leaving_ = false, readable_ = false, dirty_ = true, keyReports_ = false;
-    bool menuOpen_ = false;
+    bool menuOpen_ = false, usbAsked_ = false;
     enum Prompt { kNoPrompt, kKeysPrompt, kTextPrompt } prompt_ = kNoPrompt;
     std::string line_;  ///< what was typed at the prompt
     Clock::time_point lastInput_{}, drawn_{};

@@ -37,15 +37,15 @@ std::string whoWords(const EndpointStatus &status, const std::string &ownName) {
             outputs += " " + printable(output);
         words += " | outputs" + (outputs.empty() ? " none" : outputs);
     }
-    char answers[48] = " | does not answer";
-    if (status.reachable)
-        snprintf(answers, sizeof answers, " | answers in %.1f ms",
-                 static_cast<double>(status.roundTrip.count()) / 1000);
-    return words + answers;
+    return words;
 }
 
 std::string deviceWords(const EndpointStatus &status, const HealedInput &input) {
-    std::string words = "mouse: ";
+    char answers[32] = "does not answer";
+    if (status.reachable)
+        snprintf(answers, sizeof answers, "answers in %.1f ms",
+                 static_cast<double>(status.roundTrip.count()) / 1000);
+    std::string words = std::string(answers) + " | mouse: ";
     if (!status.link)
         words += "not known";
     else if (status.link->relative)
@@ -53,11 +53,8 @@ std::string deviceWords(const EndpointStatus &status, const HealedInput &input) 
     else
         words += "positions on " + std::to_string(status.link->width) + "x" +
                  std::to_string(status.link->height);
-    words += " | locks: ";
-    words += status.locks
-                 ? "caps " + onOff(status.locks->caps) + ", num " + onOff(status.locks->num)
-                 : "not known";
-    if (status.usb) words += std::string(" | usb: ") + (*status.usb ? "computer" : "no computer");
+    if (status.locks)
+        words += " | caps " + onOff(status.locks->caps) + ", num " + onOff(status.locks->num);
     if (!(input.keyboard() == Stroke{})) words += " | down: " + strokeWords(input.keyboard());
     return words;
 }

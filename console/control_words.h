@@ -7,9 +7,9 @@
 
 namespace console {
 
-/// "held by ann, level 5 | outputs 192.168.1.20 | answers in 0.4 ms".
+/// "held by 192.168.1.20-ann (you), level 5 | outputs 192.168.1.20".
 std::string whoWords(const EndpointStatus &status, const std::string &ownName);
-/// "mouse: positions on 1920x1080 | caps off, num on | down: ctrl+a".
+/// "answers in 0.4 ms | mouse: positions on 1920x1080 | caps off, num on | down: ctrl+a".
 std::string deviceWords(const EndpointStatus &status, const HealedInput &input);
 /// Why an endpoint takes nothing from an address; empty when it does, as far as is known.
 std::string whyNotTaken(const EndpointStatus &status, const std::string &address);

@@ -95,6 +95,7 @@ Clock::duration SerialPort::jitter() const {
 
 void SerialPort::run(Clock::time_point now) {
     takeFromHost(now);
+    deviceTime_ = now;
     if (SerialDevice *device = device_) device->run(*this, now);
     while (!toDevice_.empty() && toDevice_.front().at <= now) {
         handToDevice(toDevice_.front());
@@ -135,6 +136,7 @@ void SerialPort::handToDevice(const Chunk &chunk) {
     SerialDevice *device = device_;
     if (device == nullptr || device->baud() != chunk.baud) return;
     tap_(true, chunk.bytes);
+    deviceTime_ = chunk.at;
     device->receive(*this, chunk.bytes.data(), chunk.bytes.size(), chunk.at);
 }
 
@@ -146,7 +148,8 @@ void SerialPort::handToHost(const Chunk &chunk) {
 }
 
 void SerialPort::send(const Bytes &bytes, int baud, Clock::duration delay) {
-    answerFree_ = std::max(answerFree_, Clock::now()) + delay;
+    // It answers when the last bit has passed, not when this thread came to know of it.
+    answerFree_ = std::max(answerFree_, paced_ ? deviceTime_ : Clock::now()) + delay;
     if (!paced_) {
         toHost_.push_back({answerFree_, bytes, baud});
         return;

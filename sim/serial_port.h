@@ -57,6 +57,7 @@ class SerialPort : public SerialLine {
     std::atomic<SerialDevice *> device_{nullptr};
     std::deque<Chunk> toDevice_, toHost_;
     Clock::time_point wireFree_{}, answerFree_{};
+    Clock::time_point deviceTime_{};  ///< of what the device hears or does just now
 };
 
 }  // namespace sim
