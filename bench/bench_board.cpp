@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
@@ -29,10 +30,11 @@ BenchBoard::BenchBoard(const std::string &program, bool paced, unsigned consoles
     board_->start();
     if (!board_->waitUntilListening(std::chrono::seconds(20)))
         throw std::runtime_error(program + " does not listen");
-    board_->chip().onFrame([this](const sim::Bytes &frame, Clock::time_point at) {
+    board_->chip().onFrame([this, keepsGaps = paced](const sim::Bytes &frame, Clock::time_point at) {
         if (frame[3] != 0x02 && frame[3] != 0x04) return;
         const std::lock_guard<std::mutex> lock(mutex_);
         ++frames_;
+        if (keepsGaps) gaps_.push_back(at - last_);
         last_ = at;
         changed_.notify_all();
     });
@@ -55,6 +57,15 @@ unsigned BenchBoard::frames() const {
 Clock::time_point BenchBoard::lastFrame() const {
     const std::lock_guard<std::mutex> lock(mutex_);
     return last_;
+}
+
+Clock::duration BenchBoard::medianGap() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    auto gaps = gaps_;
+    if (gaps.empty()) return {};
+    const auto middle = gaps.begin() + static_cast<long>(gaps.size() / 2);
+    std::nth_element(gaps.begin(), middle, gaps.end());
+    return *middle;
 }
 
 bool BenchBoard::waitForFrames(unsigned count, std::chrono::milliseconds timeout) const {

@@ -36,6 +36,9 @@ class BenchBoard {
     /// Keyboard and mouse frames that the chip has had, and when the last one was whole.
     unsigned frames() const;
     Clock::time_point lastFrame() const;
+    /// Median time from a frame to the next since the start, which a machine that is taken away
+    /// for a while does not change.
+    Clock::duration medianGap() const;
     /// Waits for the count-th frame; false when it did not come in time.
     bool waitForFrames(unsigned count, std::chrono::milliseconds timeout) const;
     /// Waits until no frame has come for as long as quiet.
@@ -52,6 +55,7 @@ class BenchBoard {
     mutable std::condition_variable changed_;
     unsigned frames_ = 0;
     Clock::time_point last_{};
+    std::vector<Clock::duration> gaps_;
 };
 
 }  // namespace bench

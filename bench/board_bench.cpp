@@ -62,9 +62,9 @@ void latency(State &state, const char *program, Record kind) {
 
 // A fifth more than the wire takes, for 5 s: what comes through, what is lost, and how old the
 // newest record is when it reaches the chip.
-void saturation(State &state, Record kind, double limit) {
+void saturation(State &state, const char *program, Record kind, double limit) {
     for (auto _ : state) {
-        BenchBoard board(kQuillon, true);
+        BenchBoard board(program, true);
         const auto console = board.console();
         const auto pause = std::chrono::duration_cast<Clock::duration>(
             std::chrono::duration<double>(1 / (1.2 * limit)));
@@ -80,6 +80,7 @@ void saturation(State &state, Record kind, double limit) {
         board.waitUntilQuiet(500ms);
         state.counters["per_s"] = during / std::chrono::duration<double>(end - begin).count();
         state.counters["limit"] = limit;
+        state.counters["median_us"] = microseconds(board.medianGap());
         state.counters["lost"] = sent - board.frames();
         state.counters["newest_ms"] = microseconds(board.lastFrame() - end) / 1000;
         state.SetIterationTime(1 / state.counters["per_s"]);
@@ -203,18 +204,27 @@ benchmark::internal::Benchmark *add(const std::string &name, F function) {
 }
 
 void addAll() {
-    const std::pair<const char *, Record> kinds[] = {{"keyboard", Record::kKeyboard},
-                                                     {"position", Record::kPosition}};
-    for (const auto &[name, kind] : kinds) {
-        const Record record = kind;
-        add(std::string("latency/quillon/") + name,
-            [record](State &state) { latency(state, kQuillon, record); });
-        add(std::string("latency/bare_loop/") + name,
-            [record](State &state) { latency(state, kBareLoop, record); });
-    }
-    // 14 and 7 bytes, 13 and 7 bytes, of 10 bits at 115200 bits per second.
-    add("saturation/keyboard", [](State &s) { saturation(s, Record::kKeyboard, 11520.0 / 21); });
-    add("saturation/position", [](State &s) { saturation(s, Record::kPosition, 11520.0 / 20); });
+    // The wire's limits: 14 and 7 bytes, 13 and 7 bytes, of 10 bits at 115200 bits per second.
+    struct Kind {
+        const char *name;
+        Record record;
+        double limit;
+    };
+    constexpr Kind kKinds[] = {{"keyboard", Record::kKeyboard, 11520.0 / 21},
+                               {"position", Record::kPosition, 11520.0 / 20}};
+    constexpr std::pair<const char *, const char *> kPrograms[] = {{"quillon/", kQuillon},
+                                                                   {"bare_loop/", kBareLoop}};
+    for (const Kind &kind : kKinds)
+        for (const auto &[name, path] : kPrograms)
+            add(std::string("latency/") + name + kind.name, [kind, program = path](State &state) {
+                latency(state, program, kind.record);
+            });
+    for (const Kind &kind : kKinds)
+        for (const auto &[name, path] : kPrograms)
+            add(std::string("saturation/") + name + kind.name,
+                [kind, program = path](State &state) {
+                    saturation(state, program, kind.record, kind.limit);
+                });
     add("cost/keyboard", cost);
     for (const int consoles : {1, 10, 100})
         for (const int burst : {1, 10, 100, 1000}) add("growth", growth)->Args({consoles, burst});
