@@ -30,14 +30,15 @@ BenchBoard::BenchBoard(const std::string &program, bool paced, unsigned consoles
     board_->start();
     if (!board_->waitUntilListening(std::chrono::seconds(20)))
         throw std::runtime_error(program + " does not listen");
-    board_->chip().onFrame([this, keepsGaps = paced](const sim::Bytes &frame, Clock::time_point at) {
-        if (frame[3] != 0x02 && frame[3] != 0x04) return;
-        const std::lock_guard<std::mutex> lock(mutex_);
-        ++frames_;
-        if (keepsGaps) gaps_.push_back(at - last_);
-        last_ = at;
-        changed_.notify_all();
-    });
+    board_->chip().onFrame(
+        [this, keepsGaps = paced](const sim::Bytes &frame, Clock::time_point at) {
+            if (frame[3] != 0x02 && frame[3] != 0x04) return;
+            const std::lock_guard<std::mutex> lock(mutex_);
+            ++frames_;
+            if (keepsGaps) gaps_.push_back(at - last_);
+            last_ = at;
+            changed_.notify_all();
+        });
 }
 
 BenchBoard::~BenchBoard() {

@@ -216,9 +216,8 @@ void addAll() {
                                                                    {"bare_loop/", kBareLoop}};
     for (const Kind &kind : kKinds)
         for (const auto &[name, path] : kPrograms)
-            add(std::string("latency/") + name + kind.name, [kind, program = path](State &state) {
-                latency(state, program, kind.record);
-            });
+            add(std::string("latency/") + name + kind.name,
+                [kind, program = path](State &state) { latency(state, program, kind.record); });
     for (const Kind &kind : kKinds)
         for (const auto &[name, path] : kPrograms)
             add(std::string("saturation/") + name + kind.name,

@@ -118,16 +118,14 @@ Result judge(const std::vector<State> &said, const std::vector<State> &seen) {
     std::size_t next = 0;  // of seen
     Stroke computer;
     for (std::size_t i = 0; i < said.size(); ++i, ++result.changes) {
-        for (; next < seen.size() && seen[next].at < said[i].at; ++next)
-            computer = seen[next].down;
+        for (; next < seen.size() && seen[next].at < said[i].at; ++next) computer = seen[next].down;
         // The release of a key that never came down needs no record to be right.
         if (!when[i] && !(computer == said[i].down)) {
             ++result.never;
             continue;
         }
         const auto seenAt = when[i].value_or(said[i].at);
-        const double late =
-            std::chrono::duration<double, std::milli>(seenAt - said[i].at).count();
+        const double late = std::chrono::duration<double, std::milli>(seenAt - said[i].at).count();
         result.within300 += late <= 300;
         result.within2000 += late <= 2000;
         result.worst = std::max(result.worst, late);

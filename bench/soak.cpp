@@ -52,9 +52,10 @@ class Soak {
             if (i < kFirst || i + kLast >= log.size())
                 fprintf(stderr, "log       %s\n", log[i].c_str());
         const auto counters = board_->chip().counters();
-        fprintf(stderr, "chip      %d baud, line %d, %u frames, %u wrong sums, %u refused, %u skipped\n",
-                board_->chip().baud(), board_->lineBaud(), counters.frames, counters.wrongSums, counters.refused,
-                counters.skipped);
+        fprintf(stderr,
+                "chip      %d baud, line %d, %u frames, %u wrong sums, %u refused, %u skipped\n",
+                board_->chip().baud(), board_->lineBaud(), counters.frames, counters.wrongSums,
+                counters.refused, counters.skipped);
         fprintf(stderr, "console   %s, linked %d\n", output_.c_str(), linked_);
     }
 
@@ -124,13 +125,12 @@ class Soak {
             std::this_thread::sleep_for(1ms);
         }
         // The last key up, too: a release that comes after a take-over is dropped.
-        require(board_->computer().waitFor(
-                    [&](const auto &state) {
-                        return state.text == typed + word && state.keys[0] == 0;
-                    },
-                    15s),
-                "typed \"" + word + "\", the computer has \"" +
-                    board_->computer().state().text.substr(typed.size()) + "\"");
+        require(
+            board_->computer().waitFor(
+                [&](const auto &state) { return state.text == typed + word && state.keys[0] == 0; },
+                15s),
+            "typed \"" + word + "\", the computer has \"" +
+                board_->computer().state().text.substr(typed.size()) + "\"");
         keys_ += word.size();
     }
 

@@ -17,8 +17,8 @@ constexpr std::chrono::milliseconds kAtOnce(0);
 ConsolePorts::ConsolePorts(const std::string &address, Owner owner)
     : address_(address), group_(kAllConsoles, kLinkPort, address) {
     try {
-        link_ = std::make_unique<DatagramSocket>(address, kLinkPort, address,
-                                                 DatagramSocket::kAlone);
+        link_ =
+            std::make_unique<DatagramSocket>(address, kLinkPort, address, DatagramSocket::kAlone);
     } catch (const std::system_error &error) {
         if (owner == kSelf || error.code().value() != EADDRINUSE) throw;
         listener_ = std::make_unique<WatchListener>(address);
@@ -47,7 +47,8 @@ void ConsolePorts::serve(const std::function<void(const DatagramSocket::Received
         take(*datagram);
     }
     while (const auto ping = heartbeats_->receive(kAtOnce)) try {
-            if (ping->text == "heart") heartbeats_->send(ping->sender, ping->senderPort, "ackheart");
+            if (ping->text == "heart")
+                heartbeats_->send(ping->sender, ping->senderPort, "ackheart");
         } catch (const std::system_error &) {
             // The network is down for a while: as good as no answer.
         }

@@ -37,9 +37,9 @@ struct Combination {
 
 // What a terminal, or the desktop around it, keeps to itself.
 constexpr Combination kCombinations[] = {
-    {'x', "ctrl+alt+delete"}, {'t', "alt+tab"}, {'f', "alt+f4"},   {'e', "ctrl+shift+escape"},
-    {'w', "gui"},             {'s', "printscreen"}, {'1', "capslock"}, {'2', "numlock"},
-    {'3', "scrolllock"}};
+    {'x', "ctrl+alt+delete"},   {'t', "alt+tab"}, {'f', "alt+f4"},
+    {'e', "ctrl+shift+escape"}, {'w', "gui"},     {'s', "printscreen"},
+    {'1', "capslock"},          {'2', "numlock"}, {'3', "scrolllock"}};
 
 class Control {
   public:
@@ -166,8 +166,8 @@ class Control {
         Stroke state = endpoint_.input().keyboard();
         if (event.stroke.usage >= kUsageLeftCtrl) {
             const auto bit = static_cast<std::uint8_t>(1 << (event.stroke.usage - kUsageLeftCtrl));
-            state.modifiers = static_cast<std::uint8_t>(press ? state.modifiers | bit
-                                                              : state.modifiers & ~bit);
+            state.modifiers =
+                static_cast<std::uint8_t>(press ? state.modifiers | bit : state.modifiers & ~bit);
         } else if (press) {
             state.modifiers = reconciled(state.modifiers, event.stroke.modifiers);
             if (state.modifiers != endpoint_.input().keyboard().modifiers)
@@ -244,8 +244,8 @@ class Control {
     void moveTo(const TerminalEvent &event, const PictureArea &area) {
         const auto pixel = [](int cell, int cells, int pixels) {
             const double part = (cell + 0.5) / cells;
-            return static_cast<std::uint16_t>(std::clamp(
-                static_cast<int>(part * pixels), 0, std::max(0, pixels - 1)));
+            return static_cast<std::uint16_t>(
+                std::clamp(static_cast<int>(part * pixels), 0, std::max(0, pixels - 1)));
         };
         const Link &link = *endpoint_.status().link;
         const std::uint16_t x = pixel(event.column - area.column, area.columns, link.width);
@@ -286,10 +286,10 @@ class Control {
         constexpr int kTimesBefore = 2;  // more would make a long text crawl
         endpoint_.input().setKeyboard(paste_.front(), kTimesBefore);
         paste_.pop_front();
-        news_ = paste_.empty() ? "pasted"
-                               : "pasting, " +
-                                     std::to_string(100 - 100 * paste_.size() / pasteTotal_) +
-                                     " %; " + options_.escapeName + " stops it";
+        news_ = paste_.empty()
+                    ? "pasted"
+                    : "pasting, " + std::to_string(100 - 100 * paste_.size() / pasteTotal_) +
+                          " %; " + options_.escapeName + " stops it";
         dirty_ = true;
     }
 
@@ -317,15 +317,15 @@ class Control {
         if (question_)
             lines = {"y  give control to " + printable(question_->message.user),
                      "n  refuse it to " + printable(question_->message.user)};
-        lines.insert(lines.end(), {"a  apply for control", "d  disconnect, give control up",
-                                   std::string("m  mouse: send ") +
-                                       (relative ? "positions" : "movements")});
+        lines.insert(lines.end(),
+                     {"a  apply for control", "d  disconnect, give control up",
+                      std::string("m  mouse: send ") + (relative ? "positions" : "movements")});
         for (const Combination &combination : kCombinations)
             lines.push_back(std::string(1, combination.key) + "  " + combination.combo);
-        lines.insert(lines.end(), {"k  other keys, by name", "p  paste a text",
-                                   "u  is a computer on the USB cable?",
-                                   "]  " + options_.escapeName + " itself", "q  quit",
-                                   "   " + options_.escapeName + " closes this"});
+        lines.insert(lines.end(),
+                     {"k  other keys, by name", "p  paste a text",
+                      "u  is a computer on the USB cable?", "]  " + options_.escapeName + " itself",
+                      "q  quit", "   " + options_.escapeName + " closes this"});
         return lines;
     }
 
@@ -444,8 +444,8 @@ class Control {
         std::string why;
         if (ports_.answer(question_->from, consentAnswer(address_, question_->message, granted),
                           why))
-            news_ = (granted ? "gave control to " : "refused ") +
-                    printable(question_->message.user);
+            news_ =
+                (granted ? "gave control to " : "refused ") + printable(question_->message.user);
         else
             refused_ = why;
         question_.reset();
@@ -474,7 +474,7 @@ class Control {
         view_.who = who;
         view_.devices = devices;
         const bool linked = status.holder && status.holder->linked;
-        view_.standing = !linked                           ? ControlView::kPlain
+        view_.standing = !linked                        ? ControlView::kPlain
                          : status.holder->user == name_ ? ControlView::kMine
                                                         : ControlView::kForeign;
         showPointer(status);

@@ -12,8 +12,8 @@ struct ControlOptions {
     ControlledEndpoint::Setup endpoint;
     std::string user;  ///< for requests for control, see conventionalName
     int level = 0;
-    bool apply = false;               ///< ask for control at once
-    Stroke escape{kLeftCtrl, 0x30};   ///< opens the menu
+    bool apply = false;              ///< ask for control at once
+    Stroke escape{kLeftCtrl, 0x30};  ///< opens the menu
     std::string escapeName = "Ctrl-]";
 };
 

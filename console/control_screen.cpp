@@ -99,9 +99,8 @@ void draw(const ControlView &view) {
         bar(LINES - 1, "", 0);
         const std::size_t room =
             static_cast<std::size_t>(std::max(0, COLS - 2 - static_cast<int>(view.prompt.size())));
-        const std::string shown = view.input.size() <= room
-                                      ? view.input
-                                      : view.input.substr(view.input.size() - room);
+        const std::string shown =
+            view.input.size() <= room ? view.input : view.input.substr(view.input.size() - room);
         line(LINES - 1, view.prompt + " " + shown, A_REVERSE);
     }
     refresh();

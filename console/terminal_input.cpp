@@ -59,10 +59,9 @@ std::uint8_t usageOfKittyCode(int code) {
 // The modifiers of a sequence: 1 and the bits shift, alt, ctrl, super.
 std::uint8_t modifiersOf(int parameter) {
     const int bits = std::max(parameter, 1) - 1;
-    return static_cast<std::uint8_t>(((bits & 1) != 0 ? kLeftShift : 0) |
-                                     ((bits & 2) != 0 ? kLeftAlt : 0) |
-                                     ((bits & 4) != 0 ? kLeftCtrl : 0) |
-                                     ((bits & 8) != 0 ? kLeftGui : 0));
+    return static_cast<std::uint8_t>(
+        ((bits & 1) != 0 ? kLeftShift : 0) | ((bits & 2) != 0 ? kLeftAlt : 0) |
+        ((bits & 4) != 0 ? kLeftCtrl : 0) | ((bits & 8) != 0 ? kLeftGui : 0));
 }
 
 TerminalEvent keyEvent(TerminalEvent::Kind kind, std::uint8_t modifiers, std::uint8_t usage) {
@@ -201,9 +200,8 @@ std::size_t TerminalInput::readOne(std::vector<TerminalEvent> &events) {
     const std::size_t size = utf8Size(static_cast<unsigned char>(pending_[0]));
     if (pending_.size() < size) return 0;
     const auto stroke = size == 1 ? strokeOfByte(pending_[0]) : std::nullopt;
-    events.push_back(stroke
-                         ? keyEvent(TerminalEvent::kTap, stroke->modifiers, stroke->usage)
-                         : textEvent(TerminalEvent::kUnknown, pending_.substr(0, size)));
+    events.push_back(stroke ? keyEvent(TerminalEvent::kTap, stroke->modifiers, stroke->usage)
+                            : textEvent(TerminalEvent::kUnknown, pending_.substr(0, size)));
     return size;
 }
 

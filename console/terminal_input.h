@@ -1,5 +1,6 @@
 // What a terminal sends, as keys, mouse and pasted text. Reads the sequences of xterm and those
-// who follow it, SGR mouse reports, bracketed paste, focus reports, and the kitty keyboard protocol.
+// who follow it, SGR mouse reports, bracketed paste, focus reports, and the kitty keyboard
+// protocol.
 #pragma once
 
 #include <cstdint>

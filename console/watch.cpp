@@ -92,8 +92,8 @@ class Watch {
 
     void answer(const Question &question, bool granted) {
         std::string why;
-        if (ports_.answer(question.from,
-                          consentAnswer(options_.address, question.message, granted), why))
+        if (ports_.answer(question.from, consentAnswer(options_.address, question.message, granted),
+                          why))
             print(question.from, granted ? "granted" : "refused", {{"granted", granted}});
         else
             fprintf(stderr, "quillon-console: %s\n", why.c_str());

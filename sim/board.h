@@ -34,8 +34,8 @@ struct BoardOptions {
     std::string address = "192.168.1.10";
     std::vector<std::string> consoles{"192.168.1.20"};
     bool paced = false;
-    double loss = 0;    ///< part of the records and frames that is lost, 0 to 1
-    unsigned seed = 1;  ///< of what is lost
+    double loss = 0;         ///< part of the records and frames that is lost, 0 to 1
+    unsigned seed = 1;       ///< of what is lost
     bool powerCycle = true;  ///< give it one when the daemon asks for it with "reboot"
 
     std::string daemon;                       ///< program

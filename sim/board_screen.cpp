@@ -25,8 +25,7 @@ constexpr int kControlRow = kPictureRows + 3;
 constexpr char kHelp[] =
     "u cable  s chip silent  v no signal  r restart chip  p power  : more  q quit";
 
-void put(int row, int column, const std::string &text, attr_t attributes = A_NORMAL,
-         int pair = 0) {
+void put(int row, int column, const std::string &text, attr_t attributes = A_NORMAL, int pair = 0) {
     if (row < 0 || row >= LINES || column >= COLS) return;
     attr_set(attributes, static_cast<short>(pair), nullptr);
     mvaddnstr(row, column, text.c_str(), COLS - column);
@@ -62,12 +61,14 @@ std::string onOff(bool on) {
 
 // Lines of the log after which somebody else may have control.
 bool concernsControl(const std::string &line) {
-    constexpr const char *kSigns[] = {"osd rcv command-->connect", "osd rcv command-->apply",
-                                      "osd rcv command-->disconnect", "osd rcv command-->per",
-                                      "heartbeat", "heartBeat"};
-    return std::any_of(std::begin(kSigns), std::end(kSigns), [&](const char *sign) {
-        return line.find(sign) != std::string::npos;
-    });
+    constexpr const char *kSigns[] = {"osd rcv command-->connect",
+                                      "osd rcv command-->apply",
+                                      "osd rcv command-->disconnect",
+                                      "osd rcv command-->per",
+                                      "heartbeat",
+                                      "heartBeat"};
+    return std::any_of(std::begin(kSigns), std::end(kSigns),
+                       [&](const char *sign) { return line.find(sign) != std::string::npos; });
 }
 
 }  // namespace
@@ -223,18 +224,19 @@ void BoardScreen::drawComputer(const Computer::State &state) const {
         state.attached ? kGreen : kRed);
     put(2, kTextColumn, "usb power: " + onOff(board_.usbPower().value_or(true)));
     put(3, kTextColumn, "keys down: " + keysDown(state));
-    put(4, kTextColumn, "pointer:   " + std::to_string(state.x) + "," + std::to_string(state.y) +
-                            (state.buttons & 1 ? " left" : "") +
-                            (state.buttons & 2 ? " right" : "") +
-                            (state.buttons & 4 ? " middle" : "") + ", wheel " +
-                            std::to_string(state.wheel));
-    put(5, kTextColumn, "locks:     num " + onOff((state.leds & kNumLed) != 0) + ", caps " +
-                            onOff((state.leds & kCapsLed) != 0) + ", scroll " +
-                            onOff((state.leds & kScrollLed) != 0));
+    put(4, kTextColumn,
+        "pointer:   " + std::to_string(state.x) + "," + std::to_string(state.y) +
+            (state.buttons & 1 ? " left" : "") + (state.buttons & 2 ? " right" : "") +
+            (state.buttons & 4 ? " middle" : "") + ", wheel " + std::to_string(state.wheel));
+    put(5, kTextColumn,
+        "locks:     num " + onOff((state.leds & kNumLed) != 0) + ", caps " +
+            onOff((state.leds & kCapsLed) != 0) + ", scroll " +
+            onOff((state.leds & kScrollLed) != 0));
     put(6, kTextColumn, "typed:");
     // The end of the text, on the lines that are left.
     std::string text;
-    for (const char c : state.text) text += c == '\n' ? "\\n" : c == '\t' ? "\\t" : std::string(1, c);
+    for (const char c : state.text)
+        text += c == '\n' ? "\\n" : c == '\t' ? "\\t" : std::string(1, c);
     constexpr std::size_t kLines = 3;
     const auto width = static_cast<std::size_t>(std::max(8, COLS - kTextColumn - 1));
     const std::size_t used = (text.size() + width - 1) / width;

@@ -40,8 +40,8 @@ class Ch9329 : public HidChip {
     void splitAnswers(std::size_t bytes, Clock::duration pause);  ///< after so many bytes; 0: whole
     void spoilAnswers(bool on);                                   ///< wrong sums
     void forgetOnPowerLoss(bool on);  ///< as some boards were seen to do
-    /// Each of these happens by chance: a frame or an answer does not arrive, a sum is spoiled on its
-    /// way in.
+    /// Each of these happens by chance: a frame or an answer does not arrive, a sum is spoiled on
+    /// its way in.
     void lose(const Losses &losses);
     /// A packet ends at a gap, as the vendor has it; frames without one between them are one
     /// packet, of which the first is read. Else frames are told apart by their length.

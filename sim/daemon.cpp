@@ -25,9 +25,8 @@ Daemon::Daemon(Setup setup) : setup_(std::move(setup)) {
     // A sanitizer's runtime in the daemon accepts libraries before it.
     what.environment = setup_.environment;
     if (!setup_.preload.empty())
-        what.environment.insert(
-            what.environment.end(),
-            {"LD_PRELOAD=" + setup_.preload, "ASAN_OPTIONS=verify_asan_link_order=0"});
+        what.environment.insert(what.environment.end(), {"LD_PRELOAD=" + setup_.preload,
+                                                         "ASAN_OPTIONS=verify_asan_link_order=0"});
     what.directory = setup_.directory;
     what.input = setup_.input < 0 ? null : setup_.input;
     what.output = what.error = out[1];

@@ -24,9 +24,9 @@ struct Named {
     const char *name;
 };
 constexpr Named kCommands[] = {
-    {0x01, "information"}, {0x02, "keyboard"},         {0x03, "media keys"},
-    {0x04, "position"},    {0x05, "movement"},         {0x06, "custom HID data"},
-    {0x08, "parameters"},  {0x09, "write parameters"}, {0x0A, "USB string"},
+    {0x01, "information"},      {0x02, "keyboard"},         {0x03, "media keys"},
+    {0x04, "position"},         {0x05, "movement"},         {0x06, "custom HID data"},
+    {0x08, "parameters"},       {0x09, "write parameters"}, {0x0A, "USB string"},
     {0x0B, "write USB string"}, {0x0C, "factory settings"}, {0x0F, "reset"}};
 constexpr Named kStatuses[] = {{0xE1, "a byte came late"}, {0xE2, "bad head"},
                                {0xE3, "unknown command"},  {0xE4, "wrong sum"},

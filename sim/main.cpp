@@ -139,8 +139,7 @@ class Session {
         while (!board.listening()) {
             if (wait(5) == Wake::kSignal) return interruptedStatus();
             if (const auto status = board.daemonStatus()) return daemonEnded(board, *status);
-            if (hinted || options_.screen ||
-                sim::Clock::now() - begin < std::chrono::seconds(10))
+            if (hinted || options_.screen || sim::Clock::now() - begin < std::chrono::seconds(10))
                 continue;
             hinted = true;
             fprintf(stderr,

@@ -4,8 +4,8 @@
 namespace sim {
 
 constexpr char kPrivateDir[] = "/quillon-board";
-constexpr char kPtyDir[] = "/quillon-board/pts";            ///< its pseudo-terminals
-constexpr char kToolDir[] = "/quillon-board/bin";           ///< first in PATH; shadows `reboot`
+constexpr char kPtyDir[] = "/quillon-board/pts";   ///< its pseudo-terminals
+constexpr char kToolDir[] = "/quillon-board/bin";  ///< first in PATH; shadows `reboot`
 /// "PART SEED": what of the records never reaches the daemon, see uart_preload.cpp.
 constexpr char kLossVariable[] = "QUILLON_BOARD_LOSS";
 constexpr char kUartSocket[] = "/quillon-board/uart.sock";  ///< see uart_preload.cpp

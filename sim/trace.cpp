@@ -109,13 +109,11 @@ int openCapture() {
 
 FILE *openTrace(const std::string &path) {
     FILE *file = fopen(path.c_str(), "we");
-    if (file == nullptr)
-        throw std::runtime_error("cannot write " + path + ": " + strerror(errno));
+    if (file == nullptr) throw std::runtime_error("cannot write " + path + ": " + strerror(errno));
     return file;
 }
 
-Trace::Trace(FILE *file)
-    : file_(file), socket_(openCapture()), wake_(eventfd(0, EFD_CLOEXEC)) {
+Trace::Trace(FILE *file) : file_(file), socket_(openCapture()), wake_(eventfd(0, EFD_CLOEXEC)) {
     writeSection(file_);
     writeInterface(file_, kEthernet, "network");
     for (int i = 0; i < SerialPorts::kCount; ++i)

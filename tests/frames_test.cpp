@@ -15,15 +15,16 @@ TEST(Frames, AreCutOutOfTheBytesAndPutInWords) {
     const Bytes junk{0x57, 0x57, 0xAB, 0x77, 1};
     const Bytes text{'S', '9', '\r'};
     Bytes all;
-    for (const Bytes &part : {key, refused, junk, raw, text}) all.insert(all.end(), part.begin(), part.end());
+    for (const Bytes &part : {key, refused, junk, raw, text})
+        all.insert(all.end(), part.begin(), part.end());
     for (const std::size_t step : {std::size_t{1}, std::size_t{3}, all.size()}) {
         sim::FrameSplitter splitter;
         std::vector<std::string> words;
         Bytes together;
         for (std::size_t at = 0; at < all.size(); at += step)
-            for (const Bytes &frame : splitter.take(Bytes(
-                     all.begin() + static_cast<long>(at),
-                     all.begin() + static_cast<long>(std::min(all.size(), at + step))))) {
+            for (const Bytes &frame : splitter.take(
+                     Bytes(all.begin() + static_cast<long>(at),
+                           all.begin() + static_cast<long>(std::min(all.size(), at + step))))) {
                 if (words.empty() || words.back() != sim::inWords(frame))
                     words.push_back(sim::inWords(frame));
                 together.insert(together.end(), frame.begin(), frame.end());
@@ -36,7 +37,8 @@ TEST(Frames, AreCutOutOfTheBytesAndPutInWords) {
     }
     EXPECT_EQ(sim::inWords({0x57, 0xAB, 0, 0x81, 8, 0x38, 1, 2, 0, 0, 0, 0, 0, 0}),
               "computer attached, num off, caps on, scroll off");
-    EXPECT_EQ(sim::inWords({0x57, 0xAB, 0x02, 1, 0xFF, 2, 0xFE}), "pointer by -1,2, left down, wheel -2");
+    EXPECT_EQ(sim::inWords({0x57, 0xAB, 0x02, 1, 0xFF, 2, 0xFE}),
+              "pointer by -1,2, left down, wheel -2");
     EXPECT_EQ(sim::inHex(key, 3), "57 ab 00 ..");
 }
 

@@ -12,8 +12,8 @@ std::string inWords(const TerminalEvent &event) {
     std::string words = kKinds[event.kind];
     if (event.kind <= TerminalEvent::kRelease) {
         const std::string modifiers = console::modifierNames(event.stroke.modifiers);
-        words += " " + (modifiers.empty() ? "" : modifiers + "+") +
-                 console::keyName(event.stroke.usage);
+        words +=
+            " " + (modifiers.empty() ? "" : modifiers + "+") + console::keyName(event.stroke.usage);
     }
     if (event.kind == TerminalEvent::kMouse)
         words += " " + std::to_string(event.column) + "," + std::to_string(event.row) + " " +
@@ -65,7 +65,8 @@ TEST(TerminalInput, KittyTellsPressesAndReleasesByPlaceOnTheKeyboard) {
     EXPECT_EQ(read(input, "\x1b[233::50;2u"), "press shift+2");  // a key of a French keyboard
     EXPECT_EQ(read(input, "\x1b[57442;5u\x1b[57400u\x1b[57414u"),
               "press ctrl+key 0xe0, press key 0x59, press key 0x58");
-    EXPECT_EQ(read(input, "\x1b[A\x1b[1;1:3A\x1b[3;5:1~"), "press up, release up, press ctrl+delete");
+    EXPECT_EQ(read(input, "\x1b[A\x1b[1;1:3A\x1b[3;5:1~"),
+              "press up, release up, press ctrl+delete");
     EXPECT_EQ(read(input, "\x1b[27u\x1b[1114111u"), "press escape, unknown");
 }
 

@@ -13,7 +13,8 @@ namespace {
 using namespace std::chrono_literals;
 using test::kBoard, test::kConsole, test::kFast, test::kOther, test::Tmux;
 
-constexpr char kControl[] = "exec " PROGRAM_DIR "/quillon-console --to 192.168.1.10 "
+constexpr char kControl[] = "exec " PROGRAM_DIR
+                            "/quillon-console --to 192.168.1.10 "
                             "--from 192.168.1.20 control --name ann --level 5 ";
 
 class Terminal : public test::OnBoard {
@@ -101,8 +102,8 @@ TEST_F(Terminal, KeysAreHeldWhereTheTerminalTellsReleases) {
     const unsigned reports = board_->computer().state().reports;
     terminal_->send("\x1b[97;2:2u");
     // Said again while it is held, and typed once.
-    EXPECT_TRUE(board_->computer().waitFor(
-        [&](const auto &s) { return s.reports >= reports + 3; }, 5s));
+    EXPECT_TRUE(
+        board_->computer().waitFor([&](const auto &s) { return s.reports >= reports + 3; }, 5s));
     EXPECT_EQ(board_->computer().state().text, "A");
     EXPECT_EQ(board_->computer().state().modifiers, console::kLeftShift);
     terminal_->send("\x1b[97;2:3u\x1b[57441;1:3u");
@@ -157,13 +158,14 @@ TEST_F(Terminal, EveryWayOutRestoresItAndLetsKeysGo) {
     for (const int sig : {SIGINT, SIGTERM, SIGHUP, SIGKILL}) {
         // Killed, it leaves the terminal to a second process, for which the shell waits here.
         Tmux terminal("sh -c '" + std::string(kControl) + "'; left=$?; while pgrep -f '^" +
-                      PROGRAM_DIR + "/quillon-console' >/dev/null; do :; done; "
+                      PROGRAM_DIR +
+                      "/quillon-console' >/dev/null; do :; done; "
                       "stty -a | grep -q ' echo ' && echo left $left; cat");
         ASSERT_TRUE(terminal.shows("answers in")) << terminal.screen();
         terminal.send("\x1b[?15u\x1b[97;1:1u");
         EXPECT_TRUE(keyIs(0x04));
-        const test::Outcome killed = test::run(
-            "pkill -o -" + std::to_string(sig) + " -f '^" PROGRAM_DIR "/quillon-console'");
+        const test::Outcome killed = test::run("pkill -o -" + std::to_string(sig) +
+                                               " -f '^" PROGRAM_DIR "/quillon-console'");
         EXPECT_EQ(killed.status, 0);
         EXPECT_TRUE(terminal.shows(sig == SIGKILL ? "left 137" : "left 130")) << terminal.screen();
         EXPECT_TRUE(keyIs(0)) << sig;
@@ -176,8 +178,8 @@ TEST(BoardScreen, ShowsTheBoardAndTakesKeys) {
     Tmux terminal("stty sane; " PROGRAM_DIR "/quillon-board; echo left $?; cat");
     ASSERT_TRUE(terminal.shows("192.168.1.10:80  CH9329  line at 115200")) << terminal.screen();
     EXPECT_TRUE(terminal.shows("permissions are off"));
-    const std::string console = PROGRAM_DIR "/quillon-board enter -- " PROGRAM_DIR
-                                            "/quillon-console --to 192.168.1.10 ";
+    const std::string console =
+        PROGRAM_DIR "/quillon-board enter -- " PROGRAM_DIR "/quillon-console --to 192.168.1.10 ";
     EXPECT_EQ(test::run(console + "type 'on the screen'").said, "");
     EXPECT_TRUE(terminal.shows("on the screen"));
     EXPECT_TRUE(terminal.shows("< keyboard done"));
@@ -198,11 +200,12 @@ TEST(BoardScreen, ShowsTheBoardAndTakesKeys) {
 TEST(Trace, IsReadByThePacketToolsWithTheDissector) {
     const std::string tshark = "tshark -r /data/trace.pcapng -X lua_script:" SOURCE_DIR
                                "/packaging/wireshark/quillon.lua ";
-    ASSERT_EQ(test::run(PROGRAM_DIR "/quillon-board --trace /data/trace.pcapng -- sh -c '"
-                                    PROGRAM_DIR "/quillon-console --to 192.168.1.10 key ctrl+c; "
-                                    PROGRAM_DIR "/quillon-console --to 192.168.1.10 query'")
-                  .status,
-              0);
+    ASSERT_EQ(
+        test::run(PROGRAM_DIR "/quillon-board --trace /data/trace.pcapng -- sh -c '" PROGRAM_DIR
+                              "/quillon-console --to 192.168.1.10 key ctrl+c; " PROGRAM_DIR
+                              "/quillon-console --to 192.168.1.10 query'")
+            .status,
+        0);
     const test::Outcome all = test::run(tshark);
     EXPECT_EQ(all.status, 0) << all.said;
     for (const char *line :
