@@ -206,10 +206,13 @@ int main(int argc, char **argv) {
     for (int status = 0; wait(&status) > 0;) failed = failed || status != 0;
     printf("%-18s %7s %12s %12s %6s %12s %s\n", "", "changes", "in 300 ms", "in 2 s", "never",
            "worst", "boards with a key down at the end");
+    bool kept = false;  // what docs/control.md promises
     for (const bool healing : {false, true}) {
         Result sum, one;
         while (read(results[healing][0], &one, sizeof one) == sizeof one) sum.add(one);
         print(healing ? "sent again" : "sent once", sum);
+        kept =
+            sum.within300 >= 0.999 * sum.changes && sum.within2000 == sum.changes && sum.stuck == 0;
     }
-    return failed ? 1 : 0;
+    return failed || !kept ? 1 : 0;
 }

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iterator>
+#include <optional>
 #include <random>
 #include <set>
 #include <stdexcept>
@@ -265,11 +266,12 @@ int main(int argc, char **argv) {
         return 2;
     }
     return sim::runOnPrivateHost([&] {
-        Soak soak(seed);
+        std::optional<Soak> soak;
         try {
-            soak.run(std::chrono::minutes(minutes));
+            soak.emplace(seed);
+            soak->run(std::chrono::minutes(minutes));
         } catch (const std::exception &error) {
-            soak.explain();
+            if (soak) soak->explain();
             fprintf(stderr, "quillon-soak: seed %u: %s\n", seed, error.what());
             return 1;
         }

@@ -11,6 +11,9 @@ std::optional<Link> parseLink(const std::string &answer) {
     char mode[4] = "";
     if (sscanf(answer.c_str(), "vi_w=%d&vi_h=%d&kvm=%3s", &link.width, &link.height, mode) != 3)
         return std::nullopt;
+    constexpr int kLargest = 65535;  // a record's positions have 16 bits
+    if (link.width < 0 || link.width > kLargest || link.height < 0 || link.height > kLargest)
+        return std::nullopt;
     link.relative = std::string(mode) == "rel";
     return link;
 }

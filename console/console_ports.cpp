@@ -12,20 +12,50 @@ namespace {
 constexpr std::uint16_t kHeartbeatPort = 41237;
 constexpr std::chrono::milliseconds kAtOnce(0);
 
+using Take = std::function<void(const DatagramSocket::Received &)>;
+
+// What is there, but not for ever when more keeps coming.
+void drain(DatagramSocket &socket, const Take &take) {
+    constexpr int kMost = 64;
+    for (int i = 0; i < kMost; ++i) {
+        const auto datagram = socket.receive(kAtOnce);
+        if (!datagram) return;
+        take(*datagram);
+    }
+}
+
+bool send(DatagramSocket &socket, const DatagramSocket::Received &to, const std::string &text,
+          std::string &why) {
+    try {
+        socket.send(to.sender, to.senderPort, text);
+        return true;
+    } catch (const std::system_error &error) {
+        why = error.what();
+        return false;
+    }
+}
+
 }  // namespace
 
 ConsolePorts::ConsolePorts(const std::string &address, Owner owner)
     : address_(address), group_(kAllConsoles, kLinkPort, address) {
     try {
-        link_ =
-            std::make_unique<DatagramSocket>(address, kLinkPort, address, DatagramSocket::kAlone);
+        takePorts();
     } catch (const std::system_error &error) {
         if (owner == kSelf || error.code().value() != EADDRINUSE) throw;
         listener_ = std::make_unique<WatchListener>(address);
-        return;
     }
-    heartbeats_ = std::make_unique<DatagramSocket>(address, kHeartbeatPort, address);
-    relay_ = std::make_unique<WatchRelay>(address);
+}
+
+// All or none of them.
+void ConsolePorts::takePorts() {
+    tried_ = std::chrono::steady_clock::now();
+    auto link =
+        std::make_unique<DatagramSocket>(address_, kLinkPort, address_, DatagramSocket::kAlone);
+    heartbeats_ = std::make_unique<DatagramSocket>(address_, kHeartbeatPort, address_);
+    relay_ = std::make_unique<WatchRelay>(address_);
+    link_ = std::move(link);
+    listener_.reset();
 }
 
 void ConsolePorts::addTo(std::vector<pollfd> &fds) const {
@@ -37,7 +67,13 @@ void ConsolePorts::addTo(std::vector<pollfd> &fds) const {
 }
 
 void ConsolePorts::serve(const std::function<void(const DatagramSocket::Received &)> &take) {
-    while (const auto datagram = group_.receive(kAtOnce)) take(*datagram);
+    constexpr std::chrono::seconds kRetry(2);
+    if (!own() && std::chrono::steady_clock::now() - tried_ >= kRetry) try {
+            takePorts();
+        } catch (const std::system_error &) {
+            // Its owner still lives.
+        }
+    drain(group_, take);
     if (listener_)
         while (const auto text = listener_->receive(kAtOnce)) take({*text, address_, 0});
     if (!own()) return;
@@ -56,13 +92,7 @@ void ConsolePorts::serve(const std::function<void(const DatagramSocket::Received
 
 bool ConsolePorts::answer(const DatagramSocket::Received &to, const std::string &text,
                           std::string &why) {
-    try {
-        link_->send(to.sender, to.senderPort, text);
-        return true;
-    } catch (const std::system_error &error) {
-        why = error.what();
-        return false;
-    }
+    return send(*link_, to, text, why);
 }
 
 }  // namespace console

@@ -3,6 +3,7 @@
 
 #include <poll.h>
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
@@ -20,7 +21,7 @@ class ConsolePorts {
     enum Owner { kSelf, kSelfOrOther };
 
     /// kSelf: throws std::system_error when another program has the ports; kSelfOrOther: then hears
-    /// through that, if it is ours.
+    /// through that, if it is ours, until the ports are free.
     ConsolePorts(const std::string &address, Owner owner);
 
     /// False when another program answers for this address.
@@ -35,11 +36,14 @@ class ConsolePorts {
     bool answer(const DatagramSocket::Received &to, const std::string &text, std::string &why);
 
   private:
+    void takePorts();
+
     const std::string address_;
     std::unique_ptr<DatagramSocket> link_, heartbeats_;
     DatagramSocket group_;
     std::unique_ptr<WatchRelay> relay_;
     std::unique_ptr<WatchListener> listener_;
+    std::chrono::steady_clock::time_point tried_;  ///< when the ports were wanted last
 };
 
 }  // namespace console

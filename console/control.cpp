@@ -24,8 +24,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
-constexpr auto kLoneEscape = 40ms;  // a sequence's bytes come closer to each other
 constexpr auto kRedraw = 33ms, kTick = 500ms;
+constexpr std::size_t kLongestLine = 4096;
 constexpr auto kConsentTime = 10s;  // how long an endpoint waits for it
 
 volatile std::sig_atomic_t resized = 0;
@@ -49,25 +49,27 @@ class Control {
           address_(endpoint_.ownAddress()),
           name_(conventionalName(options.user, address_)),
           ports_(address_, ConsolePorts::kSelfOrOther) {
+        applying_ = options.apply;
         if (!ports_.own()) news_ = "another program of " + address_ + " answers for it";
     }
 
+    // Every way out lets the keys go.
+    ~Control() { endpoint_.finish(); }
+    Control(const Control &) = delete;
+    Control &operator=(const Control &) = delete;
+
     void run(const volatile std::sig_atomic_t &stop) {
-        if (options_.apply) apply();
         while (stop == 0 && !leaving_) {
             wait();
             const auto now = Clock::now();
             readTerminal(now);
             ports_.serve([this](const DatagramSocket::Received &datagram) { take(datagram); });
-            feedPaste();
             endpoint_.serve(now);
-            if (question_ && now > question_->until) {
-                news_ = "too late: " + printable(question_->message.user) + " got no answer";
-                question_.reset();
-            }
+            feedPaste();
+            followHolder();
+            forgetOldQuestions(now);
             show(now);
         }
-        endpoint_.finish();
     }
 
   private:
@@ -85,7 +87,7 @@ class Control {
         ports_.addTo(fds);
         auto until = std::min(endpoint_.due(), Clock::now() + kTick);
         if (dirty_) until = std::min(until, drawn_ + kRedraw);
-        if (input_.pending()) until = std::min(until, lastInput_ + kLoneEscape);
+        if (input_.pending()) until = std::min(until, lastInput_ + input_.patience());
         const auto left = std::max(until - Clock::now(), Clock::duration::zero());
         const timespec time{std::chrono::duration_cast<std::chrono::seconds>(left).count(),
                             static_cast<long>((left % 1s).count())};
@@ -105,7 +107,7 @@ class Control {
             events = input_.take(terminal_.read(closed));
             lastInput_ = now;
             leaving_ = leaving_ || closed;
-        } else if (input_.pending() && now - lastInput_ >= kLoneEscape) {
+        } else if (input_.pending() && now - lastInput_ >= input_.patience()) {
             events = input_.flush();
         }
         for (const TerminalEvent &event : events) take(event);
@@ -119,7 +121,8 @@ class Control {
                 return;
             case TerminalEvent::kPaste:
                 if (prompting())
-                    line_ += event.text;
+                    line_ +=
+                        event.text.substr(0, kLongestLine - std::min(kLongestLine, line_.size()));
                 else
                     paste(event.text);
                 return;
@@ -130,7 +133,8 @@ class Control {
                 keyReports_ = event.on;
                 return;
             case TerminalEvent::kUnknown:
-                refused_ = "no key of the layout for \"" + printable(event.text) + "\"";
+                if (!event.text.empty())
+                    refused_ = "no key of the layout for \"" + event.text + "\"";
                 return;
             default:
                 key(event);
@@ -149,33 +153,33 @@ class Control {
             letGo();
             escape();
         } else if (menuOpen_ || prompting()) {
-            if (event.kind != TerminalEvent::kRelease && !modifier) typeInMenu(event.stroke);
+            if (event.kind != TerminalEvent::kRelease && !modifier) typeInMenu(event);
         } else if (!paste_.empty()) {
             if (down(event) && !modifier)
                 refused_ = "keys wait for the paste; " + options_.escapeName + " stops it";
         } else {
-            if (down(event)) refused_ = whyNotTaken(endpoint_.status(), address_);
+            if (down(event)) refused_ = whyNotTaken();
             forward(event);
         }
     }
 
     void forward(const TerminalEvent &event) {
         if (event.kind == TerminalEvent::kTap) return tap(event.stroke);
-        if (event.kind == TerminalEvent::kRepeat) return;  // the computer repeats what is down
         const bool press = event.kind == TerminalEvent::kPress;
         Stroke state = endpoint_.input().keyboard();
         if (event.stroke.usage >= kUsageLeftCtrl) {
             const auto bit = static_cast<std::uint8_t>(1 << (event.stroke.usage - kUsageLeftCtrl));
             state.modifiers =
                 static_cast<std::uint8_t>(press ? state.modifiers | bit : state.modifiers & ~bit);
-        } else if (press) {
+        } else {
             state.modifiers = reconciled(state.modifiers, event.stroke.modifiers);
-            if (state.modifiers != endpoint_.input().keyboard().modifiers)
+            if (press && state.modifiers != endpoint_.input().keyboard().modifiers)
                 endpoint_.input().setKeyboard({state.modifiers, 0});
-            state.usage = event.stroke.usage;
-            wantLockKeys(state);
-        } else if (state.usage == event.stroke.usage) {
-            state.usage = 0;
+            if (press) state.usage = event.stroke.usage;
+            if (press) wantLockKeys(state);
+            // Of a repeat nothing is said: the computer repeats what is down.
+            if (event.kind == TerminalEvent::kRelease && state.usage == event.stroke.usage)
+                state.usage = 0;
         }
         endpoint_.input().setKeyboard(state);
     }
@@ -192,7 +196,12 @@ class Control {
     }
 
     void tap(const Stroke &stroke) {
+        constexpr std::size_t kMostWaiting = 2000;  // records
         HealedInput &input = endpoint_.input();
+        if (input.waiting() > kMostWaiting) {
+            refused_ = "keys come faster than the endpoint takes them";
+            return;
+        }
         if (stroke.modifiers != 0) input.setKeyboard({stroke.modifiers, 0});
         input.setKeyboard(stroke);
         input.setKeyboard({});
@@ -209,6 +218,24 @@ class Control {
         mouseDown_ = 0;
     }
 
+    // What is down can only be let go as software's record: others are not taken any more.
+    void lostControl() {
+        const HealedInput &input = endpoint_.input();
+        const bool held = !(input.keyboard() == Stroke{}) || !paste_.empty();
+        letGo();
+        paste_.clear();
+        if (held) endpoint_.releaseAsSoftware();
+        ring();
+    }
+
+    void followHolder() {
+        const auto &holder = endpoint_.status().holder;
+        const bool mine = holder && holder->linked && holder->user == name_;
+        if (mine_ && !mine) lostControl();
+        mine_ = mine;
+        if (applying_ && holder && endpoint_.status().settings) apply();
+    }
+
     // ---- the mouse
 
     void mouse(const TerminalEvent &event) {
@@ -219,6 +246,10 @@ class Control {
             return;
         }
         if (!inside || !endpoint_.status().link) return;
+        if (endpoint_.status().link->relative && options_.endpoint.asSoftware) {
+            refused_ = "movements cannot be wrapped as software's";
+            return;
+        }
         if (endpoint_.status().link->relative)
             moveBy(event, area);
         else
@@ -226,8 +257,7 @@ class Control {
         if (event.action == TerminalEvent::kDown) setButton(event.button);
         if (event.action == TerminalEvent::kWheel && event.button != 0)
             endpoint_.input().turnWheel(static_cast<std::int8_t>(event.button));
-        if (event.action != TerminalEvent::kMove)
-            refused_ = whyNotTaken(endpoint_.status(), address_);
+        if (event.action != TerminalEvent::kMove) refused_ = whyNotTaken();
     }
 
     // As the terminal counts: 1 left, 2 middle, 3 right. Others do not reach the computer.
@@ -272,17 +302,22 @@ class Control {
     void paste(const std::string &text) {
         std::vector<Stroke> states;
         std::string error;
+        if (!paste_.empty()) {
+            refused_ = "a paste is still being typed";
+            return;
+        }
         if (!typeStrokes(text, states, error)) {
             refused_ = error;
             return;
         }
         paste_.assign(states.begin(), states.end());
         pasteTotal_ = paste_.size();
-        refused_ = whyNotTaken(endpoint_.status(), address_);
+        refused_ = whyNotTaken();
     }
 
     void feedPaste() {
         if (paste_.empty() || !endpoint_.input().idle()) return;
+        if (!endpoint_.status().reachable || endpoint_.testsUsb()) return;  // it waits for that
         constexpr int kTimesBefore = 2;  // more would make a long text crawl
         endpoint_.input().setKeyboard(paste_.front(), kTimesBefore);
         paste_.pop_front();
@@ -309,14 +344,18 @@ class Control {
             return;
         }
         menuOpen_ = !menuOpen_;
+        // y and n are for who is named in the menu, whatever comes meanwhile.
+        offered_ = questions_.empty() ? std::nullopt : std::make_optional(questions_.front());
     }
 
     std::vector<std::string> menuLines() const {
         const bool relative = endpoint_.status().link && endpoint_.status().link->relative;
         std::vector<std::string> lines;
-        if (question_)
-            lines = {"y  give control to " + printable(question_->message.user),
-                     "n  refuse it to " + printable(question_->message.user)};
+        if (offered_) {
+            const std::string user = printable(offered_->message.user);
+            const std::string of = " of " + printable(offered_->message.endpoint);
+            lines = {"y  give control" + of + " to " + user, "n  refuse it to " + user};
+        }
         lines.insert(lines.end(),
                      {"a  apply for control", "d  disconnect, give control up",
                       std::string("m  mouse: send ") + (relative ? "positions" : "movements")});
@@ -329,10 +368,10 @@ class Control {
         return lines;
     }
 
-    void typeInMenu(const Stroke &stroke) {
-        const char character =
-            characterOf(stroke.usage, (stroke.modifiers & kAnyShift) != 0, false);
-        if (prompting()) return typeInPrompt(stroke, character);
+    void typeInMenu(const TerminalEvent &event) {
+        // The person's layout counts here, not the computer's.
+        const char character = event.character;
+        if (prompting()) return typeInPrompt(event.stroke, character);
         menuOpen_ = false;
         for (const Combination &combination : kCombinations)
             if (character == combination.key) return sendCombo(combination.combo);
@@ -346,8 +385,7 @@ class Control {
             case 'a':
                 return apply();
             case 'd':
-                news_ = "giving control up";
-                return endpoint_.command(disconnectText({name_, address_, options_.level}), now);
+                return disconnect(now);
             case 'm':
                 lastCell_.reset();
                 return endpoint_.command(relative ? "chip=abs" : "chip=rel", now);
@@ -360,7 +398,7 @@ class Control {
             case 'u':
                 news_ = "asking the chip for the computer";
                 usbAsked_ = true;
-                return endpoint_.testUsb(now);
+                return endpoint_.testUsb();
             case ']':
                 return tap(options_.escape);
             case 'q':
@@ -375,19 +413,19 @@ class Control {
     }
 
     void typeInPrompt(const Stroke &stroke, char character) {
-        constexpr std::uint8_t kUsageEscape = 0x29;
+        constexpr std::uint8_t kUsageEscape = 0x29, kUsageKeypadEnter = 0x58;
         if (stroke.usage == kUsageBackspace) {
             if (!line_.empty()) line_.pop_back();
         } else if (stroke.usage == kUsageEscape) {
             escape();
-        } else if (stroke.usage == kUsageEnter) {
+        } else if (stroke.usage == kUsageEnter || stroke.usage == kUsageKeypadEnter) {
             const Prompt asked = prompt_;
             const std::string text = std::move(line_);
             prompt_ = kNoPrompt;
             line_.clear();
             if (asked == kTextPrompt) return paste(text);
             sendCombo(text);
-        } else if (character != '\0') {
+        } else if (character != '\0' && line_.size() < kLongestLine) {
             line_ += character;
         }
     }
@@ -400,22 +438,42 @@ class Control {
             return;
         }
         news_ = "sent " + strokeWords(*stroke);
-        refused_ = whyNotTaken(endpoint_.status(), address_);
+        refused_ = whyNotTaken();
         tap(*stroke);
     }
 
     // ---- who controls it
 
+    std::string whyNotTaken() const {
+        return options_.endpoint.asSoftware ? ""
+                                            : console::whyNotTaken(endpoint_.status(), address_);
+    }
+
     void apply() {
+        applying_ = false;
         const LinkRequest wanted{name_, address_, options_.level};
-        refused_ = objection(wanted);
-        if (!refused_.empty()) return;
         const EndpointStatus &status = endpoint_.status();
+        refused_ = objection(wanted);
         if (status.settings && !permissionsOn(*status.settings))
             refused_ = "permissions are off: there is no control to apply for";
-        else
-            news_ = "applying for control; who has it may take 10 s to answer";
-        endpoint_.command(requestText("apply", wanted), Clock::now());
+        if (!refused_.empty()) return;
+        // Of who has control, "apply" would link the same output again.
+        if (mine_ && status.settings && maySend(*status.settings, address_) == MaySend::kYes) {
+            news_ = "you have control already";
+            return;
+        }
+        news_ = "applying for control; who has it may take 10 s to answer";
+        endpoint_.command(requestText(mine_ ? "connect" : "apply", wanted), Clock::now());
+    }
+
+    // An endpoint takes the beginning of a name for the whole.
+    void disconnect(Clock::time_point now) {
+        if (!mine_) {
+            refused_ = "you have no control to give up";
+            return;
+        }
+        news_ = "giving control up";
+        endpoint_.command(disconnectText({name_, address_, options_.level}), now);
     }
 
     void take(const DatagramSocket::Received &datagram) {
@@ -430,34 +488,54 @@ class Control {
         else
             news_ = printable(words);
         if (ours && message->kind != LinkMessage::kAsked) endpoint_.askWhoControls(Clock::now());
-        if (ours && message->kind == LinkMessage::kHeld && message->user != name_) {
-            letGo();
-            ring();
+        const bool gone = message->kind == LinkMessage::kDropped
+                              ? message->user == name_
+                              : message->kind == LinkMessage::kHeld && message->user != name_;
+        if (ours && gone && mine_) {
+            mine_ = false;
+            lostControl();
         }
-        if (message->kind != LinkMessage::kAsked || !ports_.own()) return;
-        question_ = Question{*message, datagram, Clock::now() + kConsentTime};
+        constexpr std::size_t kMostQuestions = 16;
+        if (message->kind != LinkMessage::kAsked || !ports_.own() ||
+            questions_.size() == kMostQuestions)
+            return;
+        questions_.push_back({*message, datagram, Clock::now() + kConsentTime});
         ring();
     }
 
     void consent(bool granted) {
-        if (!question_) return;
+        if (!offered_) return;
+        const auto found = std::find_if(
+            questions_.begin(), questions_.end(),
+            [this](const Question &question) { return question.until == offered_->until; });
+        if (found == questions_.end()) {
+            refused_ = "too late";
+            return;
+        }
         std::string why;
-        if (ports_.answer(question_->from, consentAnswer(address_, question_->message, granted),
-                          why))
-            news_ =
-                (granted ? "gave control to " : "refused ") + printable(question_->message.user);
+        if (ports_.answer(found->from, consentAnswer(address_, found->message, granted), why))
+            news_ = (granted ? "gave control to " : "refused ") + printable(found->message.user);
         else
             refused_ = why;
-        question_.reset();
+        questions_.erase(found);
+    }
+
+    void forgetOldQuestions(Clock::time_point now) {
+        while (!questions_.empty() && now > questions_.front().until) {
+            news_ = "too late: " + printable(questions_.front().message.user) + " got no answer";
+            questions_.pop_front();
+        }
     }
 
     // ---- what is seen
 
     void show(Clock::time_point now) {
         const EndpointStatus &status = endpoint_.status();
-        if (usbAsked_ && status.usb) {
+        if (usbAsked_ && !endpoint_.testsUsb()) {
             usbAsked_ = false;
-            news_ = *status.usb ? "a computer is on the USB cable" : "no computer on the USB cable";
+            news_ = !status.usb   ? "the USB-link test was not answered"
+                    : *status.usb ? "a computer is on the USB cable"
+                                  : "no computer on the USB cable";
         }
         const std::string who = whoWords(status, name_);
         const std::string devices = deviceWords(status, endpoint_.input());
@@ -478,11 +556,12 @@ class Control {
                          : status.holder->user == name_ ? ControlView::kMine
                                                         : ControlView::kForeign;
         showPointer(status);
-        view_.news = question_ ? printable(question_->message.user) + " asks for control of " +
-                                     printable(question_->message.endpoint) + ": " +
-                                     options_.escapeName + " y gives it, n refuses"
-                               : news_;
-        view_.refused = refused_.empty() ? "" : "refused: " + refused_;
+        view_.news = news_;
+        if (!questions_.empty())
+            view_.news = printable(questions_.front().message.user) + " asks for control of " +
+                         printable(questions_.front().message.endpoint) + ": " +
+                         options_.escapeName + " y gives it, n refuses";
+        view_.refused = refused_.empty() ? "" : "refused: " + printable(refused_);
         view_.menu = menuOpen_ ? menuLines() : std::vector<std::string>{};
         constexpr const char *kPrompts[] = {"", "keys, e.g. ctrl+alt+f2:", "text:"};
         view_.prompt = kPrompts[prompt_];
@@ -508,6 +587,8 @@ class Control {
 
     bool leaving_ = false, readable_ = false, dirty_ = true, keyReports_ = false;
     bool menuOpen_ = false, usbAsked_ = false;
+    bool applying_ = false;  ///< as soon as it is known who has control
+    bool mine_ = false;      ///< control
     enum Prompt { kNoPrompt, kKeysPrompt, kTextPrompt } prompt_ = kNoPrompt;
     std::string line_;  ///< what was typed at the prompt
     Clock::time_point lastInput_{}, drawn_{};
@@ -515,7 +596,8 @@ class Control {
     std::size_t pasteTotal_ = 0;
     int mouseDown_ = 0;  ///< as the terminal counts
     std::optional<std::pair<int, int>> pointer_, lastCell_;
-    std::optional<Question> question_;
+    std::deque<Question> questions_;
+    std::optional<Question> offered_;  ///< in the menu
     std::string news_, refused_;
     ControlView view_;
 };
@@ -524,16 +606,18 @@ void catchSignals() {
     struct sigaction resize {};
     resize.sa_handler = [](int) { resized = 1; };
     sigaction(SIGWINCH, &resize, nullptr);
+    signal(SIGPIPE, SIG_IGN);
     signal(SIGTSTP, SIG_IGN);  // stopped, it could neither answer nor let keys go
 }
 
 }  // namespace
 
 void control(const ControlOptions &options, const volatile std::sig_atomic_t &stop) {
-    // What is left to do when control itself was killed: the terminal comes back, the keys come up.
+    // What is left to do when control itself was killed.
+    // The keys first: a terminal may take its time.
     const Guardian guardian([&options, restore = Terminal::restorer()] {
-        restore();
         ControlledEndpoint(options.endpoint).finish();
+        restore();
     });
     Control running(options);
     catchSignals();

@@ -14,7 +14,12 @@ void start(const Options &options) {
     std::string error;
     const auto escape = parseCombo(options.escape, error);
     if (!escape) throw CLI::ValidationError("--escape", error);
+    if (escape->usage == 0) throw CLI::ValidationError("--escape", "is no key but modifiers");
+    // Terminals do not tell the sides of modifiers.
+    constexpr unsigned kSide = 4, kLeftBits = 0x0F;
     control.escape = *escape;
+    control.escape.modifiers =
+        static_cast<std::uint8_t>((escape->modifiers | escape->modifiers >> kSide) & kLeftBits);
     control.escapeName = options.escape;
     control.endpoint.to = options.to;
     control.endpoint.from = options.from;

@@ -9,14 +9,16 @@
 namespace console {
 namespace {
 
-using namespace std::chrono_literals;
 using std::chrono::milliseconds;
 
-constexpr milliseconds kLinkPeriod = 500ms, kLostAfter = 2000ms, kPatience = 1000ms;
+constexpr milliseconds kLinkPeriod{500}, kLostAfter{2000}, kPatience{1000};
+// Behind an application for control the test waits for 10 s.
+constexpr milliseconds kUsbPatience{12000};
 // These leave lines in the endpoint's log; news of who controls it come unasked.
-constexpr milliseconds kHolderPeriod = 5000ms, kSettingsPeriod = 30000ms, kAgain = 300ms;
+constexpr milliseconds kHolderPeriod{5000}, kSettingsPeriod{30000}, kAgain{300};
 // The endpoint takes no records for 190 ms while it asks its chip for the lock LEDs.
-constexpr milliseconds kLocksPeriod = 5000ms, kQuietBefore = 400ms, kQuietAfter = 250ms;
+constexpr milliseconds kLocksPeriod{5000}, kQuietBefore{400}, kQuietAfter{250};
+constexpr milliseconds kFarewell{250};  // the last state and its resends
 
 }  // namespace
 
@@ -24,11 +26,11 @@ ControlledEndpoint::ControlledEndpoint(const Setup &setup)
     : tag_(setup.asSoftware ? "software=" : ""),
       records_(setup.to, setup.port, setup.from),
       commands_(setup.to, kOperatorPort, setup.from),
-      link_(setup, setup.port, "link"),
-      locks_(setup, setup.port, "syncled"),
-      holder_(setup, kOperatorPort, "query"),
-      settings_(setup, kOperatorPort, "getKvmInfo"),
-      usb_(setup, kOperatorPort, usbQuestion(setup.to)),
+      link_(setup, setup.port, "link", kLinkPeriod),
+      locks_(setup, setup.port, "syncled", kPatience),
+      holder_(setup, kOperatorPort, "query", kPatience),
+      settings_(setup, kOperatorPort, "getKvmInfo", kPatience),
+      usb_(setup, kOperatorPort, usbQuestion(setup.to), kUsbPatience),
       input_(setup.pace, setup.healing) {
     link_.next = holder_.next = settings_.next = Time{};
 }
@@ -40,20 +42,23 @@ void ControlledEndpoint::addTo(std::vector<pollfd> &fds) const {
 
 ControlledEndpoint::Time ControlledEndpoint::due() const {
     const auto questionDue = [](const Question &question) {
-        return question.waiting ? question.asked + kPatience : question.next;
+        return question.waiting ? question.asked + question.patience : question.next;
     };
     const Time first = std::min(input_.due(), questionDue(link_));
     if (!status_.reachable) return first;
-    return std::min({first, locksDue(), questionDue(holder_), questionDue(settings_)});
+    return std::min(
+        {first, locksDue(), questionDue(holder_), questionDue(settings_), questionDue(usb_)});
 }
 
 bool ControlledEndpoint::trySend(Endpoint &endpoint, const std::string &bytes) {
-    try {
-        endpoint.send(bytes.data(), bytes.size());
-        return true;
-    } catch (const std::runtime_error &) {
-        return false;  // nobody listens, or no way there: the questions find out
-    }
+    // The first error may be that of an earlier datagram, and then this one did not leave.
+    for (int tries = 0; tries < 2; ++tries) try {
+            endpoint.send(bytes.data(), bytes.size());
+            return true;
+        } catch (const std::runtime_error &) {
+            continue;  // nobody listens, or no way there: the questions find out
+        }
+    return false;
 }
 
 void ControlledEndpoint::ask(Question &question, Time now) {
@@ -73,7 +78,7 @@ std::optional<std::string> ControlledEndpoint::answer(Question &question, Time n
     } catch (const std::runtime_error &) {
         // Nobody listens there; time tells whether that stays so.
     }
-    if (question.waiting && now - question.asked >= kPatience) {
+    if (question.waiting && now - question.asked >= question.patience) {
         question.waiting = false;
         question.next = now;
     }
@@ -83,6 +88,7 @@ std::optional<std::string> ControlledEndpoint::answer(Question &question, Time n
 // A while after the last record, and a while before the next.
 ControlledEndpoint::Time ControlledEndpoint::locksDue() const {
     if (locks_.waiting) return locks_.asked + kPatience;
+    if (testsUsb()) return Time::max();  // both read what the chip says
     const Time wanted = wantsLocks_ ? Time{} : locks_.asked + kLocksPeriod;
     const Time earliest = std::max(wanted, lastSent_ + kQuietBefore), next = input_.due();
     return next != Time::max() && next - earliest < kQuietAfter ? Time::max() : earliest;
@@ -93,6 +99,11 @@ void ControlledEndpoint::askWhatIsDue(Time now) {
     if (!status_.reachable) return;
     for (Question *question : {&holder_, &settings_})
         if (!question->waiting && question->next <= now) ask(*question, now);
+    if (wantsUsb_ && !locks_.waiting && !usb_.waiting) {
+        wantsUsb_ = false;
+        status_.usb.reset();
+        ask(usb_, now);
+    }
     if (!locks_.waiting && locksDue() <= now) {
         wantsLocks_ = false;
         ask(locks_, now);
@@ -134,10 +145,10 @@ void ControlledEndpoint::takeAnswers(Time now) {
         status_.settings = parseSettings(*text);
         settings_.next = now + (settings_.again-- > 0 ? kAgain : kSettingsPeriod);
     }
-    if (const auto text = answer(usb_, now)) {
-        status_.usb = parseUsbLinked(*text);
-        input_.refresh();  // the endpoint takes no records while it asks its chip
-    }
+    const bool tested = usb_.waiting;
+    if (const auto text = answer(usb_, now)) status_.usb = parseUsbLinked(*text);
+    usb_.next = Time::max();
+    if (tested && !usb_.waiting) input_.refresh();  // the endpoint took no records meanwhile
     if (now - lastHeard_ >= kLostAfter) setReachable(false, now);
 }
 
@@ -169,15 +180,18 @@ void ControlledEndpoint::askWhoControls(Time now) {
     }
 }
 
-void ControlledEndpoint::testUsb(Time now) {
-    status_.usb.reset();
-    ask(usb_, now);
+void ControlledEndpoint::releaseAsSoftware() {
+    const KeyboardRecord record = keyboardRecord({});
+    trySend(records_, "software=" + std::string(record.begin(), record.end()));
 }
 
 void ControlledEndpoint::finish() {
+    constexpr milliseconds kSlowest{20};
+    input_.abandon(kSlowest);
     input_.releaseAll();
-    const auto end = std::chrono::steady_clock::now() + 250ms;
-    for (auto now = end - 250ms; now < end; now = std::chrono::steady_clock::now()) {
+    using Clock = std::chrono::steady_clock;
+    const auto end = Clock::now() + kFarewell;
+    for (auto now = Clock::now(); now < end; now = Clock::now()) {
         sendRecords(now);
         std::this_thread::sleep_until(std::min(end, input_.due()));
     }

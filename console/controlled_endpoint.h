@@ -22,7 +22,7 @@ struct EndpointStatus {
     std::optional<Holder> holder;
     std::optional<Settings> settings;
     std::optional<LockKeys> locks;
-    std::optional<bool> usb;  ///< answer to the last testUsb()
+    std::optional<bool> usb;  ///< answer to the last testUsb(); none while and when there is none
 };
 
 class ControlledEndpoint {
@@ -53,18 +53,24 @@ class ControlledEndpoint {
     /// Something about who controls it changed.
     void askWhoControls(Time now);
     void askLockKeys() { wantsLocks_ = true; }
-    void testUsb(Time now);
+    /// Whether a computer is attached, see status(). The endpoint takes no records meanwhile.
+    void testUsb() { wantsUsb_ = true; }
+    bool testsUsb() const { return wantsUsb_ || usb_.waiting; }
+    /// Everything up, as software's records, which are taken from who is not linked, too.
+    void releaseAsSoftware();
     /// Everything up, said as often as healing says it. Takes a quarter of a second.
     void finish();
 
   private:
     /// A text that is asked now and then; the answer comes back to a socket of its own.
     struct Question {
-        Question(const Setup &setup, std::uint16_t port, std::string words)
-            : endpoint(setup.to, port, setup.from), text(std::move(words)) {}
+        Question(const Setup &setup, std::uint16_t port, std::string words,
+                 std::chrono::milliseconds time)
+            : endpoint(setup.to, port, setup.from), text(std::move(words)), patience(time) {}
 
         Endpoint endpoint;
         const std::string text;
+        const std::chrono::milliseconds patience;
         Time asked{};
         Time next = Time::max();
         bool waiting = false;
@@ -87,7 +93,7 @@ class ControlledEndpoint {
     HealedInput input_;
     EndpointStatus status_;
     Time lastHeard_{}, lastSent_{};
-    bool wantsLocks_ = true;
+    bool wantsLocks_ = true, wantsUsb_ = false;
 };
 
 }  // namespace console

@@ -1,5 +1,6 @@
 #include "guardian.h"
 
+#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,7 +14,8 @@ namespace console {
 
 Guardian::Guardian(const std::function<void()> &cleanUp) {
     int ends[2];
-    if (pipe(ends) != 0) throw std::runtime_error(std::string("pipe: ") + strerror(errno));
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        throw std::runtime_error(std::string("pipe: ") + strerror(errno));
     child_ = fork();
     if (child_ < 0) throw std::runtime_error(std::string("fork: ") + strerror(errno));
     if (child_ > 0) {
@@ -29,7 +31,11 @@ Guardian::Guardian(const std::function<void()> &cleanUp) {
     ssize_t n = 0;
     do n = read(ends[0], &goodbye, 1);
     while (n < 0 && errno == EINTR);
-    if (n == 0) cleanUp();
+    try {
+        if (n == 0) cleanUp();
+    } catch (const std::exception &) {
+        _exit(1);  // nobody is there to be told
+    }
     _exit(0);
 }
 

@@ -63,6 +63,8 @@ class HealedInput {
     void releaseAll();
     /// The present state once more: the endpoint may have lost it.
     void refresh();
+    /// Forgets what waits to be sent, and sends no slower than so from now on.
+    void abandon(std::chrono::milliseconds slowest);
 
     /// The record to send at this time, none when nothing is due.
     std::optional<Datagram> next(Time now);
@@ -70,20 +72,25 @@ class HealedInput {
     Time due() const;
     /// Nothing that a person did waits to be sent.
     bool idle() const { return queue_.empty(); }
+    std::size_t waiting() const { return queue_.size(); }
 
   private:
-    enum Kind { kKeys, kKeysAgain, kPosition, kButton, kOnce };
+    enum Kind { kKeys, kKeysAgain, kPosition, kButton, kMovement, kOnce };
     struct Entry {
         Kind kind;
-        Datagram record;
+        Datagram record;  ///< not of a movement, which is cut into records as it goes
+        int dx = 0, dy = 0;
+        Button button = kNoButton;
     };
 
     Datagram pointerRecord(std::int8_t wheel = 0) const;
     std::optional<Datagram> resend(Time now);
     void noteSent(Kind kind, Time now);
+    void add(Kind kind, Datagram record);
+    std::optional<Datagram> nextStep();
     bool keysHeld() const { return !(keyboard_ == Stroke{}); }
 
-    const std::chrono::milliseconds pace_;
+    std::chrono::milliseconds pace_;
     const bool healing_;
     Stroke keyboard_;
     bool relative_ = false;
@@ -93,8 +100,9 @@ class HealedInput {
 
     std::deque<Entry> queue_;
     Resends keys_{std::chrono::seconds(5)}, pointer_{std::chrono::seconds(0)};
-    int keysTimes_ = 4;  ///< how often the present state of the keyboard went out, or will
-    Time free_{};        ///< from when on the next record may go
+    int keysWaiting_ = 0;  ///< entries of the queue that are keys
+    int keysTimes_ = 4;    ///< how often the present state of the keyboard went out, or will
+    Time free_{};          ///< from when on the next record may go
 };
 
 }  // namespace console

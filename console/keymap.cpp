@@ -139,7 +139,8 @@ std::optional<Stroke> parseCombo(const std::string &text, std::string &error) {
     for (std::size_t start = 0; start <= text.size();) {
         const std::size_t plus = std::min(text.find('+', start), text.size());
         std::string name = text.substr(start, plus - start);
-        for (char &c : name) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+        for (char &c : name)
+            if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
         start = plus + 1;
 
         const std::uint8_t modifier = modifierOfName(name);

@@ -87,7 +87,10 @@ std::function<void()> Terminal::restorer() {
             for (const char *capability : {exit_attribute_mode, cursor_normal, exit_ca_mode})
                 if (capability != nullptr) putp(capability);
         fflush(stdout);
-        tcsetattr(STDIN_FILENO, TCSADRAIN, &modes);
+        // Unless a shell has made it its own again.
+        termios now{};
+        if (tcgetattr(STDIN_FILENO, &now) == 0 && (now.c_lflag & ISIG) == 0)
+            tcsetattr(STDIN_FILENO, TCSAFLUSH, &modes);
     };
 }
 

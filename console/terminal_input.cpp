@@ -10,7 +10,7 @@ namespace {
 
 constexpr char kEscape = '\x1b';
 constexpr char kPasteEnd[] = "\x1b[201~";
-constexpr std::size_t kLongestSequence = 64;
+constexpr std::size_t kLongestSequence = 64, kLongestPaste = 1 << 20;
 
 struct Named {
     int code;
@@ -19,7 +19,7 @@ struct Named {
 
 // CSI ... letter, and SS3 letter.
 constexpr Named kLetters[] = {{'A', 0x52}, {'B', 0x51}, {'C', 0x4F}, {'D', 0x50},
-                              {'F', 0x4D}, {'H', 0x4A}, {'M', 0x28}, {'P', 0x3A},
+                              {'E', 0x5D}, {'F', 0x4D}, {'H', 0x4A}, {'P', 0x3A},
                               {'Q', 0x3B}, {'R', 0x3C}, {'S', 0x3D}, {'Z', 0x2B}};
 
 // CSI number ~.
@@ -36,7 +36,8 @@ constexpr Named kPrivateUse[] = {
     {57411, 0x55}, {57412, 0x56}, {57413, 0x57}, {57414, 0x58}, {57415, 0x67}, {57417, 0x5C},
     {57418, 0x5E}, {57419, 0x60}, {57420, 0x5A}, {57421, 0x61}, {57422, 0x5B}, {57423, 0x5F},
     {57424, 0x59}, {57425, 0x62}, {57426, 0x63}, {57427, 0x5D}, {57441, 0xE1}, {57442, 0xE0},
-    {57443, 0xE2}, {57444, 0xE3}, {57447, 0xE5}, {57448, 0xE4}, {57449, 0xE6}, {57450, 0xE7}};
+    {57443, 0xE2}, {57444, 0xE3}, {57447, 0xE5}, {57448, 0xE4}, {57449, 0xE6}, {57450, 0xE7},
+    {57453, 0xE6}};
 
 template <std::size_t N>
 std::uint8_t find(const Named (&table)[N], int code) {
@@ -110,6 +111,10 @@ std::optional<Stroke> strokeOfByte(char byte) {
         value <= 26 ? static_cast<char>('a' + value - 1) : kBehindLetters[value - 27];
     const std::uint8_t usage = strokeOf(plain)->usage;
     return Stroke{kLeftCtrl, usage};
+}
+
+char printableOrNone(int code) {
+    return code >= ' ' && code <= '~' ? static_cast<char>(code) : '\0';
 }
 
 std::size_t utf8Size(unsigned char first) {
@@ -186,11 +191,25 @@ std::vector<TerminalEvent> TerminalInput::take(const std::string &bytes) {
     return events;
 }
 
+std::chrono::milliseconds TerminalInput::patience() const {
+    // Behind an escape a key's bytes come at once; a longer sequence may be cut by a network.
+    constexpr std::chrono::milliseconds kEscapeKey(40), kSequence(1000), kPaste(3000);
+    if (pasting_) return kPaste;
+    return pending_.size() <= 2 ? kEscapeKey : kSequence;
+}
+
 std::vector<TerminalEvent> TerminalInput::flush() {
     std::vector<TerminalEvent> events;
-    if (!pending()) return events;
-    if (pending_ == std::string(1, kEscape))
+    if (pasting_) {
+        takePaste(pending_.size(), events);
+    } else if (!pending_.empty() && pending_[0] == kEscape && pending_.size() <= 2) {
         events.push_back(keyEvent(TerminalEvent::kTap, 0, strokeOfByte(kEscape)->usage));
+        if (pending_.size() == 2) {  // Alt and a key that sequences begin with
+            const auto stroke = strokeOfByte(pending_[1]);
+            events.back().stroke = {static_cast<std::uint8_t>(stroke->modifiers | kLeftAlt),
+                                    stroke->usage};
+        }
+    }
     pending_.clear();
     return events;
 }
@@ -198,10 +217,17 @@ std::vector<TerminalEvent> TerminalInput::flush() {
 std::size_t TerminalInput::readOne(std::vector<TerminalEvent> &events) {
     if (pending_[0] == kEscape) return readEscape(events);
     const std::size_t size = utf8Size(static_cast<unsigned char>(pending_[0]));
-    if (pending_.size() < size) return 0;
+    for (std::size_t i = 1; i < size; ++i) {
+        if (i == pending_.size()) return 0;
+        if ((pending_[i] & 0xC0) != 0x80) return i;  // no character at all
+    }
     const auto stroke = size == 1 ? strokeOfByte(pending_[0]) : std::nullopt;
-    events.push_back(stroke ? keyEvent(TerminalEvent::kTap, stroke->modifiers, stroke->usage)
-                            : textEvent(TerminalEvent::kUnknown, pending_.substr(0, size)));
+    if (stroke) {
+        events.push_back(keyEvent(TerminalEvent::kTap, stroke->modifiers, stroke->usage));
+        events.back().character = printableOrNone(static_cast<unsigned char>(pending_[0]));
+    } else {
+        events.push_back(textEvent(TerminalEvent::kUnknown, pending_.substr(0, size)));
+    }
     return size;
 }
 
@@ -209,8 +235,10 @@ std::size_t TerminalInput::readEscape(std::vector<TerminalEvent> &events) {
     if (pending_.size() < 2) return 0;
     if (pending_[1] == '[') return readControlSequence(events);
     if (pending_[1] == 'O') {
+        constexpr std::uint8_t kUsageKeypadEnter = 0x58;
         if (pending_.size() < 3) return 0;
-        if (const std::uint8_t usage = find(kLetters, pending_[2])) {
+        if (const std::uint8_t usage =
+                pending_[2] == 'M' ? kUsageKeypadEnter : find(kLetters, pending_[2])) {
             events.push_back(keyEvent(TerminalEvent::kTap, 0, usage));
             return 3;
         }
@@ -237,8 +265,13 @@ std::size_t TerminalInput::readControlSequence(std::vector<TerminalEvent> &event
         return kStart + 2;
     }
     std::size_t end = kStart;
-    while (end < pending_.size() && (pending_[end] < '@' || pending_[end] > '~')) ++end;
+    while (end < pending_.size() && pending_[end] != kEscape &&
+           (pending_[end] < '@' || pending_[end] > '~'))
+        ++end;
     if (end == pending_.size()) return end < kLongestSequence ? 0 : end;
+    if (pending_[end] == kEscape) return end;      // cut off by the next one
+    constexpr std::size_t kOldMouse = kStart + 4;  // 'M', and three bytes instead of numbers
+    if (end == kStart && pending_[end] == 'M') return pending_.size() < kOldMouse ? 0 : kOldMouse;
     const std::string body = pending_.substr(kStart, end - kStart);
     takeControlSequence(body, pending_[end], events);
     return end + 1;
@@ -252,7 +285,7 @@ void TerminalInput::takeControlSequence(const std::string &body, char last,
     if (first == '<' && (last == 'M' || last == 'm')) {
         events.push_back(mouseEvent(parameters, last == 'm'));
     } else if (first == '?' && last == 'u') {
-        reports_ = code != 0;
+        reports_ = (code & 2) != 0;
         events.push_back(flagEvent(TerminalEvent::kKeyReports, reports_));
     } else if (first >= '<' && first <= '?') {
         return;  // an answer that nobody asked for
@@ -265,6 +298,8 @@ void TerminalInput::takeControlSequence(const std::string &body, char last,
     } else if (last == 'u') {  // base: the key of a US layout at the same place
         events.push_back(
             reportedKey(parameters, usageOfKittyCode(base != 0 ? base : code), reports_));
+        const bool shift = (events.back().stroke.modifiers & kLeftShift) != 0;
+        events.back().character = printableOrNone(shift && shifted != 0 ? shifted : code);
     } else {
         events.push_back(reportedKey(parameters, find(kLetters, last), reports_));
         if (last == 'Z') events.back().stroke.modifiers |= kLeftShift;
@@ -272,15 +307,27 @@ void TerminalInput::takeControlSequence(const std::string &body, char last,
 }
 
 void TerminalInput::readPaste(std::vector<TerminalEvent> &events) {
-    const std::size_t end = pending_.find(kPasteEnd);
-    if (end == std::string::npos) return;
+    constexpr std::size_t kEndSize = sizeof kPasteEnd - 1;
+    const std::size_t end = pending_.find(kPasteEnd, searched_);
+    if (end == std::string::npos) {
+        searched_ = pending_.size() < kEndSize ? 0 : pending_.size() - kEndSize + 1;
+        if (pending_.size() > kLongestPaste) takePaste(pending_.size(), events);
+        return;
+    }
+    takePaste(end, events);
+    pending_.erase(0, std::min(kEndSize, pending_.size()));
+}
+
+// So many bytes are the text; they go.
+void TerminalInput::takePaste(std::size_t size, std::vector<TerminalEvent> &events) {
     std::string text;
-    for (std::size_t i = 0; i < end; ++i) {  // terminals say the Enter key for a line's end
+    for (std::size_t i = 0; i < size; ++i) {  // terminals say the Enter key for a line's end
         if (pending_[i] == '\n' && i > 0 && pending_[i - 1] == '\r') continue;
         text += pending_[i] == '\r' ? '\n' : pending_[i];
     }
     events.push_back(textEvent(TerminalEvent::kPaste, text));
-    pending_.erase(0, end + sizeof kPasteEnd - 1);
+    pending_.erase(0, size);
+    searched_ = 0;
     pasting_ = false;
 }
 

@@ -3,6 +3,7 @@
 // protocol.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -27,7 +28,8 @@ struct TerminalEvent {
         kUnknown      ///< text: what no key of the layout gives
     };
     Kind kind = kUnknown;
-    Stroke stroke;  ///< usage may be a modifier key's
+    Stroke stroke;       ///< usage may be a modifier key's
+    char character = 0;  ///< what the key types for the person, where the terminal tells
     bool on = false;
     std::string text;
 
@@ -42,10 +44,13 @@ class TerminalInput {
   public:
     /// Takes what was read; what is not complete waits for the next call.
     std::vector<TerminalEvent> take(const std::string &bytes);
-    /// Nothing more came for a while: a lone Escape is the key.
+    /// Nothing more came for as long as patience(): a lone Escape is the key, a paste without its
+    /// end is over, and any other incomplete sequence is nothing.
     std::vector<TerminalEvent> flush();
-    /// An incomplete sequence waits.
-    bool pending() const { return !pending_.empty() && !pasting_; }
+    /// Something incomplete waits.
+    bool pending() const { return !pending_.empty() || pasting_; }
+    /// How far the bytes of what waits may be apart.
+    std::chrono::milliseconds patience() const;
 
   private:
     /// Bytes of the first event of pending_, 0 when some are missing.
@@ -55,8 +60,10 @@ class TerminalInput {
     void takeControlSequence(const std::string &body, char last,
                              std::vector<TerminalEvent> &events);
     void readPaste(std::vector<TerminalEvent> &events);
+    void takePaste(std::size_t size, std::vector<TerminalEvent> &events);
 
     std::string pending_;
+    std::size_t searched_ = 0;  ///< so much of a paste does not hold its end
     bool pasting_ = false;
     bool reports_ = false;  ///< the terminal tells presses and releases
 };

@@ -14,9 +14,9 @@ namespace sim {
 namespace {
 
 using Lock = std::lock_guard<std::mutex>;
-using namespace std::chrono_literals;
 using console::printable;
 
+constexpr std::chrono::seconds kSecond(1), kPatience(2);
 constexpr int kGreen = 1, kRed = 2, kYellow = 3;  // pairs of the Terminal
 constexpr std::size_t kKept = 200;                // lines and frames
 constexpr int kPictureRows = 8, kPictureColumns = 30;
@@ -110,8 +110,7 @@ bool BoardScreen::press(char key) {
     constexpr char kCtrlC = 3, kCtrlL = 12;
     switch (key) {
         case 'u':
-            unplugged_ = !unplugged_;
-            request(unplugged_ ? "unplug" : "plug");
+            request(board_.computer().state().attached ? "unplug" : "plug");
             return true;
         case 's':
             silent_ = !silent_;
@@ -170,7 +169,7 @@ void BoardScreen::askWhoControls() {
             }
         {
             const Lock lock(mutex_);
-            if (!board_.listening() || (asking_ && now - asked_ < 2s)) return;
+            if (!board_.listening() || (asking_ && now - asked_ < kPatience)) return;
             if (!holderChanged_ && !asking_) return;
             holderChanged_ = false;
         }
@@ -245,7 +244,7 @@ void BoardScreen::drawComputer(const Computer::State &state) const {
         put(static_cast<int>(row), kTextColumn, text.substr(at, width));
 }
 
-void BoardScreen::drawControl() const {
+void BoardScreen::drawControl() {
     std::string who = "who controls it is not known yet";
     int pair = 0;
     if (holder_ && !holder_->linked) who = "nobody controls it";
@@ -253,7 +252,10 @@ void BoardScreen::drawControl() const {
         who = "held by " + printable(holder_->user) + ", level " + std::to_string(holder_->level);
         pair = holder_->level > 0 ? kGreen : kYellow;
     }
-    const auto settings = console::parseSettings(board_.settings());
+    // Caught while it is written, the file says less.
+    const auto read = console::parseSettings(board_.settings());
+    if (read.count("per_enable") != 0) settings_ = read;
+    const console::Settings &settings = settings_;
     if (!console::permissionsOn(settings)) {
         who = "permissions are off: everybody may send";
     } else {
@@ -266,7 +268,7 @@ void BoardScreen::drawControl() const {
 }
 
 std::string BoardScreen::rates() {
-    const auto second = Clock::now() - 1s;
+    const auto second = Clock::now() - kSecond;
     for (auto &times : lately_)
         while (!times.empty() && times.front() < second) times.pop_front();
     return std::to_string(lately_[1].size()) + " to the chip, " +
@@ -286,7 +288,9 @@ void BoardScreen::drawFrames(int row, int rows) {
         const bool bad = words.rfind("refused", 0) == 0 || words.rfind("bytes", 0) == 0;
         put(++row, 0, frame.time + (frame.toDevice ? " > " : " < ") + words, A_NORMAL,
             bad ? kRed : 0);
-        put(row, std::max(36, COLS - 44), " " + inHex(frame.bytes, kBytes), A_DIM);
+        // The meaning comes before the bytes where a screen is narrow.
+        const int behind = 16 + static_cast<int>(words.size());
+        put(row, std::max({36, COLS - 44, behind}), " " + inHex(frame.bytes, kBytes), A_DIM);
     }
 }
 

@@ -41,7 +41,7 @@ class BoardScreen {
     void drawTitle() const;
     void drawPicture(const Computer::State &state) const;
     void drawComputer(const Computer::State &state) const;
-    void drawControl() const;
+    void drawControl();
     void drawFrames(int row, int rows);
     void drawLog(int row, int rows);
     void drawFoot() const;
@@ -51,7 +51,8 @@ class BoardScreen {
     std::unique_ptr<console::Endpoint> asking_;
     std::optional<console::Holder> holder_;
     Clock::time_point asked_{};
-    bool unplugged_ = false, silent_ = false, signal_ = true;
+    console::Settings settings_;
+    bool silent_ = false, signal_ = true;
     std::optional<std::string> request_;  ///< that is being typed
     std::string said_;                    ///< what the last request answered
 

@@ -19,7 +19,9 @@ Ch9350::Ch9350(Computer &computer) : computer_(computer) {
 
 // Of the frame that pending_ begins with; 0 when none begins there.
 std::size_t Ch9350::frameSize() const {
-    return pending_[0] == 0x57 && pending_[1] == 0xAB ? ch9350FrameSize(pending_[2]) : 0;
+    constexpr std::uint8_t kStatus = 0x12;  // which it only sends
+    if (pending_[0] != 0x57 || pending_[1] != 0xAB || pending_[2] == kStatus) return 0;
+    return ch9350FrameSize(pending_[2]);
 }
 
 void Ch9350::receive(SerialLine &line, const std::uint8_t *bytes, std::size_t count,

@@ -167,6 +167,8 @@ std::string inWords(const Bytes &frame) {
     if (frame.size() > 3 && frame[0] == 0x57 && frame[1] == 0xAB &&
         frame.size() == ch9350FrameSize(frame[2]))
         return ch9350Words(frame);
+    if (std::all_of(frame.begin(), frame.end(), [](std::uint8_t byte) { return byte == 0; }))
+        return "filler";  // the daemon puts two zeroes behind a movement
     const bool text = std::all_of(frame.begin(), frame.end(),
                                   [](std::uint8_t c) { return isprint(c) || isspace(c); });
     if (!text) return "bytes outside of frames";

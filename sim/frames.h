@@ -16,6 +16,8 @@ class FrameSplitter {
   public:
     /// What is complete now: frames, and the bytes between them.
     std::vector<Bytes> take(const Bytes &bytes);
+    /// What waits for its end.
+    const Bytes &rest() const { return pending_; }
 
   private:
     std::size_t completeSize() const;

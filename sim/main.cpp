@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -31,7 +32,7 @@ namespace {
 struct Options {
     sim::BoardOptions board;
     std::string chip = "ch9329", configFile, keepDir;
-    bool log = false, lines = false;
+    bool log = false, lines = false, quiet = false;
     std::string traceFile;
     FILE *trace = nullptr;
     bool screen = false;  ///< on a whole terminal
@@ -95,7 +96,7 @@ class Session {
             terminal.emplace(console::Terminal::kPlain);
             screen_ = std::make_unique<sim::BoardScreen>(board);
             terminal_ = &*terminal;
-        } else {
+        } else if (!options_.quiet) {
             printer.emplace(board.computer());
         }
         board.serialPorts().onTraffic([&](const sim::Traffic &traffic) {
@@ -109,6 +110,7 @@ class Session {
             screen_.reset();
         }
         terminal.reset();  // the daemon takes its time to end
+        fputs(lastWords_.c_str(), stderr);
         board.stop();
         board_ = nullptr;
         return status;
@@ -211,11 +213,11 @@ class Session {
         return options_.command.empty() && signal_ == SIGINT ? 0 : 128 + signal_;
     }
 
-    static int daemonEnded(sim::Board &board, int status) {
+    int daemonEnded(sim::Board &board, int status) {
         board.daemon()->awaitLogEnd(std::chrono::seconds(1));
         const auto log = board.daemon()->log();
-        fprintf(stderr, "quillon-board: the daemon ended with status %d; its last words: %s\n",
-                status, log.empty() ? "none" : log.back().c_str());
+        lastWords_ = "quillon-board: the daemon ended with status " + std::to_string(status) +
+                     "; its last words: " + (log.empty() ? "none" : log.back()) + "\n";
         return 1;
     }
 
@@ -231,6 +233,7 @@ class Session {
     std::mutex mutex_;  ///< of screen_, which the log's thread uses
     std::unique_ptr<sim::BoardScreen> screen_;
     console::Terminal *terminal_ = nullptr;
+    std::string lastWords_;  ///< for when the terminal shows lines again
     int signals_ = -1;
     int signal_ = 0;
     pid_t command_ = 0;
@@ -298,6 +301,8 @@ void describe(CLI::App &app, Options &options) {
         ->type_name("FILE");
     app.add_flag("--lines", options.lines,
                  "Lines, where a terminal without COMMAND shows the board live");
+    app.add_flag("--quiet", options.quiet,
+                 "Do not print what reaches the computer: the terminal is COMMAND's");
     app.add_flag("--log", options.log, "Print the daemon's log beside the rest");
     app.add_flag("!--no-power-cycle", board.powerCycle,
                  "Leave the board as it is when the daemon asks for \"reboot\"");
@@ -316,6 +321,13 @@ void describe(CLI::App &app, Options &options) {
         ->required();
     for (CLI::App *command : {enter, ctl}) command->fallthrough();  // --name may stand behind
     app.require_subcommand(0, 1);
+}
+
+// Is there a terminal that can place its cursor, and is this in its foreground?
+bool ownsScreen() {
+    const char *term = getenv("TERM");
+    return term != nullptr && *term != '\0' && strcmp(term, "dumb") != 0 &&
+           isatty(STDOUT_FILENO) != 0 && tcgetpgrp(STDIN_FILENO) == getpgrp();
 }
 
 void complete(CLI::App &app, Options &options) {
@@ -339,9 +351,8 @@ void complete(CLI::App &app, Options &options) {
     options.board.daemon = find({"quillon", "../sbin/quillon"});
     options.board.preload = find({"libquillon_uart.so", "../lib/quillon/libquillon_uart.so"});
     if (!options.traceFile.empty()) options.trace = sim::openTrace(options.traceFile);
-    options.screen = options.command.empty() && !options.lines && !options.log &&
-                     options.board.mcuBoards == 0 && isatty(STDIN_FILENO) != 0 &&
-                     isatty(STDOUT_FILENO) != 0;
+    options.screen = options.command.empty() && !options.lines && !options.log && !options.quiet &&
+                     options.board.mcuBoards == 0 && ownsScreen();
     if (options.log)
         options.board.onLogLine = [](const std::string &line) {
             printf("log       %s\n", line.c_str());

@@ -134,15 +134,15 @@ void SerialPort::takeFromHost(Clock::time_point now) {
 
 void SerialPort::handToDevice(const Chunk &chunk) {
     SerialDevice *device = device_;
-    if (device == nullptr || device->baud() != chunk.baud) return;
     tap_(true, chunk.bytes);
+    if (device == nullptr || device->baud() != chunk.baud) return;
     deviceTime_ = chunk.at;
     device->receive(*this, chunk.bytes.data(), chunk.bytes.size(), chunk.at);
 }
 
 void SerialPort::handToHost(const Chunk &chunk) {
-    if (!open_ || hostBaud() != chunk.baud) return;
     tap_(false, chunk.bytes);
+    if (!open_ || hostBaud() != chunk.baud) return;
     // What does not fit is lost, as a UART loses it that nobody reads.
     [[maybe_unused]] const ssize_t n = write(master_, chunk.bytes.data(), chunk.bytes.size());
 }

@@ -124,6 +124,10 @@ Trace::Trace(FILE *file) : file_(file), socket_(openCapture()), wake_(eventfd(0,
 Trace::~Trace() {
     eventfd_write(wake_, 1);
     thread_.join();
+    for (unsigned port = 0; port < SerialPorts::kCount; ++port)
+        for (const bool toDevice : {false, true})
+            if (const Bytes &rest = splitters_[port][toDevice].rest(); !rest.empty())
+                write(1 + port, toDevice ? kOutbound : kInbound, rest.data(), rest.size());
     close(socket_);
     close(wake_);
     fclose(file_);

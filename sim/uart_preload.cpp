@@ -133,7 +133,7 @@ ssize_t recvfrom(int fd, void *buffer, size_t size, int flags, sockaddr *from, s
     static sim::Losses losses = lossesAskedFor();
     for (;;) {
         const ssize_t n = call(fd, buffer, size, flags, from, length);
-        if (n < 0 || !isDataServer(fd) || !losses.happen()) return n;
+        if (n < 0 || !losses.happen() || !isDataServer(fd)) return n;
         memset(buffer, 0, static_cast<size_t>(n));  // callers clear it before, and rely on that
     }
 }

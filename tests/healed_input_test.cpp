@@ -65,9 +65,26 @@ TEST_F(Healed, PositionsComeOnceMoreAndMovementsNever) {
     input_.setButton(console::kNoButton);
     EXPECT_EQ(sentIn(input_, now_, 5s), "0m0 40m0 200m0 ");
     input_.setRelative(true);
-    input_.moveByDistance(200, -3);
+    input_.moveByDistance(100, -3);
+    input_.moveByDistance(100, 0);
+    input_.moveByDistance(-5, 0);
     input_.turnWheel(1);
     EXPECT_EQ(sentIn(input_, now_, 5s), "0m0 8m0 16m0 ");
+}
+
+TEST_F(Healed, KeysAreSaidAgainBesideMovementsAndEverythingCanBeLeft) {
+    input_.setRelative(true);
+    input_.setKeyboard(kA);
+    std::string all;
+    for (int i = 0; i < 60; ++i) {
+        input_.moveByDistance(300, 0);
+        all += sentIn(input_, now_, 4ms);
+    }
+    EXPECT_EQ(std::count(all.begin(), all.end(), ':'), 3) << all;
+    input_.setKeyboard({});
+    input_.abandon(20ms);
+    input_.releaseAll();
+    EXPECT_EQ(sentIn(input_, now_, 5ms).substr(0, 4), "0:0 ");
 }
 
 }  // namespace

@@ -42,6 +42,7 @@ TEST(TerminalInput, ReadsWhatTerminalsSend) {
         {"\x1b[I\x1b[O", "focus on, focus"},
         {"\x1b[200~a\rb\r\nc\x1b[Ad\x1b[201~e", "paste a\nb\nc\x1b[Ad, tap e"},
         {"\xc3\xa9", "unknown \xc3\xa9"},
+        {"\x1b[M !!a\xc3\x1b[A\x1b[\x1b[B", "tap a, tap up, tap down"},
         {"\x1b[?62;22c\x1b[99999999999999;9~\x1b[1;1;1;1;1;1;1;1x", "unknown, unknown"},
     };
     for (const auto &[bytes, words] : cases) {
@@ -76,6 +77,11 @@ TEST(TerminalInput, LoneEscapeIsTheKeyAndGarbageEnds) {
     EXPECT_TRUE(input.pending());
     ASSERT_EQ(input.flush().size(), 1U);
     EXPECT_EQ(read(input, "\x1b\x1b[A"), "tap escape, tap up");
+    read(input, "\x1b[");
+    EXPECT_EQ(inWords(input.flush().at(0)), "tap alt+[");
+    EXPECT_EQ(read(input, "\x1b[200~half"), "");
+    EXPECT_EQ(inWords(input.flush().at(0)), "paste half");
+    EXPECT_EQ(read(input, "\x1b[?1u\x1b[99;5u"), "keys, tap ctrl+c");  // no releases
     EXPECT_EQ(read(input, "\x1b[" + std::string(100, '1') + "a").find("unknown"), 0U);
     read(input, "\x1b[1");
     EXPECT_TRUE(input.flush().empty());

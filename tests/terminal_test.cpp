@@ -30,6 +30,10 @@ class Terminal : public test::OnBoard {
         ASSERT_TRUE(terminal_->shows("answers in")) << terminal_->screen();
     }
 
+    void TearDown() override {
+        if (board_) board_->computer().onEvent(nullptr);
+    }
+
     bool sees(const std::string &what) {
         return board_->computer().waitFor(
             [&](const auto &) {
