@@ -3,18 +3,16 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cmath>
-#include <cstdlib>
-#include <deque>
-#include <functional>
-#include <memory>
+#include <optional>
 
 #include "console_ports.h"
 #include "control_screen.h"
 #include "control_words.h"
+#include "forwarder.h"
 #include "guardian.h"
 #include "link_control.h"
 #include "link_messages.h"
+#include "questions.h"
 #include "terminal.h"
 #include "terminal_input.h"
 
@@ -26,7 +24,6 @@ using namespace std::chrono_literals;
 
 constexpr auto kRedraw = 33ms, kTick = 500ms;
 constexpr std::size_t kLongestLine = 4096;
-constexpr auto kConsentTime = 10s;  // how long an endpoint waits for it
 
 volatile std::sig_atomic_t resized = 0;
 
@@ -48,7 +45,8 @@ class Control {
           endpoint_(options.endpoint),
           address_(endpoint_.ownAddress()),
           name_(conventionalName(options.user, address_)),
-          ports_(address_, ConsolePorts::kSelfOrOther) {
+          ports_(address_, ConsolePorts::kSelfOrOther),
+          forwarder_(endpoint_, options.endpoint.asSoftware) {
         applying_ = options.apply;
         if (!ports_.own()) news_ = "another program of " + address_ + " answers for it";
     }
@@ -67,18 +65,13 @@ class Control {
             endpoint_.serve(now);
             feedPaste();
             followHolder();
-            forgetOldQuestions(now);
+            if (const auto late = questions_.takeLate(now))
+                news_ = "too late: " + printable(late->message.user) + " got no answer";
             show(now);
         }
     }
 
   private:
-    struct Question {
-        LinkMessage message;
-        DatagramSocket::Received from;
-        Clock::time_point until;
-    };
-
     // ---- waiting and reading
 
     void wait() {
@@ -127,7 +120,7 @@ class Control {
                     paste(event.text);
                 return;
             case TerminalEvent::kFocus:
-                if (!event.on) letGo();
+                if (!event.on) forwarder_.letGo();
                 return;
             case TerminalEvent::kKeyReports:
                 keyReports_ = event.on;
@@ -150,80 +143,37 @@ class Control {
     void key(const TerminalEvent &event) {
         const bool modifier = event.stroke.usage >= kUsageLeftCtrl;
         if (down(event) && event.stroke == options_.escape) {
-            letGo();
+            forwarder_.letGo();
             escape();
         } else if (menuOpen_ || prompting()) {
             if (event.kind != TerminalEvent::kRelease && !modifier) typeInMenu(event);
-        } else if (!paste_.empty()) {
+        } else if (forwarder_.pasting()) {
             if (down(event) && !modifier)
                 refused_ = "keys wait for the paste; " + options_.escapeName + " stops it";
         } else {
-            if (down(event)) refused_ = whyNotTaken();
-            forward(event);
+            const std::string why = forwarder_.key(event);
+            if (down(event)) complain(why);
         }
     }
 
-    void forward(const TerminalEvent &event) {
-        if (event.kind == TerminalEvent::kTap) return tap(event.stroke);
-        const bool press = event.kind == TerminalEvent::kPress;
-        Stroke state = endpoint_.input().keyboard();
-        if (event.stroke.usage >= kUsageLeftCtrl) {
-            const auto bit = static_cast<std::uint8_t>(1 << (event.stroke.usage - kUsageLeftCtrl));
-            state.modifiers =
-                static_cast<std::uint8_t>(press ? state.modifiers | bit : state.modifiers & ~bit);
-        } else {
-            state.modifiers = reconciled(state.modifiers, event.stroke.modifiers);
-            if (press && state.modifiers != endpoint_.input().keyboard().modifiers)
-                endpoint_.input().setKeyboard({state.modifiers, 0});
-            if (press) state.usage = event.stroke.usage;
-            if (press) wantLockKeys(state);
-            // Of a repeat nothing is said: the computer repeats what is down.
-            if (event.kind == TerminalEvent::kRelease && state.usage == event.stroke.usage)
-                state.usage = 0;
-        }
-        endpoint_.input().setKeyboard(state);
+    void mouse(const TerminalEvent &event) {
+        const std::string why = forwarder_.mouse(event, pictureArea());
+        if (event.action != TerminalEvent::kMove || !why.empty()) complain(why);
     }
 
-    // The modifiers that are down, of which the terminal knows kinds but not sides.
-    static std::uint8_t reconciled(std::uint8_t down, std::uint8_t reported) {
-        constexpr unsigned kRightSide = 4;  // bits from a left one to its right one
-        unsigned result = 0;
-        for (unsigned bit = 1; bit <= kLeftGui; bit <<= 1) {
-            const unsigned both = bit | bit << kRightSide;
-            if ((reported & bit) != 0) result |= (down & both) != 0 ? down & both : bit;
-        }
-        return static_cast<std::uint8_t>(result);
-    }
-
-    void tap(const Stroke &stroke) {
-        constexpr std::size_t kMostWaiting = 2000;  // records
-        HealedInput &input = endpoint_.input();
-        if (input.waiting() > kMostWaiting) {
-            refused_ = "keys come faster than the endpoint takes them";
-            return;
-        }
-        if (stroke.modifiers != 0) input.setKeyboard({stroke.modifiers, 0});
-        input.setKeyboard(stroke);
-        input.setKeyboard({});
-        wantLockKeys(stroke);
-    }
-
-    void wantLockKeys(const Stroke &stroke) {
-        for (const std::uint8_t usage : {kUsageCapsLock, kUsageNumLock, kUsageScrollLock})
-            if (stroke.usage == usage) endpoint_.askLockKeys();
-    }
-
-    void letGo() {
-        endpoint_.input().releaseAll();
-        mouseDown_ = 0;
+    // Why something could not be done, or else why the endpoint will not take it.
+    void complain(const std::string &why) {
+        refused_ = !why.empty() || options_.endpoint.asSoftware
+                       ? why
+                       : whyNotTaken(endpoint_.status(), address_);
     }
 
     // What is down can only be let go as software's record: others are not taken any more.
     void lostControl() {
         const HealedInput &input = endpoint_.input();
-        const bool held = !(input.keyboard() == Stroke{}) || !paste_.empty();
-        letGo();
-        paste_.clear();
+        const bool held = !(input.keyboard() == Stroke{}) || forwarder_.pasting();
+        forwarder_.letGo();
+        forwarder_.stopPaste();
         if (held) endpoint_.releaseAsSoftware();
         ring();
     }
@@ -236,96 +186,16 @@ class Control {
         if (applying_ && holder && endpoint_.status().settings) apply();
     }
 
-    // ---- the mouse
-
-    void mouse(const TerminalEvent &event) {
-        const PictureArea area = pictureArea();
-        const bool inside = area.holds(event.row, event.column);
-        if (event.action == TerminalEvent::kUp) {
-            if (event.button == mouseDown_) setButton(0);
-            return;
-        }
-        if (!inside || !endpoint_.status().link) return;
-        if (endpoint_.status().link->relative && options_.endpoint.asSoftware) {
-            refused_ = "movements cannot be wrapped as software's";
-            return;
-        }
-        if (endpoint_.status().link->relative)
-            moveBy(event, area);
-        else
-            moveTo(event, area);
-        if (event.action == TerminalEvent::kDown) setButton(event.button);
-        if (event.action == TerminalEvent::kWheel && event.button != 0)
-            endpoint_.input().turnWheel(static_cast<std::int8_t>(event.button));
-        if (event.action != TerminalEvent::kMove) refused_ = whyNotTaken();
-    }
-
-    // As the terminal counts: 1 left, 2 middle, 3 right. Others do not reach the computer.
-    void setButton(int button) {
-        constexpr Button kButtons[] = {kNoButton, kLeft, kMiddle, kRight};
-        if (button > 3) {
-            refused_ = "an endpoint knows three buttons";
-            return;
-        }
-        mouseDown_ = button;
-        endpoint_.input().setButton(kButtons[button]);
-    }
-
-    void moveTo(const TerminalEvent &event, const PictureArea &area) {
-        const auto pixel = [](int cell, int cells, int pixels) {
-            const double part = (cell + 0.5) / cells;
-            return static_cast<std::uint16_t>(
-                std::clamp(static_cast<int>(part * pixels), 0, std::max(0, pixels - 1)));
-        };
-        const Link &link = *endpoint_.status().link;
-        const std::uint16_t x = pixel(event.column - area.column, area.columns, link.width);
-        const std::uint16_t y = pixel(event.row - area.row, area.rows, link.height);
-        if (pointer_ && pointer_->first == x && pointer_->second == y) return;
-        pointer_ = {x, y};
-        endpoint_.input().moveTo(x, y);
-    }
-
-    // A cell is as far as it would be on the picture.
-    void moveBy(const TerminalEvent &event, const PictureArea &area) {
-        const Link &link = *endpoint_.status().link;
-        const auto cell = std::make_pair(event.column, event.row);
-        const auto last = lastCell_.value_or(cell);
-        lastCell_ = cell;
-        pointer_.reset();
-        const int dx = (cell.first - last.first) * std::max(1, link.width / area.columns);
-        const int dy = (cell.second - last.second) * std::max(1, link.height / area.rows);
-        if (dx != 0 || dy != 0) endpoint_.input().moveByDistance(dx, dy);
-    }
-
     // ---- pasted text
 
-    void paste(const std::string &text) {
-        std::vector<Stroke> states;
-        std::string error;
-        if (!paste_.empty()) {
-            refused_ = "a paste is still being typed";
-            return;
-        }
-        if (!typeStrokes(text, states, error)) {
-            refused_ = error;
-            return;
-        }
-        paste_.assign(states.begin(), states.end());
-        pasteTotal_ = paste_.size();
-        refused_ = whyNotTaken();
-    }
+    void paste(const std::string &text) { complain(forwarder_.paste(text)); }
 
     void feedPaste() {
-        if (paste_.empty() || !endpoint_.input().idle()) return;
-        if (!endpoint_.status().reachable || endpoint_.testsUsb()) return;  // it waits for that
-        constexpr int kTimesBefore = 2;  // more would make a long text crawl
-        endpoint_.input().setKeyboard(paste_.front(), kTimesBefore);
-        paste_.pop_front();
-        news_ = paste_.empty()
-                    ? "pasted"
-                    : "pasting, " + std::to_string(100 - 100 * paste_.size() / pasteTotal_) +
-                          " %; " + options_.escapeName + " stops it";
+        if (!forwarder_.feedPaste()) return;
         dirty_ = true;
+        news_ = !forwarder_.pasting() ? "pasted"
+                                      : "pasting, " + std::to_string(forwarder_.pastedPercent()) +
+                                            " %; " + options_.escapeName + " stops it";
     }
 
     // ---- the menu
@@ -333,9 +203,9 @@ class Control {
     bool prompting() const { return prompt_ != kNoPrompt; }
 
     void escape() {
-        if (!paste_.empty()) {
+        if (forwarder_.pasting()) {
             news_ = "the paste was stopped";
-            paste_.clear();
+            forwarder_.stopPaste();
             return;
         }
         if (prompting()) {
@@ -387,7 +257,7 @@ class Control {
             case 'd':
                 return disconnect(now);
             case 'm':
-                lastCell_.reset();
+                forwarder_.forgetPointer();
                 return endpoint_.command(relative ? "chip=abs" : "chip=rel", now);
             case 'k':
                 prompt_ = kKeysPrompt;
@@ -400,7 +270,7 @@ class Control {
                 usbAsked_ = true;
                 return endpoint_.testUsb();
             case ']':
-                return tap(options_.escape);
+                return complain(forwarder_.tap(options_.escape));
             case 'q':
                 leaving_ = true;
                 return;
@@ -438,16 +308,10 @@ class Control {
             return;
         }
         news_ = "sent " + strokeWords(*stroke);
-        refused_ = whyNotTaken();
-        tap(*stroke);
+        complain(forwarder_.tap(*stroke));
     }
 
     // ---- who controls it
-
-    std::string whyNotTaken() const {
-        return options_.endpoint.asSoftware ? ""
-                                            : console::whyNotTaken(endpoint_.status(), address_);
-    }
 
     void apply() {
         applying_ = false;
@@ -495,36 +359,21 @@ class Control {
             mine_ = false;
             lostControl();
         }
-        constexpr std::size_t kMostQuestions = 16;
-        if (message->kind != LinkMessage::kAsked || !ports_.own() ||
-            questions_.size() == kMostQuestions)
-            return;
-        questions_.push_back({*message, datagram, Clock::now() + kConsentTime});
+        if (message->kind != LinkMessage::kAsked || !ports_.own()) return;
+        questions_.add(*message, datagram, Clock::now());
         ring();
     }
 
     void consent(bool granted) {
         if (!offered_) return;
-        const auto found = std::find_if(
-            questions_.begin(), questions_.end(),
-            [this](const Question &question) { return question.until == offered_->until; });
-        if (found == questions_.end()) {
+        if (!questions_.remove(*offered_)) {
             refused_ = "too late";
             return;
         }
-        std::string why;
-        if (ports_.answer(found->from, consentAnswer(address_, found->message, granted), why))
-            news_ = (granted ? "gave control to " : "refused ") + printable(found->message.user);
-        else
-            refused_ = why;
-        questions_.erase(found);
-    }
-
-    void forgetOldQuestions(Clock::time_point now) {
-        while (!questions_.empty() && now > questions_.front().until) {
-            news_ = "too late: " + printable(questions_.front().message.user) + " got no answer";
-            questions_.pop_front();
-        }
+        const std::string user = printable(offered_->message.user);
+        if (ports_.answer(offered_->from, consentAnswer(address_, offered_->message, granted),
+                          refused_))
+            news_ = (granted ? "gave control to " : "refused ") + user;
     }
 
     // ---- what is seen
@@ -572,16 +421,17 @@ class Control {
     void showPointer(const EndpointStatus &status) {
         view_.pointerX.reset();
         view_.pointerY.reset();
-        if (!pointer_ || !status.link || status.link->width <= 0 || status.link->height <= 0)
-            return;
-        view_.pointerX = (pointer_->first + 0.5) / status.link->width;
-        view_.pointerY = (pointer_->second + 0.5) / status.link->height;
+        const auto &pointer = forwarder_.pointer();
+        if (!pointer || !status.link || status.link->width <= 0 || status.link->height <= 0) return;
+        view_.pointerX = (pointer->first + 0.5) / status.link->width;
+        view_.pointerY = (pointer->second + 0.5) / status.link->height;
     }
 
     const ControlOptions &options_;
     ControlledEndpoint endpoint_;
     const std::string address_, name_;
     ConsolePorts ports_;
+    Forwarder forwarder_;
     Terminal terminal_{Terminal::kAll};
     TerminalInput input_;
 
@@ -592,11 +442,7 @@ class Control {
     enum Prompt { kNoPrompt, kKeysPrompt, kTextPrompt } prompt_ = kNoPrompt;
     std::string line_;  ///< what was typed at the prompt
     Clock::time_point lastInput_{}, drawn_{};
-    std::deque<Stroke> paste_;  ///< states that are still to come
-    std::size_t pasteTotal_ = 0;
-    int mouseDown_ = 0;  ///< as the terminal counts
-    std::optional<std::pair<int, int>> pointer_, lastCell_;
-    std::deque<Question> questions_;
+    Questions questions_;
     std::optional<Question> offered_;  ///< in the menu
     std::string news_, refused_;
     ControlView view_;

@@ -6,18 +6,16 @@
 #include <chrono>
 #include <cstdio>
 #include <ctime>
-#include <deque>
 
 #include "console_ports.h"
 #include "link_messages.h"
+#include "questions.h"
 #include "report.h"
 
 namespace console {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-constexpr std::chrono::seconds kConsentTime(10);  // how long an endpoint waits for it
 
 std::string now(const char *format) {
     const std::time_t seconds = std::time(nullptr);
@@ -49,12 +47,6 @@ class Watch {
     }
 
   private:
-    struct Question {
-        LinkMessage message;
-        DatagramSocket::Received from;
-        Clock::time_point until;
-    };
-
     void print(const DatagramSocket::Received &datagram, const std::string &words,
                const Report &report) const {
         if (options_.json) {
@@ -76,25 +68,25 @@ class Watch {
         }
         print(datagram, inWords(*message), reportOf(*message));
         if (message->kind != LinkMessage::kAsked) return;
-        const Question question{*message, datagram, Clock::now() + kConsentTime};
         switch (options_.consent) {
             case WatchOptions::kSilent:
                 return;
             case WatchOptions::kGrant:
             case WatchOptions::kRefuse:
-                answer(question, options_.consent == WatchOptions::kGrant);
+                answer(*message, datagram, options_.consent == WatchOptions::kGrant);
                 return;
-            case WatchOptions::kAsk:
-                questions_.push_back(question);
-                if (questions_.size() == 1) ask();
+            case WatchOptions::kAsk: {
+                const bool first = questions_.empty();
+                questions_.add(*message, datagram, Clock::now());
+                if (first) ask();
+            }
         }
     }
 
-    void answer(const Question &question, bool granted) {
+    void answer(const LinkMessage &question, const DatagramSocket::Received &from, bool granted) {
         std::string why;
-        if (ports_.answer(question.from, consentAnswer(options_.address, question.message, granted),
-                          why))
-            print(question.from, granted ? "granted" : "refused", {{"granted", granted}});
+        if (ports_.answer(from, consentAnswer(options_.address, question, granted), why))
+            print(from, granted ? "granted" : "refused", {{"granted", granted}});
         else
             fprintf(stderr, "quillon-console: %s\n", why.c_str());
     }
@@ -111,24 +103,24 @@ class Watch {
         if (n <= 0) return false;
         if (questions_.empty()) return true;
         if (line[0] == 'y' || line[0] == 'n') {
-            answer(questions_.front(), line[0] == 'y');
-            questions_.pop_front();
+            const Question question = questions_.front();
+            questions_.remove(question);
+            answer(question.message, question.from, line[0] == 'y');
         }
         if (!questions_.empty()) ask();
         return true;
     }
 
     void forgetOldQuestions() {
-        while (!questions_.empty() && Clock::now() > questions_.front().until) {
+        while (questions_.takeLate(Clock::now())) {
             fprintf(stderr, "\ntoo late\n");
-            questions_.pop_front();
             if (!questions_.empty()) ask();
         }
     }
 
     const WatchOptions &options_;
     ConsolePorts ports_;
-    std::deque<Question> questions_;  ///< the first one is on the terminal
+    Questions questions_;  ///< the first one is on the terminal
 };
 
 }  // namespace
