@@ -35,11 +35,12 @@ void writeAll(const char *text) {
 Terminal::Terminal(Reports reports) : reports_(reports) {
     if (isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0)
         throw std::runtime_error("a full screen needs a terminal");
-    int error = 0;
-    if (setupterm(nullptr, STDOUT_FILENO, &error) != OK || cursor_address == nullptr)
-        throw std::runtime_error("this terminal cannot place its cursor; is TERM right?");
     setlocale(LC_CTYPE, "");
-    initscr();
+    screen_ = newterm(nullptr, stdout, stdin);
+    if (screen_ == nullptr || cursor_address == nullptr) {
+        if (screen_ != nullptr) leave();
+        throw std::runtime_error("this terminal cannot place its cursor; is TERM right?");
+    }
     raw();
     noecho();
     nonl();
@@ -60,7 +61,12 @@ Terminal::~Terminal() {
     if (reports_ == kAll) writeAll(kLeave);
     // What the terminal still reports must not end up in the shell.
     flushinp();
+    leave();
+}
+
+void Terminal::leave() {
     endwin();
+    delscreen(screen_);
 }
 
 std::string Terminal::read(bool &closed) {

@@ -5,6 +5,8 @@
 #include <functional>
 #include <string>
 
+struct screen;  // ncurses' SCREEN
+
 namespace console {
 
 /// Takes the terminal on standard input and output, and gives it back as it was.
@@ -29,7 +31,10 @@ class Terminal {
     static std::function<void()> restorer();
 
   private:
+    void leave();
+
     const Reports reports_;
+    ::screen *screen_ = nullptr;
 };
 
 }  // namespace console
