@@ -1,7 +1,6 @@
 #include "commands.h"
 
 #include <stdexcept>
-#include <thread>
 
 #include "datagram_socket.h"
 #include "records.h"
@@ -97,13 +96,11 @@ void Session::setLockKeys(LockKeys wanted) {
 void Session::setMouseMode(bool relative) {
     const std::string command = relative ? "chip=rel" : "chip=abs";
     operators_.send(command.data(), command.size());
-    // Another thread of the endpoint answers than the one that was told.
-    const auto deadline = std::chrono::steady_clock::now() + timeout_;
-    while (link().relative != relative) {
-        if (std::chrono::steady_clock::now() > deadline)
-            throw std::runtime_error("the endpoint did not change its mouse mode");
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
+    // Commands are taken one after the other: this one is done, and the chip told, when the next one
+    // is answered.
+    holder();
+    if (link().relative != relative)
+        throw std::runtime_error("the endpoint did not change its mouse mode");
 }
 
 void Session::setVerified(const std::string &command, const std::string &key, bool on) {
