@@ -96,8 +96,8 @@ void Session::setLockKeys(LockKeys wanted) {
 void Session::setMouseMode(bool relative) {
     const std::string command = relative ? "chip=rel" : "chip=abs";
     operators_.send(command.data(), command.size());
-    // Commands are taken one after the other: this one is done, and the chip told, when the next one
-    // is answered.
+    // Commands are taken one after the other: this one is done, and the chip told, when the next
+    // one is answered.
     holder();
     if (link().relative != relative)
         throw std::runtime_error("the endpoint did not change its mouse mode");
