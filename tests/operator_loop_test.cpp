@@ -105,9 +105,12 @@ TEST_F(Operator, LinkTestIsAnsweredWith64BytesToWhoIsMeant) {
     const std::string tail = "\n[answer]=127.0.0.1:05001\nusb_is_link_pc\n";
     EXPECT_EQ(answerTo(head + "192.168.1.11" + tail), "");
     EXPECT_EQ(answerTo(head + "192.168.1.10\n[answer]=a:1\nusb_is_link_pc"), "");
-    const std::string expected = "[ack]\n[controlled]=192.168.1.10\nusb_is_link_pc=1";
-    const std::string reply = answerTo(head + "192.168.1.10" + tail);
-    EXPECT_EQ(reply, expected + std::string(64 - expected.size(), '\0'));
+    std::string expected = "[ack]\n[controlled]=192.168.1.10\nusb_is_link_pc=1", reply;
+    expected.resize(64, '\0');
+    // The chip has 60 ms for its status, which a busy machine may not give it.
+    for (int i = 0; i < 5 && reply != expected; ++i)
+        reply = answerTo(head + "192.168.1.10" + tail);
+    EXPECT_EQ(reply, expected);
     EXPECT_EQ(answerTo("[seq] without the word"), "");
 }
 
