@@ -108,8 +108,7 @@ TEST_F(Operator, LinkTestIsAnsweredWith64BytesToWhoIsMeant) {
     std::string expected = "[ack]\n[controlled]=192.168.1.10\nusb_is_link_pc=1", reply;
     expected.resize(64, '\0');
     // The chip has 60 ms for its status, which a busy machine may not give it.
-    for (int i = 0; i < 5 && reply != expected; ++i)
-        reply = answerTo(head + "192.168.1.10" + tail);
+    for (int i = 0; i < 5 && reply != expected; ++i) reply = answerTo(head + "192.168.1.10" + tail);
     EXPECT_EQ(reply, expected);
     EXPECT_EQ(answerTo("[seq] without the word"), "");
 }
