@@ -8,13 +8,25 @@ namespace console {
 namespace {
 
 std::string holderWords(const EndpointStatus &status, const std::string &ownName) {
-    if (!status.holder) return "who controls it is not known yet";
-    const Holder &holder = *status.holder;
     if (status.settings && !permissionsOn(*status.settings))
         return "permissions are off: everybody may send";
+    if (!status.holder) return "who controls it is not known yet";
+    const Holder &holder = *status.holder;
     if (!holder.linked) return "nobody controls it";
     return "held by " + printable(holder.user) + (holder.user == ownName ? " (you)" : "") +
            ", level " + std::to_string(holder.level);
+}
+
+// Eight outputs have to have room on a line.
+std::string outputWords(const std::vector<std::string> &outputs) {
+    std::string words, network;
+    for (const std::string &output : outputs) {
+        const std::size_t dot = output.rfind('.');
+        const bool same = dot != std::string::npos && output.substr(0, dot) == network;
+        words += " " + printable(same ? output.substr(dot) : output);
+        network = output.substr(0, dot);
+    }
+    return words.empty() ? " none" : words;
 }
 
 std::string onOff(bool on) {
@@ -31,12 +43,8 @@ std::string strokeWords(const Stroke &stroke) {
 
 std::string whoWords(const EndpointStatus &status, const std::string &ownName) {
     std::string words = holderWords(status, ownName);
-    if (status.settings && permissionsOn(*status.settings)) {
-        std::string outputs;
-        for (const std::string &output : linkedOutputs(*status.settings))
-            outputs += " " + printable(output);
-        words += " | outputs" + (outputs.empty() ? " none" : outputs);
-    }
+    if (status.settings && permissionsOn(*status.settings))
+        words += " | outputs" + outputWords(linkedOutputs(*status.settings));
     return words;
 }
 

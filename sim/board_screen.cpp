@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "board_control.h"
+#include "control_words.h"
 #include "keymap.h"
 #include "link_messages.h"
 
@@ -164,7 +165,7 @@ void BoardScreen::askWhoControls() {
     try {
         if (asking_)
             if (const auto answer = asking_->receive()) {
-                holder_ = console::parseHolder(*answer);
+                status_.holder = console::parseHolder(*answer);
                 asking_.reset();
             }
         {
@@ -245,26 +246,14 @@ void BoardScreen::drawComputer(const Computer::State &state) const {
 }
 
 void BoardScreen::drawControl() {
-    std::string who = "who controls it is not known yet";
-    int pair = 0;
-    if (holder_ && !holder_->linked) who = "nobody controls it";
-    if (holder_ && holder_->linked) {
-        who = "held by " + printable(holder_->user) + ", level " + std::to_string(holder_->level);
-        pair = holder_->level > 0 ? kGreen : kYellow;
-    }
     // Caught while it is written, the file says less.
     const auto read = console::parseSettings(board_.settings());
-    if (read.count("per_enable") != 0) settings_ = read;
-    const console::Settings &settings = settings_;
-    if (!console::permissionsOn(settings)) {
-        who = "permissions are off: everybody may send";
-    } else {
-        who += " | outputs";
-        for (const std::string &output : console::linkedOutputs(settings))
-            who += " " + printable(output);
-    }
+    if (read.count("per_enable") != 0) status_.settings = read;
+    int pair = 0;
+    if (status_.holder && status_.holder->linked)
+        pair = status_.holder->level > 0 ? kGreen : kYellow;
     put(kControlRow, 0, "CONTROL", A_BOLD);
-    put(kControlRow, 9, who, A_NORMAL, pair);
+    put(kControlRow, 9, console::whoWords(status_, ""), A_NORMAL, pair);
 }
 
 std::string BoardScreen::rates() {

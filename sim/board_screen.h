@@ -7,8 +7,8 @@
 #include <optional>
 #include <string>
 
-#include "answers.h"
 #include "board.h"
+#include "controlled_endpoint.h"
 #include "endpoint.h"
 #include "frames.h"
 
@@ -49,9 +49,8 @@ class BoardScreen {
 
     Board &board_;
     std::unique_ptr<console::Endpoint> asking_;
-    std::optional<console::Holder> holder_;
+    console::EndpointStatus status_;  ///< holder and settings
     Clock::time_point asked_{};
-    console::Settings settings_;
     bool silent_ = false, signal_ = true;
     std::optional<std::string> request_;  ///< that is being typed
     std::string said_;                    ///< what the last request answered

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "control_words.h"
 #include "input.h"
 #include "keymap.h"
 
@@ -73,6 +74,21 @@ TEST(Mouse, LargeDistancesAreCutIntoSteps) {
     const auto turns = console::wheelAt(1, 2, -200);
     EXPECT_EQ(turns.size(), 3U);
     EXPECT_EQ(turns[1], (Datagram{0x57, 0xAB, 4, 1, 0, 1, 0, 2, 0, 0x81}));
+}
+
+TEST(Words, WhoControlsAndOnWhichOutputs) {
+    console::EndpointStatus status;
+    EXPECT_EQ(console::whoWords(status, "ann"), "who controls it is not known yet");
+    status.holder = console::Holder{"192.168.1.10", "ann", true, 5};
+    status.settings = console::Settings{{"per_enable", "1"}};
+    EXPECT_EQ(console::whoWords(status, "ann"), "held by ann (you), level 5 | outputs none");
+    int slot = 0;
+    for (const char *output : {"10.0.0.20", "10.0.0.21", "10.0.1.21", "no_address", "no_address"})
+        (*status.settings)["connect_ip" + std::to_string(slot++)] = output;
+    EXPECT_EQ(console::whoWords(status, "bob"),
+              "held by ann, level 5 | outputs 10.0.0.20 .21 10.0.1.21 no_address no_address");
+    (*status.settings)["per_enable"] = "0";
+    EXPECT_EQ(console::whoWords(status, "bob"), "permissions are off: everybody may send");
 }
 
 }  // namespace
