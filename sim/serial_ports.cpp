@@ -80,9 +80,10 @@ void SerialPorts::serveUartEvents(int client) {
     if (n == sizeof event && event.port < kCount) {
         SerialPort &port = *ports_[event.port];
         port.run(Clock::now());
-        if (event.kind == UartEvent::kOpened) port.hostOpened();
-        // A drain that has to wait stays unread, and is looked at again when the wire moves on.
-        if (event.kind != UartEvent::kOpened) finished = port.drained();
+        // What has to wait for the wire stays unread, and is looked at again when it moves on. An
+        // open waits, too: a process that was killed in its close may be waiting before it.
+        finished = port.drained();
+        if (event.kind == UartEvent::kOpened && finished) port.hostOpened();
         if (event.kind == UartEvent::kClosing && finished) port.hostClosed();
     }
     if (!finished) return;
