@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -14,6 +15,12 @@
 #include "process.h"
 
 namespace sim {
+namespace {
+
+// A board may run for weeks, and a moving mouse gives hundreds of lines a second.
+constexpr std::size_t kLinesKept = 100'000;
+
+}  // namespace
 
 Daemon::Daemon(Setup setup) : setup_(std::move(setup)) {
     int out[2];
@@ -83,7 +90,7 @@ void Daemon::awaitLogEnd(std::chrono::milliseconds timeout) const {
 
 std::vector<std::string> Daemon::log() const {
     const std::lock_guard<std::mutex> lock(mutex_);
-    return log_;
+    return {log_.begin(), log_.end()};
 }
 
 std::optional<std::size_t> Daemon::waitForLine(const std::string &text,
@@ -92,8 +99,10 @@ std::optional<std::size_t> Daemon::waitForLine(const std::string &text,
     std::unique_lock<std::mutex> lock(mutex_);
     std::size_t at = first;
     const bool found = changed_.wait_for(lock, timeout, [&] {
-        while (at < log_.size() && log_[at].find(text) == std::string::npos) ++at;
-        return at < log_.size();
+        at = std::max(at, dropped_);
+        const std::size_t end = dropped_ + log_.size();
+        while (at < end && log_[at - dropped_].find(text) == std::string::npos) ++at;
+        return at < end;
     });
     return found ? std::optional<std::size_t>(at) : std::nullopt;
 }
@@ -102,6 +111,10 @@ void Daemon::takeLine(const std::string &line) {
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         log_.push_back(line);
+        if (log_.size() > kLinesKept) {
+            log_.pop_front();
+            ++dropped_;
+        }
         changed_.notify_all();
     }
     if (setup_.onLine) setup_.onLine(line);

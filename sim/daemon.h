@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <deque>
 #include <functional>
 #include <mutex>
 #include <optional>
@@ -45,9 +46,10 @@ class Daemon {
 
     /// Waits until nothing more can come into the log of a daemon that ended.
     void awaitLogEnd(std::chrono::milliseconds timeout) const;
-    /// Everything that it printed, standard output and error.
+    /// What it printed, standard output and error: the last 100,000 lines.
     std::vector<std::string> log() const;
     /// Waits for a line that holds text, from line number first on; its number, or none in time.
+    /// Lines are numbered from its start.
     std::optional<std::size_t> waitForLine(const std::string &text,
                                            std::chrono::milliseconds timeout,
                                            std::size_t first = 0) const;
@@ -62,7 +64,8 @@ class Daemon {
     std::optional<int> status_;
     mutable std::mutex mutex_;
     mutable std::condition_variable changed_;
-    std::vector<std::string> log_;
+    std::deque<std::string> log_;
+    std::size_t dropped_ = 0;  ///< lines that were before those in log_
     bool logEnded_ = false;
     std::thread reader_;
 };
