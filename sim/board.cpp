@@ -238,6 +238,7 @@ int Board::stop() {
 void Board::powerCycle() {
     const std::lock_guard<std::mutex> lock(mutex_);
     daemon_->kill();
+    ports_->powerCut();  // else its last frame reaches the chip in the new life
     hidChip().powerCycle();
     startDaemon();
 }

@@ -169,4 +169,11 @@ void SerialPort::hostClosed() {
     tcflush(keeper_, TCIFLUSH);
 }
 
+void SerialPort::powerCut() {
+    tcflush(keeper_, TCIOFLUSH);
+    toDevice_.clear();
+    toHost_.clear();
+    wireFree_ = answerFree_ = {};
+}
+
 }  // namespace sim

@@ -1,5 +1,5 @@
-// One serial port: a pseudo-terminal, and the wire to the device behind it. Used by SerialPorts'
-// thread, but for what is said to be safe elsewhere.
+// One serial port: a pseudo-terminal, and the wire to the device behind it. One thread at a time,
+// but for what is said to be safe without that.
 #pragma once
 
 #include <atomic>
@@ -21,8 +21,8 @@ class SerialPort : public SerialLine {
     SerialPort(const SerialPort &) = delete;
     SerialPort &operator=(const SerialPort &) = delete;
 
-    void attach(SerialDevice &device) { device_ = &device; }  ///< safe from other threads
-    int hostBaud() const;                                     ///< safe from other threads
+    void attach(SerialDevice &device) { device_ = &device; }  ///< safe at any time
+    int hostBaud() const;                                     ///< safe at any time
 
     /// To poll for input.
     int descriptor() const { return master_; }
@@ -35,6 +35,8 @@ class SerialPort : public SerialLine {
 
     void hostOpened() { open_ = true; }
     void hostClosed();
+    /// Loses what is on its way, also what the host wrote and did not read.
+    void powerCut();
 
     void send(const Bytes &bytes, int baud, Clock::duration delay) override;
     Clock::duration jitter() const override;

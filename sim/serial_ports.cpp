@@ -68,6 +68,11 @@ void SerialPorts::onTraffic(std::function<void(const Traffic &)> callback) {
     callback_ = std::move(callback);
 }
 
+void SerialPorts::powerCut() {
+    const std::lock_guard<std::mutex> lock(wires_);
+    for (const auto &port : ports_) port->powerCut();
+}
+
 int SerialPorts::hostBaud(int port) const {
     return ports_.at(static_cast<std::size_t>(port))->hostBaud();
 }
@@ -96,6 +101,7 @@ void SerialPorts::serveUartEvents(int client) {
 void SerialPorts::serve() {
     // A wire knows no slack of 50 us, which would come on top of every byte's time.
     prctl(PR_SET_TIMERSLACK, 1);
+    std::unique_lock<std::mutex> lock(wires_);
     for (;;) {
         std::vector<pollfd> fds{{wake_, POLLIN, 0}, {events_, POLLIN, 0}};
         auto due = Clock::time_point::max();
@@ -113,7 +119,9 @@ void SerialPorts::serve() {
         const auto left = std::max(due - Clock::now(), Clock::duration::zero());
         wait.tv_sec = idle ? 0 : std::chrono::duration_cast<std::chrono::seconds>(left).count();
         wait.tv_nsec = idle ? 0 : static_cast<long>((left % std::chrono::seconds(1)).count());
+        lock.unlock();
         ppoll(fds.data(), fds.size(), idle ? nullptr : &wait, nullptr);
+        lock.lock();
 
         if ((fds[0].revents & POLLIN) != 0) return;
         for (const auto &port : ports_) port->run(Clock::now());

@@ -35,6 +35,9 @@ class SerialPorts {
     /// Calls back with everything that passes, from the ports' thread; null: no more.
     void onTraffic(std::function<void(const Traffic &)> callback);
 
+    /// Loses what is on the wires, either way, as when the power fails.
+    void powerCut();
+
     /// Speed that the host has set, bits per second.
     int hostBaud(int port) const;
 
@@ -42,8 +45,9 @@ class SerialPorts {
     void serve();
     void serveUartEvents(int client);
 
+    std::mutex wires_;  ///< for ports_, but what is safe there without
     std::array<std::unique_ptr<SerialPort>, kCount> ports_;
-    std::mutex mutex_;
+    std::mutex mutex_;  ///< for callback_
     std::function<void(const Traffic &)> callback_;
     int events_ = -1;  // listening socket of the preload library
     int wake_ = -1;

@@ -72,4 +72,18 @@ TEST(SerialPorts, PacedWireTakesItsTimeAndKeepsShortAnswersWhole) {
     EXPECT_GE(sim::Clock::now() - start, 129ms);
 }
 
+TEST(SerialPorts, PowerCutLosesWhatIsOnTheWire) {
+    test::ScriptedDevice device;
+    sim::SerialPorts ports(true);
+    ports.attach(1, device);
+    device.setBaud(9600);
+    device.answer('?', {1});
+    Host host(B9600);
+    host.write(Bytes(2000, 'x'));  // two seconds
+    ports.powerCut();
+    host.write({'?'});
+    EXPECT_EQ(host.read(2s), Bytes{1});
+    EXPECT_LT(device.heard().size(), 1000U);
+}
+
 }  // namespace
