@@ -171,6 +171,7 @@ void SerialPort::hostClosed() {
 
 void SerialPort::powerCut() {
     tcflush(keeper_, TCIOFLUSH);
+    takeFromHost(Clock::now());  // the flush spares what waits to be read here
     toDevice_.clear();
     toHost_.clear();
     wireFree_ = answerFree_ = {};
