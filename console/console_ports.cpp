@@ -52,9 +52,10 @@ void ConsolePorts::takePorts() {
     tried_ = std::chrono::steady_clock::now();
     auto link =
         std::make_unique<DatagramSocket>(address_, kLinkPort, address_, DatagramSocket::kAlone);
-    heartbeats_ = std::make_unique<DatagramSocket>(address_, kHeartbeatPort, address_);
+    auto heartbeats = std::make_unique<DatagramSocket>(address_, kHeartbeatPort, address_);
     relay_ = std::make_unique<WatchRelay>(address_);
     link_ = std::move(link);
+    heartbeats_ = std::move(heartbeats);
     listener_.reset();
 }
 
@@ -78,16 +79,14 @@ void ConsolePorts::serve(const std::function<void(const DatagramSocket::Received
         while (const auto text = listener_->receive(kAtOnce)) take({*text, address_, 0});
     if (!own()) return;
     relay_->admit();
-    while (const auto datagram = link_->receive(kAtOnce)) {
-        relay_->pass(datagram->text);
-        take(*datagram);
-    }
-    while (const auto ping = heartbeats_->receive(kAtOnce)) try {
-            if (ping->text == "heart")
-                heartbeats_->send(ping->sender, ping->senderPort, "ackheart");
-        } catch (const std::system_error &) {
-            // The network is down for a while: as good as no answer.
-        }
+    drain(*link_, [&](const auto &datagram) {
+        relay_->pass(datagram.text);
+        take(datagram);
+    });
+    drain(*heartbeats_, [&](const auto &ping) {
+        std::string why;  // the network is down for a while: as good as no answer
+        if (ping.text == "heart") send(*heartbeats_, ping, "ackheart", why);
+    });
 }
 
 bool ConsolePorts::answer(const DatagramSocket::Received &to, const std::string &text,
