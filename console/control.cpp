@@ -283,7 +283,6 @@ class Control {
     }
 
     void typeInPrompt(const Stroke &stroke, char character) {
-        constexpr std::uint8_t kUsageEscape = 0x29, kUsageKeypadEnter = 0x58;
         if (stroke.usage == kUsageBackspace) {
             if (!line_.empty()) line_.pop_back();
         } else if (stroke.usage == kUsageEscape) {
@@ -345,12 +344,10 @@ class Control {
         if (!message) return;
         dirty_ = true;
         const bool ours = message->endpoint == options_.endpoint.to;
-        const std::string words =
-            (ours ? "" : printable(message->endpoint) + ": ") + inWords(*message);
-        if (message->kind == LinkMessage::kReply && message->code != LinkMessage::kGranted)
-            refused_ = printable(words);
-        else
-            news_ = printable(words);
+        const bool refusal =
+            message->kind == LinkMessage::kReply && message->code != LinkMessage::kGranted;
+        (refusal ? refused_ : news_) =
+            printable((ours ? "" : message->endpoint + ": ") + inWords(*message));
         if (ours && message->kind != LinkMessage::kAsked) endpoint_.askWhoControls(Clock::now());
         const bool gone = message->kind == LinkMessage::kDropped
                               ? message->user == name_

@@ -25,10 +25,12 @@ constexpr std::uint8_t kAnyShift = kLeftShift | kRightShift;
 /// Usages that programs of ours speak of by name.
 enum Usage : std::uint8_t {
     kUsageEnter = 0x28,
+    kUsageEscape = 0x29,
     kUsageBackspace = 0x2A,
     kUsageCapsLock = 0x39,
     kUsageScrollLock = 0x47,
-    kUsageNumLock = 0x53
+    kUsageNumLock = 0x53,
+    kUsageKeypadEnter = 0x58
 };
 
 /// A key and the modifiers that go down with it. usage 0: modifiers alone.

@@ -97,7 +97,7 @@ std::optional<Stroke> strokeOfByte(char byte) {
         case '\x7f':
             return Stroke{0, kUsageBackspace};
         case kEscape:
-            return Stroke{0, 0x29};
+            return Stroke{0, kUsageEscape};
         case '\0':
             return Stroke{kLeftCtrl, strokeOf(' ')->usage};
         default:
@@ -235,10 +235,10 @@ std::size_t TerminalInput::readEscape(std::vector<TerminalEvent> &events) {
     if (pending_.size() < 2) return 0;
     if (pending_[1] == '[') return readControlSequence(events);
     if (pending_[1] == 'O') {
-        constexpr std::uint8_t kUsageKeypadEnter = 0x58;
         if (pending_.size() < 3) return 0;
-        if (const std::uint8_t usage =
-                pending_[2] == 'M' ? kUsageKeypadEnter : find(kLetters, pending_[2])) {
+        std::uint8_t usage = find(kLetters, pending_[2]);
+        if (pending_[2] == 'M') usage = kUsageKeypadEnter;
+        if (usage != 0) {
             events.push_back(keyEvent(TerminalEvent::kTap, 0, usage));
             return 3;
         }

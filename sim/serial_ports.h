@@ -1,8 +1,8 @@
 // The board's serial ports /dev/ttyAMA0 to 3: pseudo-terminals, with wires behind them.
 //
-// A pseudo-terminal has no speed. With setPaced the wires take their time, 10 bits for each byte,
-// and answers come as a UART's FIFO hands them over: 16 bytes at a time, a short answer whole.
-// Without, bytes arrive at once. Either way they only arrive while both ends agree on the speed.
+// A pseudo-terminal has no speed. Paced wires take their time, 10 bits for each byte, and answers
+// come as a UART's FIFO hands them over: 16 bytes at a time, a short answer whole. On others bytes
+// arrive at once. Either way they only arrive while both ends agree on the speed.
 #pragma once
 
 #include <array>
