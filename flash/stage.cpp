@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -46,7 +45,7 @@ int runStage(const std::string &file) {
     Singleton<SoftwareConfig>::getInstance()->ReadConfig();
     openPort();
     if (MySerial::fd_ < 0) return 1;
-    tcflush(MySerial::fd_, TCIFLUSH);  // what an earlier upload left unread
+    MySerial::discardInput();  // what an earlier upload left unread
     std::atomic<bool> ended{false};
     std::thread upload([&] {
         uploadFile(file.c_str());

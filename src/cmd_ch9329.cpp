@@ -184,7 +184,12 @@ bool cntRead(char *destination, int *count, int size, int timeout) {
         memset(scratch, 0, sizeof scratch);
         const int n = MySerial::nread(scratch, perRead, timeout);
         if (n == 0) break;
-        if (n < 0) continue;  // meant so: only silence ends the reading
+        if (n < 0) {
+            // Deliberate: only silence ends the reading. The time of a wait passes here, for a
+            // port that is closed fails at once.
+            usleep(static_cast<useconds_t>(timeout == 0 ? MySerial::kDefaultWait : timeout));
+            continue;
+        }
         ++reads;
         const int kept = std::min(n, kReplyRoom - *count);
         memcpy(destination + *count, scratch, static_cast<std::size_t>(kept));

@@ -39,7 +39,7 @@ void getNewLocation(char *message, char *frame);
 /// Reads, size bytes at most (256) at a time, until the line is quiet for timeout microseconds (0:
 /// 60000), or for kMaxReads reads. destination has kReplyRoom bytes; what is beyond them is
 /// dropped and not counted. True when at least one byte arrived. Does not return while reads
-/// fail.
+/// fail, and tries one each timeout.
 bool cntRead(char *destination, int *count, int size, int timeout);
 
 /// Asks for the computer's lock LEDs, which takes at least 190 ms. False, with all three off, when

@@ -135,7 +135,6 @@ int MySerial::nwrite(const char *data, int length) {
 }
 
 int MySerial::nread(char *buffer, int length, int timeout) {
-    constexpr int kDefaultWait = 60000;  // microseconds
     const int fd = descriptor();
     int ready = -1;
     if (fd >= 0 && fd < FD_SETSIZE) {
@@ -156,6 +155,10 @@ int MySerial::nread(char *buffer, int length, int timeout) {
     const int n = static_cast<int>(read(fd, buffer, static_cast<std::size_t>(length)));
     if (n <= 0) printf("com read failed %X!\n", static_cast<unsigned>(n));
     return n;
+}
+
+void MySerial::discardInput() {
+    if (const int fd = descriptor(); fd >= 0) tcflush(fd, TCIFLUSH);
 }
 
 void MySerial::close_port() {

@@ -27,9 +27,15 @@ class MySerial {
     /// again without pause or limit, so this never returns on a port that is not open.
     static int nwrite(const char *data, int length);
 
-    /// One read of up to length bytes after a wait of up to timeout microseconds (0: 60000).
+    /// What a time-out of 0 stands for, microseconds.
+    static constexpr int kDefaultWait = 60000;
+
+    /// One read of up to length bytes after a wait of up to timeout microseconds (0: kDefaultWait).
     /// The count, 0 when the wait ran out, -1 when it failed, or what the failing read returned.
     static int nread(char *buffer, int length, int timeout);
+
+    /// Throws away what was received and not read yet; nothing on a port that is not open.
+    static void discardInput();
 
     /// Closes the port; fd_ keeps its value, though reads and writes fail until it is opened anew.
     static void close_port();

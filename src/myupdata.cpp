@@ -1,7 +1,5 @@
 #include "myupdata.h"
 
-#include <termios.h>
-
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -104,7 +102,7 @@ bool MyUpdata::UploadMotFile(unsigned int index) {
     const std::string erase = eraseCommand(index);
     logAt("UploadMotFile", 84, "earse: %s", erase.c_str());
     // An answer that came too late for an earlier board is none for this one.
-    tcflush(MySerial::fd_, TCIFLUSH);
+    MySerial::discardInput();
     write(erase);
     std::string answer;
     readMore(answer);

@@ -19,6 +19,7 @@ unsigned vi_w = 1920, vi_h = 1080;
 
 CURRENTINFO curtInfo;
 unsigned curLink_num = 0;
+unsigned linkTableChanges = 0;
 
 char tmpOutIp[128][128];
 int tmpLinkNum = 0;

@@ -45,9 +45,11 @@ extern bool pthread_vi_get;  ///< video watch keeps running while true
 // Size of the picture; the video watch writes, the data server reads.
 extern unsigned vi_w, vi_h;
 
-// The link table: the main thread writes, and the heartbeat watch its levels.
+// The link table: the main thread writes, and the heartbeat watch its levels. Other threads read
+// the outputs through linkedSlots() of main/link_table.h.
 extern CURRENTINFO curtInfo;
-extern unsigned curLink_num;  ///< slots of curtInfo in use
+extern unsigned curLink_num;       ///< slots of curtInfo in use
+extern unsigned linkTableChanges;  ///< goes up by two with each change, and is odd during one
 
 // Scratch list of console addresses; cleared when the data server starts.
 extern char tmpOutIp[128][128];

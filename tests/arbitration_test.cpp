@@ -240,10 +240,13 @@ TEST_F(Arbitration, FieldsThatDoNotFitRefuseTheCommand) {
         for (const char *command : {"connect|", "apply|"}) {
             EXPECT_EQ(of(command + fields), Heard{});
             EXPECT_TRUE(logged("value refused\n")) << fields;
+            EXPECT_EQ(logged("get name:"), command[0] == 'a');
             EXPECT_STREQ(curtInfo.curName, kAnn);
         }
-    EXPECT_EQ(of("disconnect|192.168.1.20-ann="), Heard{});
-    EXPECT_EQ(of("disconnect|" + longName), Heard{});
+    for (const std::string &nobody : {std::string("192.168.1.20-ann="), longName}) {
+        EXPECT_EQ(of("disconnect|" + nobody), Heard{});
+        EXPECT_FALSE(logged("value refused\n")) << "a name that is stored nowhere";
+    }
     EXPECT_EQ(saved(), before);
     // What just fits; a name without address: nobody to tell.
     EXPECT_EQ(of("connect|" + name + "|192.168.100.100|2147483648", 1).size(), 1U);
@@ -253,6 +256,18 @@ TEST_F(Arbitration, FieldsThatDoNotFitRefuseTheCommand) {
     EXPECT_EQ(of("connect|1234567890123456-x|192.168.1.20|2147483647"), Heard{});
     EXPECT_STREQ(curtInfo.curName, "1234567890123456-x");
     EXPECT_FALSE(logged("--->send"));
+}
+
+TEST_F(Arbitration, HolderOfAnOldFileIsServedUnderHisName) {
+    strcpy(curtInfo.curName, "1.2.3.4-x=y");
+    TableChange().setCount(1);
+    of("connect|1.2.3.4-x=y|192.168.1.21|5");
+    of("apply|1.2.3.4-x=y|192.168.1.22|5");
+    EXPECT_EQ(curLink_num, 3U);
+    of("connect|1.2.3.4-x=y|1.2.3.4=|5");
+    EXPECT_TRUE(logged("value refused\n"));
+    EXPECT_EQ(of("disconnect|1.2.3.4-x=y", 1).size(), 1U);
+    EXPECT_EQ(curLink_num, 0U);
 }
 
 TEST_F(Arbitration, MissingFieldsAreEmptyAndZero) {

@@ -57,9 +57,10 @@ TEST_F(Operator, QueryIsCutAtItsField) {
 TEST_F(Operator, SettingsAreKeptAndTakeEffect) {
     version = true;
     EXPECT_EQ(answerTo("chip=relative"), "");
-    EXPECT_EQ(log_.rfind("osd rcv command-->chip=relative\nQMX set chip model:relativ\n", 0), 0U);
+    EXPECT_EQ(log_.rfind("osd rcv command-->chip=relative\nQMX set chip model:relative\n", 0), 0U);
     EXPECT_TRUE(rel_enable);
-    answerTo("chip=other");
+    answerTo("chip=x=y");
+    EXPECT_NE(log_.find("QMX set chip model:x=y\n[SaveConfig]-110: save"), std::string::npos);
     EXPECT_TRUE(rel_enable);
     answerTo("per_enable=12");
     EXPECT_TRUE(per);
@@ -76,7 +77,8 @@ TEST_F(Operator, ValuesCannotBecomeOtherSettings) {
     answerTo("chip=abs");
     const std::string before = test::readFile("./quillon.ini");
     for (const char *command :
-         {"per_enable=ip=1", "kUsbPower=a\x01", "chip=rel=", "per_enable=\x7f"}) {
+         {"per_enable=ip=1", "kUsbPower=a\x01", "per_enable=\x7f", "per_enable=00000001",
+          "kUsbPower=00000001"}) {
         answerTo(command);
         EXPECT_EQ(test::readFile("./quillon.ini"), before) << command;
         EXPECT_NE(log_.find("value refused\n"), std::string::npos) << command;

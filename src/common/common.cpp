@@ -1,7 +1,9 @@
 #include "common/common.h"
 
+#include <fcntl.h>
 #include <sys/ipc.h>
 #include <sys/msg.h>
+#include <unistd.h>
 
 #include <cctype>
 #include <cerrno>
@@ -26,6 +28,14 @@ void copyText(char *field, std::size_t size, const char *text) {
     const std::size_t length = strnlen(text, size - 1);
     memcpy(field, text, length);
     memset(field + length, 0, size - length);
+}
+
+void holdStandardDescriptors() {
+    // Each takes the lowest free number.
+    int fd = 0;
+    do fd = open("/dev/null", O_RDWR);
+    while (fd >= 0 && fd <= STDERR_FILENO);
+    if (fd > STDERR_FILENO) close(fd);
 }
 
 int str2int(const std::string &s) {

@@ -50,39 +50,13 @@ void tellUser(const char *name, const Message &message, long size) {
     printf("--->send %s data %s\n", address, message.text);
 }
 
-// The next free slot; the counter follows once it is stored.
-void fillSlot(const char *ip) {
+// The next free slot.
+unsigned linkOutput(const char *ip) {
     const unsigned slot = curLink_num;
-    copyText(curtInfo.curOutIp[slot], kAddressSize, ip);
-    curtInfo.link[slot] = 1;
-}
-
-void storeSlot(bool withNameAndLevel) {
-    saveLinkInfo(curLink_num, withNameAndLevel);
-    sharedStore(curLink_num, curLink_num + 1);
-}
-
-void setHolder(const char *name, const char *ip, int level) {
-    copyText(curtInfo.curName, sizeof curtInfo.curName, name);
-    fillSlot(ip);
-    sharedStore(curtInfo.curOutPre, level);
-}
-
-// Only the last slot is given up: those below it keep their addresses and serve the next user.
-// The counter before the slot, which keeps short the moment in which an empty address counts as
-// linked: one that does lets anybody send.
-void dropHolder() {
-    copyText(curtInfo.curName, sizeof curtInfo.curName, "");
-    sharedStore(curtInfo.curOutPre, 0);
-    const unsigned last = curLink_num - 1;
-    sharedStore(curLink_num, last);
-    curtInfo.link[last] = 0;
-    copyText(curtInfo.curOutIp[last], kAddressSize, "");
-}
-
-void clearTable() {
-    sharedStore(curLink_num, 0U);  // first, as above
-    curtInfo = {};
+    TableChange change;
+    change.setOutput(slot, ip);
+    change.setCount(slot + 1);
+    return slot;
 }
 
 // False, with nothing changed but a message printed, for a ninth output.
@@ -90,10 +64,8 @@ bool hasRoom() {
     return curLink_num < kMaxOutputs || saveLinkInfo(curLink_num, false);
 }
 
-// Names slot curLink_num: the one just filled while the counter has yet to follow, else the empty
-// one behind the last.
-void logSuccess(int line) {
-    const char *output = curLink_num < kMaxOutputs ? curtInfo.curOutIp[curLink_num] : "";
+void logSuccess(int line, unsigned slot) {
+    const char *output = slot < kMaxOutputs ? curtInfo.curOutIp[slot] : "";
     logAt("main", line, "connect name:%s,ip:%s,pre:%d  success", curtInfo.curName, output,
           sharedLoad(curtInfo.curOutPre));
 }
@@ -103,24 +75,32 @@ struct Request {
     int level = 0;
 };
 
-// Prints a line and returns false when a field is too long, or would be read back from the
-// settings as something else.
-bool readRequest(char *command, bool withAddress, Request &request) {
+Request readRequest(char *command, bool withAddress) {
     changeChar(command);
+    Request request;
     std::istringstream words(command);
     std::string word;
     words >> word >> request.name;
     if (withAddress) words >> request.ip;
     words >> request.level;
-    if (request.name.size() < sizeof curtInfo.curName && request.ip.size() < kAddressSize &&
-        isStorable(request.name) && isStorable(request.ip))
-        return true;
-    puts("value refused");
-    return false;
+    return request;
 }
 
 bool isHolder(const std::string &name) {
     return name == curtInfo.curName;
+}
+
+// False, and a line, for a field that has no room, or would be read back from the settings as
+// something else. The name of the holder is stored already.
+bool mayStore(const Request &request) {
+    const auto fits = [](const std::string &text, std::size_t size) {
+        return text.size() < size && isStorable(text);
+    };
+    if (fits(request.ip, kAddressSize) &&
+        (isHolder(request.name) || fits(request.name, sizeof curtInfo.curName)))
+        return true;
+    puts("value refused");
+    return false;
 }
 
 void addOutput(const std::string &ip) {
@@ -130,9 +110,9 @@ void addOutput(const std::string &ip) {
         return;
     }
     if (!hasRoom()) return;
-    fillSlot(ip.c_str());
-    logSuccess(2101);
-    storeSlot(false);
+    const unsigned slot = linkOutput(ip.c_str());
+    logSuccess(2101, slot);
+    saveLinkInfo(slot, false);
 }
 
 // "reply", an address, a name and a code. Only the code 0 refuses: anything else there grants, a
@@ -156,28 +136,41 @@ void reply(UDPSocket &operators, const std::string &ip, int code) {
 
 bool connectNew(const char *name, const char *ip, int level) {
     const Message message = connected(name, level);
+    unsigned slot = 0;
     if (curLink_num != 0) {
         tellUser(curtInfo.curName, message, message.length());
-        dropHolder();
+        // Deliberate: those below keep their addresses and serve the next user.
+        slot = curLink_num - 1;
     }
-    setHolder(name, ip, level);
+    {
+        TableChange change;
+        change.setHolder(name, level);
+        change.setOutput(slot, ip);
+        change.setCount(slot + 1);
+    }
     tellUser(curtInfo.curName, message, message.length());
-    storeSlot(true);
+    saveLinkInfo(slot, true);
     return true;
 }
 
 bool disconnectUserConnectNew(const char *name, const char *ip, int level, bool dropCurrent) {
-    if (dropCurrent) {
-        sharedStore(curLink_num, 0U);  // from now on the old outputs do not count
-        tellAll(holderDropped());
-        clearTable();
+    if (!dropCurrent && !hasRoom()) return true;
+    const Message dropped = holderDropped();
+    const unsigned slot = dropCurrent ? 0 : curLink_num;
+    {
+        // From the old outputs to the new one in a single step: with none of them linked, who sent
+        // last would decide who may.
+        TableChange change;
+        if (dropCurrent) change.clear();
+        change.setHolder(name, level);
+        change.setOutput(slot, ip);
+        change.setCount(slot + 1);
     }
-    if (!hasRoom()) return true;
-    setHolder(name, ip, level);
+    if (dropCurrent) tellAll(dropped);
     const Message message = connected(curtInfo.curName, level);
     tellAll(message);
     printf("send ---->%s\n", message.text);
-    storeSlot(true);
+    saveLinkInfo(slot, true);
     return true;
 }
 
@@ -235,8 +228,8 @@ void judgeNewUser(UDPSocket *sock, int *level) {
 }
 
 void handleConnect(UDPSocket &, char *command) {
-    Request wanted;
-    if (!readRequest(command, true, wanted)) return;
+    const Request wanted = readRequest(command, true);
+    if (!mayStore(wanted)) return;
     if (curLink_num == 0) {
         connectNew(wanted.name.c_str(), wanted.ip.c_str(), wanted.level);
     } else if (isHolder(wanted.name)) {
@@ -245,22 +238,20 @@ void handleConnect(UDPSocket &, char *command) {
         perLowerCurnt(wanted.name.c_str());
     } else {  // an equal takes over; to be asked for consent is what "apply" is for
         connectNew(wanted.name.c_str(), wanted.ip.c_str(), wanted.level);
-        logSuccess(2113);
+        logSuccess(2113, curLink_num);  // Deliberate: the slot behind the last one
     }
 }
 
 void handleApply(UDPSocket &operators, char *command) {
-    Request wanted;
-    if (!readRequest(command, true, wanted)) return;
+    const Request wanted = readRequest(command, true);
     printf("get name:%s ip:%s per:%d\n", wanted.name.c_str(), wanted.ip.c_str(), wanted.level);
+    if (!mayStore(wanted)) return;
     const char *name = wanted.name.c_str(), *ip = wanted.ip.c_str();
     if (curLink_num == 0) {
         disconnectUserConnectNew(name, ip, wanted.level, false);
     } else if (isHolder(wanted.name)) {
         // Meant so: unlike "connect", this links an output twice.
-        if (!hasRoom()) return;
-        fillSlot(ip);
-        storeSlot(false);
+        if (hasRoom()) saveLinkInfo(linkOutput(ip), false);
     } else if (sharedLoad(curtInfo.curOutPre) < wanted.level) {
         disconnectUserConnectNew(name, ip, wanted.level, true);
     } else if (const int code = applyUser(name); code >= 0) {
@@ -270,13 +261,12 @@ void handleApply(UDPSocket &operators, char *command) {
 }
 
 void handleDisconnect(UDPSocket &, char *command) {
-    Request wanted;
-    if (!readRequest(command, false, wanted)) return;
+    const Request wanted = readRequest(command, false);
     // Any beginning of the holder's name will do, the empty one too.
     if (strncmp(wanted.name.c_str(), curtInfo.curName, wanted.name.size()) != 0) return;
     const Message message = holderDropped();
     printf("disconnect name:%s\n ", curtInfo.curName);
     tellAll(message);
-    clearTable();
+    TableChange().clear();
     disconnectSaveInfo();
 }

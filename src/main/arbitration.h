@@ -36,8 +36,8 @@ void judgeNewUser(UDPSocket *sock, int *level);
 /// The rules for "connect|NAME|ADDRESS|LEVEL", "apply|NAME|ADDRESS|LEVEL" and
 /// "disconnect|NAME|LEVEL" (whose level is not looked at). Each takes the whole command, and
 /// changes its bars to blanks; the operator socket sends the answer to "apply". A field that is
-/// missing is empty, a missing level 0. A field that is too long or cannot be stored refuses the
-/// command with a line on standard output.
+/// missing is empty, a missing level 0. A field to be stored that is too long or cannot be refuses
+/// "connect" or "apply" with a line on standard output; "disconnect" stores none.
 void handleConnect(UDPSocket &operators, char *command);
 void handleApply(UDPSocket &operators, char *command);
 void handleDisconnect(UDPSocket &operators, char *command);

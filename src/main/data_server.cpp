@@ -3,7 +3,6 @@
 #include <arpa/inet.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -11,6 +10,7 @@
 #include "cmd_ch9329.h"
 #include "common/common.h"
 #include "main/forwarding.h"
+#include "main/link_table.h"
 #include "myserial.h"
 #include "software_config.h"
 #include "state.h"
@@ -41,12 +41,12 @@ void authorize(ConsoleServer &server, const char *sender) {
         server.authorized = true;
         return;
     }
-    const unsigned links = std::min(sharedLoad(curLink_num), kMaxOutputs);
-    if (links == 0) return;
+    const LinkedSlots slots = linkedSlots();
+    if (slots.count == 0) return;
     server.authorized = false;
-    for (unsigned slot = 0; slot < links; ++slot) {
-        const char *output = curtInfo.curOutIp[slot];
-        if (strncmp(sender, output, strnlen(output, kAddressSize)) == 0) server.authorized = true;
+    for (unsigned slot = 0; slot < slots.count; ++slot) {
+        const char *output = slots.address[slot];
+        if (strncmp(sender, output, strlen(output)) == 0) server.authorized = true;
     }
 }
 

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "common/common.h"
+#include "main/link_table.h"
 #include "state.h"
 #include "udpsocket/udpsocket.h"
 
@@ -14,8 +15,8 @@ namespace {
 constexpr unsigned kHeartbeatPort = 41301, kOutputPort = 41237;
 constexpr char kPing[] = "heart", kAnswer[] = "ackheart";
 
-bool isLinked(unsigned slot, const char *address) {
-    return curtInfo.link[slot] != 0 && strlen(address) > 6 && strcmp(address, "0.0.0.0") != 0;
+bool isOutput(const char *address) {
+    return strlen(address) > 6 && strcmp(address, "0.0.0.0") != 0;
 }
 
 // Any answer on the heartbeat socket counts, whoever sent it.
@@ -36,13 +37,14 @@ bool ping(UDPSocket &socket, const char *address) {
 void heartbeatPass(UDPSocket &socket) {
     if (sharedLoad(curLink_num) == 0) return;
     for (unsigned slot = 0; slot < kMaxOutputs; ++slot) {
-        char address[kAddressSize];
-        copyText(address, sizeof address, curtInfo.curOutIp[slot]);
-        if (!isLinked(slot, address)) continue;
+        // Anew for each: the one before may have taken 6 s.
+        const LinkedSlots slots = linkedSlots();
+        const char *address = slots.address[slot];
+        if (!slots.linked[slot] || !isOutput(address)) continue;
         if (ping(socket, address)) {
             logAt("checkConnect", kNoLine, "heartBeat rcv %s", kAnswer);
             if (sharedLoad(curtInfo.curOutPre) == 0)
-                sharedStore(curtInfo.curOutPre, curtInfo.heartPre);
+                sharedStore(curtInfo.curOutPre, sharedLoad(curtInfo.heartPre));
         } else if (!timeOutCheck(slot)) {
             printf("not get out %s heartbeat\n", address);
         }
@@ -50,14 +52,13 @@ void heartbeatPass(UDPSocket &socket) {
 }
 
 bool timeOutCheck(unsigned slot) {
-    char address[kAddressSize];
-    copyText(address, sizeof address, curtInfo.curOutIp[slot]);
+    const LinkedSlots slots = linkedSlots();
     UDPSocket *socket = __atomic_load_n(&htBeatSocket, __ATOMIC_RELAXED);
     if (socket == nullptr) return false;  // the process is ending
-    socket->SendTo(address, kOutputPort, kPing, sizeof kPing - 1);
+    socket->SendTo(slots.address[slot], kOutputPort, kPing, sizeof kPing - 1);
     if (answered(*socket)) return true;
     if (const int level = sharedLoad(curtInfo.curOutPre); level != 0) {
-        curtInfo.heartPre = level;
+        sharedStore(curtInfo.heartPre, level);
         sharedStore(curtInfo.curOutPre, 0);
     }
     return false;

@@ -1,12 +1,13 @@
 #include "main/link_table.h"
 
+#include <sched.h>
+
+#include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <string>
 
 #include "common/common.h"
 #include "software_config.h"
-#include "state.h"
 
 namespace {
 
@@ -37,7 +38,64 @@ void loadLinks(Config &config, const std::string &name) {
     }
 }
 
+LinkedSlots copySlots() {
+    LinkedSlots slots;
+    slots.count = std::min(sharedLoad(curLink_num), kMaxOutputs);
+    for (unsigned slot = 0; slot < kMaxOutputs; ++slot) {
+        slots.linked[slot] = sharedLoad(curtInfo.link[slot]) != 0;
+        for (unsigned i = 0; i < kAddressSize; ++i)
+            slots.address[slot][i] = sharedLoad(curtInfo.curOutIp[slot][i]);
+        slots.address[slot][kAddressSize - 1] = '\0';
+    }
+    return slots;
+}
+
 }  // namespace
+
+// The count is odd before anything changes, and even after all of it: a reader that found the same
+// even count before and after its copy has a table that was whole.
+TableChange::TableChange() {
+    sharedStore(linkTableChanges, linkTableChanges + 1);
+    __atomic_thread_fence(__ATOMIC_RELEASE);
+}
+
+TableChange::~TableChange() {
+    __atomic_store_n(&linkTableChanges, linkTableChanges + 1, __ATOMIC_RELEASE);
+}
+
+void TableChange::setHolder(const char *name, int level) {
+    copyText(curtInfo.curName, sizeof curtInfo.curName, name);
+    sharedStore(curtInfo.curOutPre, level);
+}
+
+void TableChange::setOutput(unsigned slot, const char *address) {
+    char text[kAddressSize];
+    copyText(text, sizeof text, address);
+    for (unsigned i = 0; i < kAddressSize; ++i) sharedStore(curtInfo.curOutIp[slot][i], text[i]);
+}
+
+void TableChange::setCount(unsigned count) {
+    for (unsigned slot = 0; slot < kMaxOutputs; ++slot)
+        sharedStore(curtInfo.link[slot], slot < count ? 1 : 0);
+    sharedStore(curLink_num, count);
+}
+
+void TableChange::clear() {
+    setHolder("", 0);
+    sharedStore(curtInfo.heartPre, 0);
+    for (unsigned slot = 0; slot < kMaxOutputs; ++slot) setOutput(slot, "");
+    setCount(0);
+}
+
+LinkedSlots linkedSlots() {
+    for (;; sched_yield()) {
+        const unsigned before = __atomic_load_n(&linkTableChanges, __ATOMIC_ACQUIRE);
+        if (before % 2 != 0) continue;
+        const LinkedSlots slots = copySlots();
+        __atomic_thread_fence(__ATOMIC_ACQUIRE);
+        if (sharedLoad(linkTableChanges) == before) return slots;
+    }
+}
 
 bool saveLinkInfo(unsigned index, bool withNameAndPer) {
     if (index >= kMaxOutputs) {

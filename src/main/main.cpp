@@ -112,8 +112,12 @@ void HandleSig(int sig) {
 }
 
 int main() {
+    holdStandardDescriptors();
     setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);  // log lines leave as they end, into a file too
     for (const int sig : {SIGHUP, SIGINT, SIGTERM, SIGSEGV}) signal(sig, HandleSig);
+    // Who reads the log may go; a daemon goes on without. Caught, since what is ignored would stay
+    // ignored in the shell commands.
+    signal(SIGPIPE, [](int) {});
     char board[kBoardSize] = {};
 
     loadSettings();

@@ -28,12 +28,14 @@ void answerQuery(UDPSocket &socket, char *) {
     socket.EchoTo(reply, static_cast<long>(strlen(reply)));
 }
 
-// The text behind "KEY=" of a command, cut to its field; false, and a line, when it would be read
-// back from the settings file as another setting.
-bool takeValue(const char *command, const char *format, char (&value)[8]) {
-    memset(value, 0, sizeof value);
-    sscanf(command, format, value);
-    if (isStorable(value)) return true;
+// A value as the operators send it; all of a datagram, so that one that is too long is seen.
+using Value = char[kOperatorDatagram + 1];
+
+// False, and a line, for a value that its setting has no room for, or that would be read back from
+// the settings file as another setting.
+bool mayKeep(const Value &value) {
+    constexpr std::size_t kLongest = 7;
+    if (strlen(value) <= kLongest && isStorable(value)) return true;
     puts("value refused");
     return false;
 }
@@ -45,8 +47,9 @@ void keep(Config::SoftWareConfigID id, const char *value) {
 }
 
 void setMouseMode(UDPSocket &, char *command) {
-    char value[8];
-    if (!takeValue(command, "chip=%7s", value)) return;
+    // Nothing to refuse: what is kept is "rel" or "abs", whatever else was said.
+    Value value = {};
+    sscanf(command, "chip=%256s", value);
     printf("QMX set chip model:%s\n", value);
     const bool relative = strncmp(value, "rel", 3) == 0;
     if (!relative && strncmp(value, "abs", 3) != 0) {
@@ -61,16 +64,18 @@ void setMouseMode(UDPSocket &, char *command) {
 }
 
 void setPermissions(UDPSocket &, char *command) {
-    char value[8];
-    if (!takeValue(command, "per_enable=%7s", value)) return;
+    Value value = {};
+    sscanf(command, "per_enable=%256s", value);
+    if (!mayKeep(value)) return;
     printf("QMX set per:%s\n", value);
     sharedStore(per, atoi(value) != 0);
     keep(Config::kPerEnable, value);
 }
 
 void setUsbPower(UDPSocket &, char *command) {
-    char value[8];
-    if (!takeValue(command, "kUsbPower=%7s", value)) return;
+    Value value = {};
+    sscanf(command, "kUsbPower=%256s", value);
+    if (!mayKeep(value)) return;
     set_usb_power(atoi(value) != 0, hd_info);
     keep(Config::kUsbPower, value);
 }

@@ -2,8 +2,13 @@
 // them is chosen when the program is linked.
 #pragma once
 
-/// A physical address as the media library takes it, 64 bits also on the 32-bit board.
+/// A physical address as the media library takes it. Most have 64 bits, on a 32-bit board too; one
+/// with 32 bits would take the size from the wrong register there if it were called so.
+#if QUILLON_MPI_ADDRESS_BITS == 32
+typedef unsigned int MpiPhysicalAddress;
+#else
 typedef unsigned long long MpiPhysicalAddress;
+#endif
 
 extern "C" {
 /// Maps size bytes at a physical address; null on failure.

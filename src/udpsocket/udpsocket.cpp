@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 
@@ -344,10 +345,16 @@ bool UDPSocket::setnonblocking() {
 
 bool UDPSocket::delRcvBuff() {
     if (!noblock || !arm()) return false;
+    using Clock = std::chrono::steady_clock;
+    using std::chrono::microseconds;
+    constexpr microseconds kWholeDrain(100000);
     char buffer[129];
-    // One 100 ms for the whole drain: select counts it down and nobody reloads it.
-    timeval wait{0, 100000};
+    // Of the whole drain, not of each wait: a flood, and a slow log, take time as well.
+    const auto end = Clock::now() + kWholeDrain;
     for (;;) {
+        const auto left = std::chrono::duration_cast<microseconds>(end - Clock::now());
+        if (left <= microseconds::zero()) break;
+        timeval wait{0, static_cast<suseconds_t>(left.count())};
         const int ready = select(maxFd, &rdFd, nullptr, nullptr, &wait);
         if (ready == 0 || (ready < 0 && errno != EINTR)) break;
         if (ready < 0 || !FD_ISSET(socket_, &rdFd)) continue;
