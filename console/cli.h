@@ -2,7 +2,6 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
-#include <csignal>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -10,9 +9,6 @@
 #include "commands.h"
 
 namespace console {
-
-/// Not 0 once a signal asked the program to end.
-extern volatile std::sig_atomic_t interrupted;
 
 struct Options {
     std::string to, from;

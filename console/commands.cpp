@@ -9,7 +9,6 @@ namespace console {
 namespace {
 
 constexpr std::uint16_t kSettingsPort = 4001;
-constexpr char kGroup[] = "224.168.1.1";
 
 template <class T>
 T understood(const std::optional<T> &parsed, const std::string &answer) {
@@ -66,12 +65,19 @@ Settings Session::settings() {
 }
 
 Settings Session::settingsViaGroup() {
-    DatagramSocket group(kGroup, kSettingsPort, ownAddress());
+    DatagramSocket group(kEndpointGroup, kSettingsPort, ownAddress());
     const std::string command = "getKvmInfo:" + to_;
     operators_.send(command.data(), command.size());
-    const auto text = group.receive(timeout_);
-    if (!text) throw std::runtime_error("no settings came on " + std::string(kGroup));
-    return parseSettings(text->text);
+    // Others of the network can send to the group, too.
+    const auto deadline = std::chrono::steady_clock::now() + timeout_;
+    for (;;) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0)
+            throw std::runtime_error("no settings came from " + to_ + " on " + kEndpointGroup);
+        const auto datagram = group.receive(left);
+        if (datagram && datagram->sender == to_) return parseSettings(datagram->text);
+    }
 }
 
 bool Session::usbLinked() {
@@ -83,10 +89,11 @@ void Session::setLockKeys(LockKeys wanted) {
     const auto word = [](bool on) { return std::string(on ? "on" : "off"); };
     const std::string request = "out=" + word(wanted.caps) + "&num=" + word(wanted.num);
     data_.send(request.data(), request.size());
-    const LockKeys now = lockKeys();
-    // An endpoint with a CH9350 leaves the Num Lock key down.
+    // An endpoint with a CH9350 leaves the Num Lock key down. It takes these after the request,
+    // and before anything that could keep them from being sent.
     const KeyboardRecord release = keyboardRecord({});
-    data_.send(release.data(), release.size());
+    for (int times = 0; times < 2; ++times) data_.send(release.data(), release.size());
+    const LockKeys now = lockKeys();
     if (now.caps != wanted.caps || now.num != wanted.num)
         throw std::runtime_error("the lock keys are now caps " + word(now.caps) + ", num " +
                                  word(now.num) +
@@ -116,20 +123,6 @@ void Session::setPermissions(bool on) {
 
 void Session::setUsbPower(bool on) {
     setVerified("kUsbPower", "usb_power", on);
-}
-
-std::vector<Holder> discover(const std::string &from, std::chrono::milliseconds timeout) {
-    DatagramSocket socket(from, 0, from);
-    socket.send(kGroup, kOperatorPort, "query");
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    std::vector<Holder> found;
-    for (;;) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-            deadline - std::chrono::steady_clock::now());
-        const auto answer = left.count() > 0 ? socket.receive(left) : std::nullopt;
-        if (!answer) return found;
-        if (const auto holder = parseHolder(answer->text)) found.push_back(*holder);
-    }
 }
 
 }  // namespace console

@@ -5,7 +5,6 @@
 #include <chrono>
 #include <cstdint>
 #include <string>
-#include <vector>
 
 #include "answers.h"
 #include "endpoint.h"
@@ -14,6 +13,8 @@ namespace console {
 
 /// Where endpoints take operators' commands.
 constexpr std::uint16_t kOperatorPort = 41302;
+/// The group that all endpoints hear them in.
+constexpr char kEndpointGroup[] = "224.168.1.1";
 
 /// An endpoint's two ports.
 class Session {
@@ -22,6 +23,8 @@ class Session {
             std::chrono::milliseconds timeout);
 
     Endpoint &data() { return data_; }
+    /// The endpoint's address.
+    const std::string &to() const { return to_; }
     /// Own address as the endpoint sees it.
     std::string ownAddress() const { return data_.ownAddress(); }
 
@@ -50,8 +53,5 @@ class Session {
     std::chrono::milliseconds timeout_;
     Endpoint data_, operators_;
 };
-
-/// All endpoints that answer on the network of the address from (any without it) in time.
-std::vector<Holder> discover(const std::string &from, std::chrono::milliseconds timeout);
 
 }  // namespace console

@@ -14,10 +14,10 @@ constexpr std::chrono::milliseconds kAtOnce(0);
 
 using Take = std::function<void(const DatagramSocket::Received &)>;
 
-// What is there, but not for ever when more keeps coming.
+constexpr int kMostOfOneTurn = 64;
+
 void drain(DatagramSocket &socket, const Take &take) {
-    constexpr int kMost = 64;
-    for (int i = 0; i < kMost; ++i) {
+    for (int i = 0; i < kMostOfOneTurn; ++i) {
         const auto datagram = socket.receive(kAtOnce);
         if (!datagram) return;
         take(*datagram);
@@ -47,40 +47,67 @@ ConsolePorts::ConsolePorts(const std::string &address, Owner owner)
     }
 }
 
-// All or none of them.
+// All or none of them. To pass messages on is a service to others, and goes without saying.
 void ConsolePorts::takePorts() {
     tried_ = std::chrono::steady_clock::now();
     auto link =
         std::make_unique<DatagramSocket>(address_, kLinkPort, address_, DatagramSocket::kAlone);
     auto heartbeats = std::make_unique<DatagramSocket>(address_, kHeartbeatPort, address_);
-    relay_ = std::make_unique<WatchRelay>(address_);
+    try {
+        relay_ = std::make_unique<WatchRelay>(address_);
+    } catch (const std::system_error &) {
+        relay_.reset();
+    }
     link_ = std::move(link);
     heartbeats_ = std::move(heartbeats);
     listener_.reset();
 }
 
-void ConsolePorts::addTo(std::vector<pollfd> &fds) const {
-    fds.push_back({group_.fd(), POLLIN, 0});
-    if (listener_) fds.push_back({listener_->fd(), POLLIN, 0});
-    if (!own()) return;
-    for (const int fd : {link_->fd(), heartbeats_->fd(), relay_->fd()})
-        fds.push_back({fd, POLLIN, 0});
+std::string ConsolePorts::trouble() const {
+    if (own() && !relay_)
+        return "another user of this machine has the name under which messages are passed on: "
+               "other consoles at " +
+               address_ + " hear nothing";
+    if (own()) return "";
+    if (listener_ && listener_->connected())
+        return "another program at " + address_ + " answers heartbeats and questions";
+    return "another program has the ports of " + address_ +
+           " and passes nothing on: questions for control go to it alone";
 }
 
-void ConsolePorts::serve(const std::function<void(const DatagramSocket::Received &)> &take) {
+void ConsolePorts::addTo(std::vector<pollfd> &fds) const {
+    fds.push_back({group_.fd(), POLLIN, 0});
+    if (listener_ && listener_->connected()) fds.push_back({listener_->fd(), POLLIN, 0});
+    if (!own()) return;
+    for (const int fd : {link_->fd(), heartbeats_->fd()}) fds.push_back({fd, POLLIN, 0});
+    if (relay_) fds.push_back({relay_->fd(), POLLIN, 0});
+}
+
+void ConsolePorts::hearThroughOther(const Take &take) {
     constexpr std::chrono::seconds kRetry(2);
-    if (!own() && std::chrono::steady_clock::now() - tried_ >= kRetry) try {
+    if (std::chrono::steady_clock::now() - tried_ >= kRetry) {
+        try {
             takePorts();
+            return;
         } catch (const std::system_error &) {
             // Its owner still lives.
         }
+        if (!listener_->connected()) listener_ = std::make_unique<WatchListener>(address_);
+    }
+    for (int i = 0; i < kMostOfOneTurn; ++i) {
+        const auto datagram = listener_->receive(kAtOnce);
+        if (!datagram) return;
+        take(*datagram);
+    }
+}
+
+void ConsolePorts::serve(const Take &take) {
     drain(group_, take);
-    if (listener_)
-        while (const auto text = listener_->receive(kAtOnce)) take({*text, address_, 0});
+    if (!own()) hearThroughOther(take);
     if (!own()) return;
-    relay_->admit();
+    if (relay_) relay_->admit();
     drain(*link_, [&](const auto &datagram) {
-        relay_->pass(datagram.text);
+        if (relay_) relay_->pass(datagram);
         take(datagram);
     });
     drain(*heartbeats_, [&](const auto &ping) {

@@ -46,9 +46,10 @@ class Control {
           address_(endpoint_.ownAddress()),
           name_(conventionalName(options.user, address_)),
           ports_(address_, ConsolePorts::kSelfOrOther),
+          questions_(options.endpoint.to),
           forwarder_(endpoint_, options.endpoint.asSoftware) {
         applying_ = options.apply;
-        if (!ports_.own()) news_ = "another program of " + address_ + " answers for it";
+        news_ = ports_.trouble();
     }
 
     // Every way out lets the keys go.
@@ -66,7 +67,7 @@ class Control {
             feedPaste();
             followHolder();
             if (const auto late = questions_.takeLate(now))
-                news_ = "too late: " + printable(late->message.user) + " got no answer";
+                news_ = "too late: " + late->message.user + " got no answer";
             show(now);
         }
     }
@@ -222,8 +223,8 @@ class Control {
         const bool relative = endpoint_.status().link && endpoint_.status().link->relative;
         std::vector<std::string> lines;
         if (offered_) {
-            const std::string user = printable(offered_->message.user);
-            const std::string of = " of " + printable(offered_->message.endpoint);
+            const std::string &user = offered_->message.user;
+            const std::string of = " of " + endpointWords(offered_->from.sender, offered_->message);
             lines = {"y  give control" + of + " to " + user, "n  refuse it to " + user};
         }
         lines.insert(lines.end(),
@@ -343,11 +344,15 @@ class Control {
         const auto message = parseLinkMessage(datagram.text);
         if (!message) return;
         dirty_ = true;
-        const bool ours = message->endpoint == options_.endpoint.to;
+        // What an endpoint calls itself is no proof of who it is.
+        const bool ours = datagram.sender == options_.endpoint.to;
         const bool refusal =
             message->kind == LinkMessage::kReply && message->code != LinkMessage::kGranted;
         (refusal ? refused_ : news_) =
-            printable((ours ? "" : message->endpoint + ": ") + inWords(*message));
+            (ours && message->endpoint == datagram.sender
+                 ? ""
+                 : endpointWords(datagram.sender, *message) + ": ") +
+            inWords(*message);
         if (ours && message->kind != LinkMessage::kAsked) endpoint_.askWhoControls(Clock::now());
         const bool gone = message->kind == LinkMessage::kDropped
                               ? message->user == name_
@@ -357,17 +362,16 @@ class Control {
             lostControl();
         }
         if (message->kind != LinkMessage::kAsked || !ports_.own()) return;
-        questions_.add(*message, datagram, Clock::now());
-        ring();
+        if (questions_.add(*message, datagram, Clock::now()) != nullptr) ring();
     }
 
     void consent(bool granted) {
         if (!offered_) return;
-        if (!questions_.remove(*offered_)) {
+        if (!questions_.remove(offered_->number)) {
             refused_ = "too late";
             return;
         }
-        const std::string user = printable(offered_->message.user);
+        const std::string &user = offered_->message.user;
         if (ports_.answer(offered_->from, consentAnswer(address_, offered_->message, granted),
                           refused_))
             news_ = (granted ? "gave control to " : "refused ") + user;
@@ -403,16 +407,22 @@ class Control {
                                                         : ControlView::kForeign;
         showPointer(status);
         view_.news = news_;
-        if (!questions_.empty())
-            view_.news = printable(questions_.front().message.user) + " asks for control of " +
-                         printable(questions_.front().message.endpoint) + ": " +
-                         options_.escapeName + " y gives it, n refuses";
-        view_.refused = refused_.empty() ? "" : "refused: " + printable(refused_);
+        if (!questions_.empty()) view_.news = questionWords();
+        view_.refused = refused_.empty() ? "" : "refused: " + refused_;
         view_.menu = menuOpen_ ? menuLines() : std::vector<std::string>{};
         constexpr const char *kPrompts[] = {"", "keys, e.g. ctrl+alt+f2:", "text:"};
         view_.prompt = kPrompts[prompt_];
-        view_.input = printable(line_);
+        view_.input = line_;
         draw(view_);
+    }
+
+    std::string questionWords() const {
+        const Question &first = questions_.front();
+        const std::size_t more = questions_.size() - 1 + questions_.surplus();
+        return first.message.user + " asks for control of " +
+               endpointWords(first.from.sender, first.message) + ": " + options_.escapeName +
+               " y gives it, n refuses" +
+               (more == 0 ? "" : "; " + std::to_string(more) + " more questions wait");
     }
 
     void showPointer(const EndpointStatus &status) {
@@ -428,6 +438,7 @@ class Control {
     ControlledEndpoint endpoint_;
     const std::string address_, name_;
     ConsolePorts ports_;
+    Questions questions_;
     Forwarder forwarder_;
     Terminal terminal_{Terminal::kAll};
     TerminalInput input_;
@@ -439,18 +450,15 @@ class Control {
     enum Prompt { kNoPrompt, kKeysPrompt, kTextPrompt } prompt_ = kNoPrompt;
     std::string line_;  ///< what was typed at the prompt
     Clock::time_point lastInput_{}, drawn_{};
-    Questions questions_;
     std::optional<Question> offered_;  ///< in the menu
     std::string news_, refused_;
     ControlView view_;
 };
 
-void catchSignals() {
+void followResizes() {
     struct sigaction resize {};
     resize.sa_handler = [](int) { resized = 1; };
     sigaction(SIGWINCH, &resize, nullptr);
-    signal(SIGPIPE, SIG_IGN);
-    signal(SIGTSTP, SIG_IGN);  // stopped, it could neither answer nor let keys go
 }
 
 }  // namespace
@@ -463,7 +471,7 @@ void control(const ControlOptions &options, const volatile std::sig_atomic_t &st
         restore();
     });
     Control running(options);
-    catchSignals();
+    followResizes();
     running.run(stop);
 }
 

@@ -4,6 +4,7 @@
 
 #include "cli.h"
 #include "control.h"
+#include "interrupt.h"
 
 namespace console {
 namespace {
@@ -31,6 +32,7 @@ void start(const Options &options) {
         control.user = login != nullptr && *login != '\0' ? login : "console";
     control.level = options.level;
     control.apply = options.apply;
+    catchSignals();
     console::control(control, interrupted);
 }
 

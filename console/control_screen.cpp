@@ -5,16 +5,19 @@
 #include <algorithm>
 #include <cmath>
 
+#include "printable.h"
+
 namespace console {
 namespace {
 
 constexpr int kGreen = 1, kRed = 2, kYellow = 3;  // pairs of the Terminal
 constexpr int kStatusLines = 4;
 
-// One line, cut at the width of the screen.
+// One line, cut at the width of the screen. All that is shown, also what others wrote, passes here
+// or through its like below.
 void line(int row, const std::string &text, attr_t attributes = A_NORMAL, int pair = 0) {
     attr_set(attributes, static_cast<short>(pair), nullptr);
-    mvaddnstr(row, 0, text.c_str(), COLS);
+    mvaddnstr(row, 0, printable(text).c_str(), COLS);
     attr_set(A_NORMAL, 0, nullptr);
 }
 
@@ -28,7 +31,8 @@ void centered(const PictureArea &area, int row, const std::string &text, attr_t 
     if (row < area.row || row >= area.row + area.rows) return;
     const std::string cut = text.substr(0, static_cast<std::size_t>(std::max(area.columns, 0)));
     attr_set(attributes, 0, nullptr);
-    mvaddstr(row, area.column + (area.columns - static_cast<int>(cut.size())) / 2, cut.c_str());
+    mvaddstr(row, area.column + (area.columns - static_cast<int>(cut.size())) / 2,
+             printable(cut).c_str());
     attr_set(A_NORMAL, 0, nullptr);
 }
 
@@ -70,7 +74,7 @@ void drawMenu(const std::vector<std::string> &lines) {
         std::string padded = " " + text;
         padded.resize(width + 2, ' ');
         attr_set(A_REVERSE, 0, nullptr);
-        mvaddnstr(row++, left, padded.c_str(), COLS - left);
+        mvaddnstr(row++, left, printable(padded).c_str(), COLS - left);
         attr_set(A_NORMAL, 0, nullptr);
     }
 }

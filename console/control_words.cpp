@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "link_messages.h"
+#include "printable.h"
 
 namespace console {
 namespace {

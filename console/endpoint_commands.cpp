@@ -1,9 +1,11 @@
 // Commands that ask an endpoint, and set it.
 
 #include <chrono>
+#include <cstdio>
 #include <stdexcept>
 
 #include "cli.h"
+#include "discovery.h"
 #include "report.h"
 
 namespace console {
@@ -31,12 +33,19 @@ void setLeds(const Options &options) {
 }
 
 void showEndpoints(const Options &options) {
-    const auto found = discover(options.from, std::chrono::milliseconds(options.timeoutMs));
-    if (found.empty()) throw std::runtime_error("no endpoint answered");
+    const Discovery discovery =
+        discover(options.from, std::chrono::milliseconds(options.timeoutMs));
+    if (discovery.found().empty()) throw std::runtime_error("no endpoint answered");
     std::vector<Report> reports;
-    reports.reserve(found.size());
-    for (const Holder &holder : found) reports.push_back(reportOf(holder));
+    reports.reserve(discovery.found().size());
+    for (const auto &[address, holder] : discovery.found()) {
+        reports.push_back({{"address", address}});
+        reports.back().update(reportOf(holder));
+    }
     printTable(reports, options.json);
+    if (discovery.surplus() != 0)
+        fprintf(stderr, "quillon-console: %u further answers are not shown\n",
+                discovery.surplus());
 }
 
 void showUsbLink(const Options &options) {

@@ -82,4 +82,14 @@ std::vector<Datagram> wheelAt(std::uint16_t x, std::uint16_t y, int notches) {
     return records;
 }
 
+Datagram released(const Datagram &record) {
+    if (record.size() == KeyboardRecord().size()) return datagram(keyboardRecord({}));
+    if (record.size() == RelativeRecord().size())
+        return datagram(relativeRecord(0, 0, kNoButton, 0));
+    const auto word = [&](std::size_t at) {
+        return static_cast<std::uint16_t>(record[at] | record[at + 1] << 8);
+    };
+    return datagram(absoluteRecord(word(5), word(7), kNoButton, 0));
+}
+
 }  // namespace console

@@ -31,6 +31,10 @@ std::vector<Datagram> clickAt(std::uint16_t x, std::uint16_t y, Button button);
 /// Turns the wheel by any number of notches, in steps that a record can hold.
 std::vector<Datagram> wheelAt(std::uint16_t x, std::uint16_t y, int notches);
 
+/// The record after which nothing of what this one pressed is down: all keys up, or the same
+/// position, or no movement, without a button.
+Datagram released(const Datagram &record);
+
 template <class Record>
 Datagram datagram(const Record &record) {
     return Datagram(record.begin(), record.end());

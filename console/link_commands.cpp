@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include "cli.h"
+#include "interrupt.h"
 #include "link_control.h"
 #include "link_messages.h"
 #include "report.h"
@@ -20,8 +21,6 @@ void request(const Options &options, Carry carryOut) {
                              options.output.empty() ? own : options.output, options.level};
     if (const std::string why = objection(wanted); !why.empty())
         throw CLI::ValidationError("--name", why);
-    // Here is no key to let go, so that Ctrl-C may end the wait for somebody's consent at once.
-    for (const int sig : {SIGINT, SIGTERM, SIGHUP}) signal(sig, SIG_DFL);
     const LinkOutcome outcome = carryOut(session, wanted);
     Report report{{"result", outcome.result}};
     report.update(reportOf(outcome.holder));
@@ -34,6 +33,7 @@ void startWatch(const Options &options) {
     watching.address =
         Endpoint(options.to.empty() ? kAllConsoles : options.to, kLinkPort, options.from)
             .ownAddress();
+    watching.endpoint = options.to;
     watching.json = options.json;
     if (options.grant)
         watching.consent = WatchOptions::kGrant;
@@ -41,6 +41,7 @@ void startWatch(const Options &options) {
         watching.consent = WatchOptions::kRefuse;
     else if (isatty(STDIN_FILENO) != 0)
         watching.consent = WatchOptions::kAsk;
+    catchSignals();
     watch(watching, interrupted);
     interrupted = 0;  // which is how it is meant to end
 }

@@ -11,6 +11,7 @@
 
 #include "datagram_socket.h"
 #include "link_messages.h"
+#include "printable.h"
 #include "watch_relay.h"
 
 namespace console {
@@ -33,23 +34,25 @@ class ReplyEar {
 
     bool hears() const { return socket_ || listener_->connected(); }
 
-    // The code of the reply that came from an endpoint, kNone if none did.
+    // The code of the reply that came from an endpoint, kNone if none did. Its address counts, not
+    // the name in the message.
     static constexpr int kNone = -1;
     int reply(const std::string &endpoint) {
-        constexpr std::chrono::milliseconds kOnItsWay(200);
-        while (const auto text = next(kOnItsWay)) {
-            const auto message = parseLinkMessage(*text);
-            if (message && message->kind == LinkMessage::kReply && message->endpoint == endpoint)
+        constexpr std::chrono::milliseconds kOnItsWay(200), kLongest(1000);
+        const auto end = std::chrono::steady_clock::now() + kLongest;
+        while (std::chrono::steady_clock::now() < end) {
+            const auto datagram = next(kOnItsWay);
+            if (!datagram) return kNone;
+            const auto message = parseLinkMessage(datagram->text);
+            if (message && message->kind == LinkMessage::kReply && datagram->sender == endpoint)
                 return message->code;
         }
         return kNone;
     }
 
   private:
-    std::optional<std::string> next(std::chrono::milliseconds timeout) {
-        if (!socket_) return listener_->receive(timeout);
-        const auto datagram = socket_->receive(timeout);
-        return datagram ? std::optional<std::string>(datagram->text) : std::nullopt;
+    std::optional<DatagramSocket::Received> next(std::chrono::milliseconds timeout) {
+        return socket_ ? socket_->receive(timeout) : listener_->receive(timeout);
     }
 
     std::unique_ptr<DatagramSocket> socket_;
@@ -132,7 +135,7 @@ LinkOutcome applyUser(Session &session, const LinkRequest &request) {
     const Holder before = session.holder();
     const Holder after = session.holderAfter(requestText("apply", request), kPatience);
     const bool asked = before.linked && before.user != request.name;
-    const int code = asked && ear.hears() ? ear.reply(after.endpoint) : ReplyEar::kNone;
+    const int code = asked && ear.hears() ? ear.reply(session.to()) : ReplyEar::kNone;
     if (holds(after, request))
         return succeed(session, request, before, after, code == LinkMessage::kGranted);
     if (code == LinkMessage::kRefused) explain(session, "refused by " + before.user);

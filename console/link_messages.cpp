@@ -1,7 +1,5 @@
 #include "link_messages.h"
 
-#include <algorithm>
-#include <cctype>
 #include <cstdlib>
 #include <sstream>
 #include <vector>
@@ -56,14 +54,12 @@ std::string inWords(const LinkMessage &message) {
     return "who controls it did not answer";
 }
 
-std::string consentAnswer(const std::string &address, const LinkMessage &question, bool granted) {
-    return "reply|" + address + "|" + question.user + (granted ? "|1" : "|0");
+std::string endpointWords(const std::string &sender, const LinkMessage &message) {
+    return sender + (message.endpoint == sender ? "" : " (calls itself " + message.endpoint + ")");
 }
 
-std::string printable(std::string text) {
-    std::replace_if(
-        text.begin(), text.end(), [](unsigned char c) { return iscntrl(c) != 0 || c > 0x7E; }, '?');
-    return text;
+std::string consentAnswer(const std::string &address, const LinkMessage &question, bool granted) {
+    return "reply|" + address + "|" + question.user + (granted ? "|1" : "|0");
 }
 
 }  // namespace console

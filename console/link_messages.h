@@ -33,10 +33,11 @@ std::optional<LinkMessage> parseLinkMessage(const std::string &text);
 /// For a person, without the endpoint.
 std::string inWords(const LinkMessage &message);
 
+/// The endpoint for a person: the address that a message came from, and the name in it where that
+/// is another. The address is what counts; an endpoint without its address file has no right name.
+std::string endpointWords(const std::string &sender, const LinkMessage &message);
+
 /// The answer of a console to kAsked.
 std::string consentAnswer(const std::string &address, const LinkMessage &question, bool granted);
-
-/// The text with '?' for what a terminal might take as a command.
-std::string printable(std::string text);
 
 }  // namespace console

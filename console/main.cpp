@@ -5,13 +5,16 @@
 #include <stdexcept>
 
 #include "cli.h"
-
-volatile std::sig_atomic_t console::interrupted = 0;
+#include "interrupt.h"
+#include "printable.h"
+#include "standard_streams.h"
 
 namespace {
 
-using console::interrupted;
 using console::Options;
+using console::printable;
+
+constexpr char kProgram[] = "quillon-console";
 
 void addCommands(CLI::App &app, Options &options) {
     app.add_option("--to", options.to, "Address of the endpoint")
@@ -44,26 +47,28 @@ void addCommands(CLI::App &app, Options &options) {
     console::addControlCommand(app, options);
 }
 
-}  // namespace
-
-int main(int argc, char **argv) {
-    struct sigaction stop {};
-    stop.sa_handler = [](int) { interrupted = 1; };
-    for (const int sig : {SIGINT, SIGTERM, SIGHUP}) sigaction(sig, &stop, nullptr);
-
-    CLI::App app{"Keyboard, mouse and questions for a KVM extender endpoint", "quillon-console"};
+int run(int argc, char **argv) {
+    CLI::App app{"Keyboard, mouse and questions for a KVM extender endpoint", kProgram};
     Options options;
     addCommands(app, options);
     app.failure_message([](const CLI::App *, const CLI::Error &error) {
-        return std::string("quillon-console: ") + error.what() + " (--help says more)\n";
+        return std::string(kProgram) + ": " + printable(error.what()) + " (--help says more)\n";
     });
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? 0 : 2;
     } catch (const std::runtime_error &error) {
-        fprintf(stderr, "quillon-console: %s\n", error.what());
+        fprintf(stderr, "%s: %s\n", kProgram, printable(error.what()).c_str());
         return 1;
     }
-    return interrupted != 0 ? 130 : 0;
+    return console::interrupted != 0 ? 130 : 0;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    console::holdStandardStreams();
+    const int status = run(argc, argv);
+    return console::finishOutput(kProgram) || status != 0 ? status : 1;
 }

@@ -2,49 +2,60 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <ctime>
 #include <iostream>
 #include <iterator>
 #include <map>
 #include <stdexcept>
+#include <thread>
 
 #include "cli.h"
 #include "input.h"
+#include "interrupt.h"
 
 namespace console {
 namespace {
 
 // Sends records at a rate that the chip takes: it has 115200 bits per second and no flow control.
+// Whatever ends it, keys and buttons are let go, and said so more than once: nobody repeats what a
+// line loses, and a socket tells of one datagram only when the next is sent.
 class Sender {
   public:
     explicit Sender(const Options &options)
         : session_(openSession(options)),
           tag_(options.asSoftware ? "software=" : ""),
           interval_(options.intervalMs),
+          patience_(options.timeoutMs),
           repeat_(options.repeat) {
         if (!options.asSoftware) askPermission();
-        clock_gettime(CLOCK_MONOTONIC, &due_);
+        catchSignals();
     }
+    ~Sender() { letGo(); }
+    Sender(const Sender &) = delete;
+    Sender &operator=(const Sender &) = delete;
 
     Session &session() { return session_; }
 
     void send(const std::vector<Datagram> &records, const char *progress = nullptr) {
         for (std::size_t i = 0; i < records.size() && interrupted == 0; ++i) {
+            // Before it leaves: it may have left when an error says it has not.
+            release_[records[i].size()] = released(records[i]);
             for (unsigned n = 0; n < repeat_; ++n) {
                 sendOne(records[i]);
-                pause();
+                pause(interval_);
             }
             if (progress != nullptr && i % 16 == 0)
                 fprintf(stderr, "\r%s %zu %%", progress, 100 * i / records.size());
         }
         if (progress != nullptr) fprintf(stderr, "\r%s 100 %%\n", progress);
-        // Ctrl-C in the middle of a text must not leave a key down at the computer.
-        if (interrupted != 0) sendOne(datagram(keyboardRecord({})));
     }
 
   private:
+    using Clock = std::chrono::steady_clock;
+    using Milliseconds = std::chrono::milliseconds;
+
     // The endpoint drops what it does not take without a word; this says so before.
     void askPermission() {
         switch (maySend(session_.settings(), session_.ownAddress())) {
@@ -67,18 +78,44 @@ class Sender {
         session_.data().send(bytes.data(), bytes.size());
     }
 
-    void pause() {
-        due_.tv_nsec += static_cast<long>(interval_) * 1000000;
-        due_.tv_sec += due_.tv_nsec / 1000000000;
-        due_.tv_nsec %= 1000000000;
-        clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &due_, nullptr);
+    bool trySend(const Datagram &record) {
+        try {
+            sendOne(record);
+            return true;
+        } catch (const std::runtime_error &) {
+            return false;
+        }
+    }
+
+    // Tries again for a while when nobody listens: the endpoint may be starting again.
+    void letGo() {
+        constexpr int kTimes = 3;
+        constexpr Milliseconds kBetween(8);
+        const auto end = Clock::now() + patience_;
+        for (int times = 0; !release_.empty() && times < kTimes && Clock::now() < end;) {
+            bool left = true;
+            for (const auto &[size, record] : release_) left = trySend(record) && left;
+            times = left ? times + 1 : 0;
+            std::this_thread::sleep_for(kBetween);
+        }
+    }
+
+    // Until the next record is due; a person who ends the program waits no longer than a slice.
+    void pause(Milliseconds time) {
+        constexpr Milliseconds kSlice(20);
+        due_ = std::max(due_ + time, Clock::now());
+        for (auto now = Clock::now(); now < due_; now = Clock::now()) {
+            std::this_thread::sleep_until(std::min(due_, now + kSlice));
+            if (interrupted != 0) due_ = now;
+        }
     }
 
     Session session_;
     std::string tag_;
-    const unsigned interval_;
+    const Milliseconds interval_, patience_;
     const unsigned repeat_;
-    timespec due_{};
+    Clock::time_point due_ = Clock::now();
+    std::map<std::size_t, Datagram> release_;  ///< of every kind of record, by its size, the last
 };
 
 void type(const Options &options, bool fromInput) {

@@ -3,17 +3,20 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "printable.h"
+
 namespace console {
 namespace {
 
 std::string inWords(const Report &value) {
     if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";
-    return value.is_string() ? value.get<std::string>() : value.dump();
+    return value.is_string() ? printable(value.get<std::string>()) : value.dump();
 }
 
 void printJson(const Report &report) {
-    // What an endpoint sends need not be UTF-8.
-    puts(report.dump(-1, ' ', false, Report::error_handler_t::replace).c_str());
+    // What an endpoint sends need not be UTF-8; and in ASCII no byte of it is a terminal's command.
+    constexpr bool kOnlyAscii = true;
+    puts(report.dump(-1, ' ', kOnlyAscii, Report::error_handler_t::replace).c_str());
 }
 
 }  // namespace
@@ -62,22 +65,23 @@ void print(const Report &report, bool asJson) {
     std::size_t widest = 0;
     for (const auto &[key, value] : report.items()) widest = std::max(widest, key.size());
     for (const auto &[key, value] : report.items())
-        printf("%-*s  %s\n", static_cast<int>(widest), key.c_str(), inWords(value).c_str());
+        printf("%-*s  %s\n", static_cast<int>(widest), printable(key).c_str(),
+               inWords(value).c_str());
 }
 
 void printTable(const std::vector<Report> &reports, bool asJson) {
-    constexpr int kColumn = 18;
+    constexpr int kColumn = 17;
     for (const Report &report : reports) {
         if (asJson) {
             printJson(report);
             continue;
         }
         if (&report == &reports.front()) {
-            for (const auto &[key, value] : report.items()) printf("%-*s", kColumn, key.c_str());
+            for (const auto &[key, value] : report.items()) printf("%-*s ", kColumn, key.c_str());
             printf("\n");
         }
         for (const auto &[key, value] : report.items())
-            printf("%-*s", kColumn, inWords(value).c_str());
+            printf("%-*s ", kColumn, inWords(value).c_str());
         printf("\n");
     }
 }

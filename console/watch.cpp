@@ -1,14 +1,19 @@
 #include "watch.h"
 
 #include <poll.h>
+#include <termios.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <ctime>
+#include <map>
+#include <utility>
 
 #include "console_ports.h"
 #include "link_messages.h"
+#include "printable.h"
 #include "questions.h"
 #include "report.h"
 
@@ -26,29 +31,65 @@ std::string now(const char *format) {
     return text;
 }
 
+// So many lines in a second for each sender; the rest of a flood is counted.
+class Throttle {
+  public:
+    bool admits(const std::string &sender, Clock::time_point now) {
+        constexpr unsigned kMostLines = 10;
+        constexpr std::size_t kMostSenders = 64;
+        constexpr std::chrono::seconds kPeriod(1);
+        if (now - begin_ >= kPeriod) {
+            begin_ = now;
+            lines_.clear();
+        }
+        if ((lines_.size() < kMostSenders || lines_.count(sender) != 0) &&
+            ++lines_[sender] <= kMostLines)
+            return true;
+        ++surplus_;
+        return false;
+    }
+    /// How many were not admitted since the last call.
+    unsigned takeSurplus() { return std::exchange(surplus_, 0); }
+
+  private:
+    Clock::time_point begin_{};
+    std::map<std::string, unsigned> lines_;
+    unsigned surplus_ = 0;
+};
+
 class Watch {
   public:
     explicit Watch(const WatchOptions &options)
-        : options_(options), ports_(options.address, ConsolePorts::kSelf) {}
+        : options_(options),
+          ports_(options.address, ConsolePorts::kSelf),
+          questions_(options.endpoint) {}
 
     void run(const volatile std::sig_atomic_t &stop) {
         fprintf(stderr, "quillon-console: watching at %s; Ctrl-C ends it\n",
                 options_.address.c_str());
+        if (const std::string trouble = ports_.trouble(); !trouble.empty())
+            fprintf(stderr, "quillon-console: %s\n", trouble.c_str());
         bool inputOpen = options_.consent == WatchOptions::kAsk;
-        while (stop == 0) {
+        while (stop == 0 && ferror(stdout) == 0) {
             std::vector<pollfd> fds{{inputOpen ? STDIN_FILENO : -1, POLLIN, 0}};
             ports_.addTo(fds);
-            const int ready = poll(fds.data(), fds.size(), questions_.empty() ? -1 : 200);
+            const bool restless = !questions_.empty() || flooded_;
+            const int ready = poll(fds.data(), fds.size(), restless ? 200 : -1);
             forgetOldQuestions();
+            tellSurplus();
             if (ready <= 0) continue;
             ports_.serve([this](const DatagramSocket::Received &datagram) { take(datagram); });
-            if (fds[0].revents != 0) inputOpen = readAnswer();
+            if (fds[0].revents != 0) inputOpen = readAnswers();
         }
     }
 
   private:
     void print(const DatagramSocket::Received &datagram, const std::string &words,
-               const Report &report) const {
+               const Report &report) {
+        if (!lines_.admits(datagram.sender, Clock::now())) {
+            flooded_ = true;
+            return;
+        }
         if (options_.json) {
             Report line{{"time", now("%FT%T%z")}, {"sender", datagram.sender}};
             line.update(report);
@@ -60,13 +101,39 @@ class Watch {
         fflush(stdout);
     }
 
+    // Once a second while there is something to tell. What a person is to answer must not scroll
+    // away.
+    void tellSurplus() {
+        constexpr std::chrono::seconds kPeriod(1);
+        if (!flooded_ || Clock::now() - told_ < kPeriod) return;
+        told_ = Clock::now();
+        flooded_ = false;
+        if (const unsigned surplus = lines_.takeSurplus(); surplus != 0) {
+            flooded_ = true;
+            if (options_.json)
+                console::print({{"time", now("%FT%T%z")}, {"not_shown", surplus}}, true);
+            else
+                printf("%s  %u further messages are not shown\n", now("%T").c_str(), surplus);
+            fflush(stdout);
+        }
+        if (questions_.empty()) return;
+        if (questions_.surplus() != 0)
+            fprintf(stderr, "%u further questions are not asked.\n", questions_.surplus());
+        for (const Question &question : questions_.all())
+            fprintf(stderr, "Question %u is open: %s\n", question.number,
+                    printable(question.message.user).c_str());
+    }
+
     void take(const DatagramSocket::Received &datagram) {
         const auto message = parseLinkMessage(datagram.text);
         if (!message) {
             print(datagram, "not understood: " + datagram.text, {{"text", datagram.text}});
             return;
         }
-        print(datagram, inWords(*message), reportOf(*message));
+        const bool named = message->endpoint == datagram.sender;
+        print(datagram,
+              inWords(*message) + (named ? "" : " (it calls itself " + message->endpoint + ")"),
+              reportOf(*message));
         if (message->kind != LinkMessage::kAsked) return;
         switch (options_.consent) {
             case WatchOptions::kSilent:
@@ -75,11 +142,11 @@ class Watch {
             case WatchOptions::kRefuse:
                 answer(*message, datagram, options_.consent == WatchOptions::kGrant);
                 return;
-            case WatchOptions::kAsk: {
-                const bool first = questions_.empty();
-                questions_.add(*message, datagram, Clock::now());
-                if (first) ask();
-            }
+            case WatchOptions::kAsk:
+                if (const Question *question = questions_.add(*message, datagram, Clock::now()))
+                    ask(*question);
+                else
+                    flooded_ = true;
         }
     }
 
@@ -88,39 +155,87 @@ class Watch {
         if (ports_.answer(from, consentAnswer(options_.address, question, granted), why))
             print(from, granted ? "granted" : "refused", {{"granted", granted}});
         else
-            fprintf(stderr, "quillon-console: %s\n", why.c_str());
+            fprintf(stderr, "quillon-console: %s\n", printable(why).c_str());
     }
 
-    void ask() const {
-        fprintf(stderr, "Give %s to %s? [y/n] ", printable(questions_.front().from.sender).c_str(),
-                printable(questions_.front().message.user).c_str());
+    // What was typed before was meant for another question, or for none.
+    void dropTyped() {
+        tcflush(STDIN_FILENO, TCIFLUSH);
+        typed_.clear();
+        changed_ = Clock::now();
+    }
+
+    void ask(const Question &question) {
+        const bool alone = questions_.size() == 1;
+        if (alone && Clock::now() - changed_ >= kQuiet) certain_ = question.number;
+        dropTyped();
+        fprintf(stderr, "Question %u: give control of %s to %s? Type y or n and the number.%s\n",
+                question.number,
+                printable(endpointWords(question.from.sender, question.message)).c_str(),
+                printable(question.message.user).c_str(),
+                certain_ == question.number ? " The number may be left out." : "");
     }
 
     // False at the end of the input.
-    bool readAnswer() {
-        char line[64];
-        const ssize_t n = read(STDIN_FILENO, line, sizeof line);
-        if (n <= 0) return false;
-        if (questions_.empty()) return true;
-        if (line[0] == 'y' || line[0] == 'n') {
-            const Question question = questions_.front();
-            questions_.remove(question);
-            answer(question.message, question.from, line[0] == 'y');
+    bool readAnswers() {
+        constexpr std::size_t kLongest = 64;
+        char bytes[256];
+        const ssize_t n = read(STDIN_FILENO, bytes, sizeof bytes);
+        if (n <= 0) return n < 0 && errno == EINTR;
+        for (ssize_t i = 0; i < n; ++i) {
+            if (bytes[i] != '\n') {
+                if (typed_.size() < kLongest) typed_ += bytes[i];
+                continue;
+            }
+            takeAnswer(std::exchange(typed_, ""));
         }
-        if (!questions_.empty()) ask();
         return true;
     }
 
+    // "y 3", "y3"; without a number only for a question that is certain to be meant.
+    void takeAnswer(const std::string &line) {
+        char letter = '\0', rest = '\0';
+        unsigned number = 0;
+        const int fields = sscanf(line.c_str(), " %c %u %c", &letter, &number, &rest);
+        if (fields <= 0 || questions_.empty()) return;
+        const bool bare = fields == 1 && line.find_last_not_of(" \t\r") == line.find(letter);
+        if ((letter != 'y' && letter != 'n') || (fields != 2 && !bare)) {
+            fprintf(stderr, "Type y or n and the number of the question.\n");
+            return;
+        }
+        const bool certain = questions_.size() == 1 && questions_.front().number == certain_;
+        const Question *question = questions_.find(!bare ? number : certain ? certain_ : 0);
+        if (question == nullptr) {
+            fprintf(stderr, bare ? "The questions have changed: type y or n and the number.\n"
+                                 : "There is no such question any more.\n");
+            return;
+        }
+        const Question answered = *question;
+        questions_.remove(answered.number);
+        changed_ = Clock::now();
+        answer(answered.message, answered.from, letter == 'y');
+    }
+
     void forgetOldQuestions() {
-        while (questions_.takeLate(Clock::now())) {
-            fprintf(stderr, "\ntoo late\n");
-            if (!questions_.empty()) ask();
+        while (const auto late = questions_.takeLate(Clock::now())) {
+            dropTyped();
+            fprintf(stderr, "Question %u: too late, %s got no answer.\n", late->number,
+                    printable(late->message.user).c_str());
         }
     }
 
+    /// After a change of the questions a bare answer may still be meant for what was before.
+    static constexpr std::chrono::seconds kQuiet{10};
+
     const WatchOptions &options_;
     ConsolePorts ports_;
-    Questions questions_;  ///< the first one is on the terminal
+    Questions questions_;
+    unsigned certain_ = 0;  ///< question that came alone and after quiet; a bare answer is for it
+    Clock::time_point changed_ = Clock::now() - kQuiet;  ///< when the questions did
+    std::string typed_;  ///< the beginning of a line
+    Throttle lines_;
+    bool flooded_ = false;
+    Clock::time_point told_{};  ///< when surplus was
 };
 
 }  // namespace

@@ -7,7 +7,8 @@
 namespace console {
 
 struct WatchOptions {
-    std::string address;  ///< own address, at which messages and heartbeats come in
+    std::string address;   ///< own address, at which messages and heartbeats come in
+    std::string endpoint;  ///< whose questions go before those of others; empty for none
     /// What an endpoint is answered when somebody wants the control that is held here.
     enum Consent { kAsk, kGrant, kRefuse, kSilent } consent = kSilent;
     bool json = false;

@@ -13,17 +13,21 @@
 #include <iterator>
 #include <stdexcept>
 
+#include "printable.h"
 #include "progress.h"
 #include "result.h"
 #include "serial_holder.h"
 #include "software_config.h"
 #include "srecord.h"
 #include "stage.h"
+#include "standard_streams.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using console::printable;
 
+constexpr char kProgram[] = "quillon-flash";
 constexpr char kUsualFolder[] = "/data/quillon";
 
 volatile std::sig_atomic_t interrupted = 0;
@@ -79,7 +83,7 @@ std::string checkDevice() {
 
 void askWhether(const Options &options, const flash::Image &image, const std::string &device) {
     printf("%s: kind %c, %u records, %u bytes, 0x%06x to 0x%06x; through %s\n",
-           options.file.c_str(), image.kind, image.records, image.bytes, image.first, image.last,
+           printable(options.file).c_str(), image.kind, image.records, image.bytes, image.first, image.last,
            device.c_str());
     fflush(stdout);
     if (options.yes) return;
@@ -110,7 +114,6 @@ class TemporaryCopy {
     TemporaryCopy(const TemporaryCopy &) = delete;
     TemporaryCopy &operator=(const TemporaryCopy &) = delete;
 
-    std::string folder() const { return folder_; }
     std::string path() const { return folder_ + "/upload.mot"; }
 
   private:
@@ -138,7 +141,7 @@ bool follow(const flash::Stage &stage, flash::Progress &progress) {
 
 int program(const flash::Image &image, const std::string &text) {
     const TemporaryCopy copy(text);
-    const flash::ResultQueue queue(copy.folder());
+    const flash::ResultQueue queue;
     flash::Progress progress(image.records, isatty(STDOUT_FILENO) != 0);
     std::string ended;
     {
@@ -154,7 +157,7 @@ int program(const flash::Image &image, const std::string &text) {
         fprintf(stderr, "quillon-flash: interrupted");
     else
         fprintf(stderr, "quillon-flash: the upload ended with %s and these words: %s",
-                ended.c_str(), progress.lastWords().c_str());
+                ended.c_str(), printable(progress.lastWords()).c_str());
     fprintf(stderr,
             "\nboards that are done: %s; all others that are not named are as they were; "
             "none was restarted\n",
@@ -184,12 +187,8 @@ int run(const Options &options) {
     return program(image, text);
 }
 
-}  // namespace
-
-int main(int argc, char **argv) {
-    handleSignals();
-
-    CLI::App app{"Programs the boards behind an endpoint's microcontroller", "quillon-flash"};
+int runProgram(int argc, char **argv) {
+    CLI::App app{"Programs the boards behind an endpoint's microcontroller", kProgram};
     Options options;
     app.add_option("file", options.file, "Motorola S-records, *.mot")
         ->required()
@@ -201,7 +200,7 @@ int main(int argc, char **argv) {
         ->type_name("DIR");
     app.add_flag("--yes", options.yes, "Do not ask");
     app.failure_message([](const CLI::App *, const CLI::Error &error) {
-        return std::string("quillon-flash: ") + error.what() + " (--help says more)\n";
+        return kProgram + (": " + printable(error.what())) + " (--help says more)\n";
     });
     try {
         app.parse(argc, argv);
@@ -209,7 +208,16 @@ int main(int argc, char **argv) {
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? 0 : 2;
     } catch (const std::exception &error) {
-        fprintf(stderr, "quillon-flash: %s\n", error.what());
+        fprintf(stderr, "%s: %s\n", kProgram, printable(error.what()).c_str());
         return interrupted != 0 ? 130 : 1;
     }
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    console::holdStandardStreams();
+    handleSignals();
+    const int status = runProgram(argc, argv);
+    return console::finishOutput(kProgram) || status != 0 ? status : 1;
 }

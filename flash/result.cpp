@@ -10,18 +10,16 @@
 #include <stdexcept>
 
 #include "common/common.h"
+#include "printable.h"
 #include "state.h"
 
 namespace flash {
 
-ResultQueue::ResultQueue(const std::string &folder) {
-    // An id of 0 would do, and no key would give the same.
-    const key_t key = ftok(folder.c_str(), 'a');
-    if (key == -1) throw std::runtime_error("no queue: " + folder + ": " + strerror(errno));
-    if (msgget(key, 0) >= 0)
-        throw std::runtime_error("the message queue of the upload's key is in use; try again");
-    c_netmsgid = CreateMessageQueue(folder.c_str());
-    if (c_netmsgid < 0) throw std::runtime_error("the system gives no message queue (see ipcs -l)");
+ResultQueue::ResultQueue() {
+    c_netmsgid = msgget(IPC_PRIVATE, 0600);
+    if (c_netmsgid < 0)
+        throw std::runtime_error(std::string("the system gives no message queue (see ipcs -l): ") +
+                                 strerror(errno));
 }
 
 ResultQueue::~ResultQueue() {
@@ -51,8 +49,8 @@ bool printResult(const std::string &reply) {
         const std::string state = colon == std::string::npos ? "" : result.substr(colon + 1);
         if (state == "OK") ++programmed;
         if (state == "Failed") ++failed;
-        printf("board %-3s %s\n", result.substr(0, colon).c_str(),
-               state == "N/A" ? "absent" : state.c_str());
+        printf("board %-3s %s\n", console::printable(result.substr(0, colon)).c_str(),
+               state == "N/A" ? "absent" : console::printable(state).c_str());
     }
     if (programmed + failed == 0) fprintf(stderr, "quillon-flash: no board is present\n");
     return programmed != 0 && failed == 0;

@@ -5,12 +5,13 @@
 
 namespace flash {
 
-/// A queue of this process alone, made for one upload.
+/// A queue made for one upload. It has no key by which others could find it, and its mode keeps
+/// other users out: what it says is what the upload said.
 class ResultQueue {
   public:
-    /// folder, which exists and belongs to this upload, gives the key. The daemon's c_netmsgid
-    /// names the queue until it goes. Throws std::runtime_error when there is none to be had.
-    explicit ResultQueue(const std::string &folder);
+    /// c_netmsgid names the queue until it goes, here and in processes that are forked meanwhile.
+    /// Throws std::runtime_error when there is none to be had.
+    ResultQueue();
     ~ResultQueue();
     ResultQueue(const ResultQueue &) = delete;
     ResultQueue &operator=(const ResultQueue &) = delete;

@@ -153,7 +153,10 @@ void Board::startDaemon() {
     dataPort_ = 0;
     Daemon::Setup setup;
     setup.program = options_.daemon;
-    setup.preload = options_.preload;
+    unlink(kPreload);
+    if (symlink(options_.preload.c_str(), kPreload) != 0)
+        throw std::runtime_error(std::string("cannot link ") + kPreload + ": " + strerror(errno));
+    setup.preload = kPreload;
     setup.directory = options_.directory;
     setup.input = options_.input;
     if (options_.loss > 0)
@@ -161,6 +164,7 @@ void Board::startDaemon() {
                                     std::to_string(options_.loss) + " " +
                                     std::to_string(options_.seed));
     setup.logFile = options_.directory + "/quillon.log";
+    setup.onTrouble = options_.onTrouble;
     setup.onLine = [this](const std::string &line) { watchLine(line); };
     daemon_ = std::make_shared<Daemon>(std::move(setup));
 }

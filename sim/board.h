@@ -44,6 +44,8 @@ struct BoardOptions {
     std::optional<std::string> settings;      ///< quillon.ini; none: as it lies there, or fresh
     int input = -1;                           ///< the daemon's standard input; -1: /dev/null
     std::function<void(const std::string &)> onLogLine;
+    /// From another thread: what could not be written.
+    std::function<void(const std::string &)> onTrouble;
 };
 
 /// Which of /dev/ttyAMA0 to 3 the chip of a board is wired to; configured is the port of the

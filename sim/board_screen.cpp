@@ -9,13 +9,12 @@
 #include "board_control.h"
 #include "control_words.h"
 #include "keymap.h"
-#include "link_messages.h"
+#include "printable.h"
 
 namespace sim {
 namespace {
 
 using Lock = std::lock_guard<std::mutex>;
-using console::printable;
 
 constexpr std::chrono::seconds kSecond(1), kPatience(2);
 constexpr int kGreen = 1, kRed = 2, kYellow = 3;  // pairs of the Terminal
@@ -29,7 +28,7 @@ constexpr char kHelp[] =
 void put(int row, int column, const std::string &text, attr_t attributes = A_NORMAL, int pair = 0) {
     if (row < 0 || row >= LINES || column >= COLS) return;
     attr_set(attributes, static_cast<short>(pair), nullptr);
-    mvaddnstr(row, column, text.c_str(), COLS - column);
+    mvaddnstr(row, column, console::printable(text).c_str(), COLS - column);
     attr_set(A_NORMAL, 0, nullptr);
 }
 
@@ -88,7 +87,7 @@ void BoardScreen::take(const Traffic &traffic) {
 
 void BoardScreen::takeLog(const std::string &line) {
     const Lock lock(mutex_);
-    log_.push_back(printable(line));
+    log_.push_back(line);
     if (log_.size() > kKept) log_.pop_front();
     holderChanged_ = holderChanged_ || concernsControl(line);
 }

@@ -12,10 +12,12 @@ namespace sim {
 /// that name runs already. Call it before runOnPrivateHost; the descriptor is served inside.
 int listenForControl(const std::string &name);
 
-/// Takes one request of a user's own, a line of text, and sends what answer makes of it.
+/// Takes one request of the same user, a line of text, and sends what answer makes of it. Others
+/// are turned away at once.
 void serveControl(int listening, const std::function<std::string(const std::string &)> &answer);
 
-/// Sends a request to a running board; its answer. Throws std::runtime_error when none runs.
+/// Sends a request to a running board of this user; its answer. Throws std::runtime_error when none
+/// runs, or another user has taken its name: of what that says nothing is believed or printed.
 std::string askBoard(const std::string &name, const std::string &request);
 
 /// Runs a command on the private host of a running board; its exit status, 1 with a line on

@@ -120,16 +120,27 @@ void Daemon::takeLine(const std::string &line) {
     if (setup_.onLine) setup_.onLine(line);
 }
 
+int Daemon::openLogFile() {
+    if (setup_.logFile.empty()) return -1;
+    const int file =
+        open(setup_.logFile.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    if (file < 0) tellTrouble(errno);
+    return file;
+}
+
+void Daemon::tellTrouble(int error) {
+    if (setup_.onTrouble)
+        setup_.onTrouble("cannot write to " + setup_.logFile + ": " + strerror(error));
+    setup_.onTrouble = nullptr;
+}
+
 void Daemon::readLog() {
-    const int file = setup_.logFile.empty() ? -1
-                                            : open(setup_.logFile.c_str(),
-                                                   O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    const int file = openLogFile();
     std::string line;
     char chunk[4096];
     for (ssize_t n; (n = read(output_, chunk, sizeof chunk)) > 0;) {
         const auto count = static_cast<std::size_t>(n);
-        if (file >= 0) [[maybe_unused]]
-            const ssize_t kept = write(file, chunk, count);
+        if (file >= 0 && write(file, chunk, count) != n) tellTrouble(ENOSPC);
         for (std::size_t i = 0; i < count; ++i) {
             if (chunk[i] != '\n') {
                 line += chunk[i];

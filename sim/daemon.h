@@ -25,6 +25,8 @@ class Daemon {
         int input = -1;                                   ///< its standard input; -1: /dev/null
         std::string logFile;                              ///< appended to; empty: none
         std::function<void(const std::string &)> onLine;  ///< from the log's thread; may be empty
+        /// From the log's thread, once: why not all of the log is in its file; may be empty.
+        std::function<void(const std::string &)> onTrouble;
     };
 
     /// Starts it. Throws std::runtime_error when it cannot be started.
@@ -55,6 +57,8 @@ class Daemon {
                                            std::size_t first = 0) const;
 
   private:
+    int openLogFile();
+    void tellTrouble(int error);
     void readLog();
     void takeLine(const std::string &line);
 

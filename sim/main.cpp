@@ -23,11 +23,15 @@
 #include "control.h"
 #include "event_printer.h"
 #include "private_host.h"
+#include "printable.h"
 #include "process.h"
+#include "standard_streams.h"
 #include "terminal.h"
 #include "trace.h"
 
 namespace {
+
+constexpr char kProgram[] = "quillon-board";
 
 struct Options {
     sim::BoardOptions board;
@@ -89,6 +93,7 @@ class Session {
                 const std::lock_guard<std::mutex> lock(mutex_);
                 if (screen_) screen_->takeLog(line);
             };
+        boardOptions.onTrouble = [this](const std::string &trouble) { note(trouble); };
         sim::Board board(boardOptions);
         std::optional<sim::EventPrinter> printer;
         std::optional<console::Terminal> terminal;
@@ -103,20 +108,30 @@ class Session {
             if (trace) trace->take(traffic);
             if (screen_) screen_->take(traffic);
         });
-        const int status = live(board);
+        int status = live(board);
         board.serialPorts().onTraffic(nullptr);
         {
             const std::lock_guard<std::mutex> lock(mutex_);
             screen_.reset();
         }
         terminal.reset();  // the daemon takes its time to end
-        fputs(lastWords_.c_str(), stderr);
+        fputs(console::printableLines(lastWords_).c_str(), stderr);
         board.stop();
         board_ = nullptr;
-        return status;
+        if (trace) note(trace->finish());
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (trouble_.empty()) return status;
+        fprintf(stderr, "quillon-board: %s\n", console::printable(trouble_).c_str());
+        return status != 0 ? status : 1;
     }
 
   private:
+    // What could not be written, of which the first is told at the end.
+    void note(const std::string &trouble) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (trouble_.empty()) trouble_ = trouble;
+    }
+
     int live(sim::Board &board) {
         board_ = &board;
         const auto ended = start(board);
@@ -230,7 +245,8 @@ class Session {
 
     const Options &options_;
     sim::Board *board_ = nullptr;
-    std::mutex mutex_;  ///< of screen_, which the log's thread uses
+    std::mutex mutex_;  ///< of screen_ and trouble_, which the log's thread uses
+    std::string trouble_;
     std::unique_ptr<sim::BoardScreen> screen_;
     console::Terminal *terminal_ = nullptr;
     std::string lastWords_;  ///< for when the terminal shows lines again
@@ -355,7 +371,7 @@ void complete(CLI::App &app, Options &options) {
                      options.board.mcuBoards == 0 && ownsScreen();
     if (options.log)
         options.board.onLogLine = [](const std::string &line) {
-            printf("log       %s\n", line.c_str());
+            printf("log       %s\n", console::printable(line).c_str());
             fflush(stdout);
         };
 }
@@ -371,18 +387,37 @@ int speakToRunningBoard(const CLI::App &app, const Options &options) {
     for (const std::string &word : options.command) request += (request.empty() ? "" : " ") + word;
     const std::string answer = sim::askBoard(options.name, request);
     const bool refused = answer.rfind(sim::kRefused, 0) == 0;
-    fprintf(refused ? stderr : stdout, "%s\n", answer.c_str());
+    fprintf(refused ? stderr : stdout, "%s\n", console::printableLines(answer).c_str());
     return refused ? 1 : 0;
 }
 
-}  // namespace
+int complain(const std::exception &error, int status) {
+    fprintf(stderr, "%s: %s\n", kProgram, console::printableLines(error.what()).c_str());
+    return status;
+}
 
-int main(int argc, char **argv) {
-    CLI::App app{"A simulated board that runs the real daemon", "quillon-board"};
+int runBoard(const Options &options) {
+    const auto restoreTerminal = console::Terminal::restorer();
+    const int status = sim::runOnPrivateHost([&] {
+        int ended = 1;
+        try {
+            ended = Session(options).run();
+        } catch (const std::runtime_error &error) {
+            return complain(error, 1);
+        }
+        return console::finishOutput(kProgram) || ended != 0 ? ended : 1;
+    });
+    // Killed, it could not give the terminal back.
+    if (options.screen && status > 128) restoreTerminal();
+    return status;
+}
+
+int run(int argc, char **argv) {
+    CLI::App app{"A simulated board that runs the real daemon", kProgram};
     Options options;
     describe(app, options);
     app.failure_message([](const CLI::App *, const CLI::Error &error) {
-        return std::string("quillon-board: ") + error.what() + " (--help says more)\n";
+        return kProgram + (": " + console::printable(error.what())) + " (--help says more)\n";
     });
     try {
         app.parse(argc, argv);
@@ -391,25 +426,20 @@ int main(int argc, char **argv) {
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? 0 : 2;
     } catch (const std::runtime_error &error) {
-        fprintf(stderr, "quillon-board: %s\n", error.what());
-        return app.get_subcommands().empty() ? 2 : 1;
+        return complain(error, app.get_subcommands().empty() ? 2 : 1);
     }
     try {
         options.control = sim::listenForControl(options.name);
     } catch (const std::runtime_error &error) {
-        fprintf(stderr, "quillon-board: %s\n", error.what());
-        return 1;
+        return complain(error, 1);
     }
-    const auto restoreTerminal = console::Terminal::restorer();
-    const int status = sim::runOnPrivateHost([&] {
-        try {
-            return Session(options).run();
-        } catch (const std::runtime_error &error) {
-            fprintf(stderr, "quillon-board: %s\n", error.what());
-            return 1;
-        }
-    });
-    // Killed, it could not give the terminal back.
-    if (options.screen && status > 128) restoreTerminal();
-    return status;
+    return runBoard(options);
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    console::holdStandardStreams();
+    const int status = run(argc, argv);
+    return console::finishOutput(kProgram) || status != 0 ? status : 1;
 }

@@ -212,9 +212,10 @@ pid_t forkOrThrow() {
 }  // namespace
 
 void putToolsInPath() {
+    // Without a path nothing is put between the colons: that would be the current folder.
     const char *path = getenv("PATH");
-    const std::string own = path != nullptr ? path : "";
-    setenv("PATH", (kToolDir + (":" + own) + ":/usr/sbin:/usr/bin:/sbin:/bin").c_str(), 1);
+    const std::string own = path != nullptr && *path != '\0' ? std::string(":") + path : "";
+    setenv("PATH", (kToolDir + own + ":/usr/sbin:/usr/bin:/sbin:/bin").c_str(), 1);
 }
 
 int runOnPrivateHost(const std::function<int()> &body) {

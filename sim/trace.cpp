@@ -60,21 +60,21 @@ class Block {
     Bytes bytes_;
 };
 
-void writeBlock(FILE *file, Block &block) {
+bool writeBlock(FILE *file, Block &block) {
     const Bytes &bytes = block.close();
-    fwrite(bytes.data(), 1, bytes.size(), file);
+    return fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
 }
 
-void writeSection(FILE *file) {
+bool writeSection(FILE *file) {
     Block block(kSectionBlock);
     block.add(std::uint32_t{0x1A2B3C4D});
     block.add(std::uint16_t{1});
     block.add(std::uint16_t{0});
     block.add(std::int64_t{-1});
-    writeBlock(file, block);
+    return writeBlock(file, block);
 }
 
-void writeInterface(FILE *file, std::uint16_t linkType, const std::string &name) {
+bool writeInterface(FILE *file, std::uint16_t linkType, const std::string &name) {
     Block block(kInterfaceBlock);
     block.add(linkType);
     block.add(std::uint16_t{0});
@@ -82,7 +82,7 @@ void writeInterface(FILE *file, std::uint16_t linkType, const std::string &name)
     block.option(kName, name.data(), name.size());
     block.option(kResolution, &kNanoseconds, sizeof kNanoseconds);
     block.option(kEnd, nullptr, 0);
-    writeBlock(file, block);
+    return writeBlock(file, block);
 }
 
 std::uint64_t now() {
@@ -114,14 +114,24 @@ FILE *openTrace(const std::string &path) {
 }
 
 Trace::Trace(FILE *file) : file_(file), socket_(openCapture()), wake_(eventfd(0, EFD_CLOEXEC)) {
-    writeSection(file_);
-    writeInterface(file_, kEthernet, "network");
+    bool written = writeSection(file_) && writeInterface(file_, kEthernet, "network");
     for (int i = 0; i < SerialPorts::kCount; ++i)
-        writeInterface(file_, kUser0, "ttyAMA" + std::to_string(i));
+        written = written && writeInterface(file_, kUser0, "ttyAMA" + std::to_string(i));
+    check(written && fflush(file_) == 0);
     thread_ = std::thread([this] { capture(); });
 }
 
+void Trace::check(bool written) {
+    if (!written && trouble_.empty())
+        trouble_ = std::string("cannot write to the trace: ") + strerror(errno);
+}
+
 Trace::~Trace() {
+    finish();
+}
+
+std::string Trace::finish() {
+    if (file_ == nullptr) return trouble_;
     eventfd_write(wake_, 1);
     thread_.join();
     for (unsigned port = 0; port < SerialPorts::kCount; ++port)
@@ -130,12 +140,16 @@ Trace::~Trace() {
                 write(1 + port, toDevice ? kOutbound : kInbound, rest.data(), rest.size());
     close(socket_);
     close(wake_);
-    fclose(file_);
+    const bool closed = fclose(file_) == 0;
+    file_ = nullptr;
+    check(closed);
+    return trouble_;
 }
 
 void Trace::write(unsigned interface, std::uint32_t direction, const std::uint8_t *bytes,
                   std::size_t size) {
     const std::lock_guard<std::mutex> lock(mutex_);
+    if (!trouble_.empty()) return;
     const std::uint64_t time = now();
     Block block(kPacketBlock);
     block.add(static_cast<std::uint32_t>(interface));
@@ -146,8 +160,9 @@ void Trace::write(unsigned interface, std::uint32_t direction, const std::uint8_
     block.addPadded(bytes, size);
     block.option(kFlags, &direction, sizeof direction);
     block.option(kEnd, nullptr, 0);
-    writeBlock(file_, block);
-    fflush(file_);  // whoever watches the file, or kills the board, has all
+    // Whoever watches the file, or kills the board, has all.
+    const bool written = writeBlock(file_, block);
+    check(fflush(file_) == 0 && written);
 }
 
 void Trace::take(const Traffic &traffic) {

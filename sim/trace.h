@@ -22,6 +22,8 @@ class Trace {
     /// On the private host; throws std::runtime_error when the system refuses.
     explicit Trace(FILE *file);
     ~Trace();
+    /// Writes what is left and ends; empty, or why not everything is in the file.
+    std::string finish();
     Trace(const Trace &) = delete;
     Trace &operator=(const Trace &) = delete;
 
@@ -29,6 +31,7 @@ class Trace {
     void take(const Traffic &traffic);
 
   private:
+    void check(bool written);
     void capture();
     void write(unsigned interface, std::uint32_t direction, const std::uint8_t *bytes,
                std::size_t size);
@@ -36,6 +39,7 @@ class Trace {
     FILE *file_;
     int socket_ = -1, wake_ = -1;
     std::mutex mutex_;
+    std::string trouble_;  ///< of the first write that failed; none is tried after it
     FrameSplitter splitters_[SerialPorts::kCount][2];
     std::thread thread_;
 };

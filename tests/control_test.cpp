@@ -10,6 +10,7 @@
 #include "link_model.h"
 #include "network.h"
 #include "on_board.h"
+#include "printable.h"
 
 namespace {
 
@@ -207,11 +208,11 @@ TEST(QuillonConsole, WatchAsksOnATerminal) {
     expectInOrder(
         runOnTwoConsoles(
             "$ann permissions on; $ann connect --name ann --level 3 >/dev/null; "
-            "(heard Give /data/a; echo y; heard bob.controls /data/a; printf \"\\003\") | "
+            "(heard left.out /data/a; echo y; heard bob.controls /data/a; printf \"\\003\") | "
             "script -qefc \"$ann watch\" /dev/null >/data/a & "
             "heard watching /data/a; "
             "$bob apply --name bob --level 3; wait; cat /data/a"),
-        {"granted by 192.168.1.20-ann\n", "Give 192.168.1.10 to 192.168.1.21-bob? [y/n]",
+        {"granted by 192.168.1.20-ann\n", "Question 1: give control of 192.168.1.10 to 192.168.1.21-bob?",
          "granted"});
 }
 

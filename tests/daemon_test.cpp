@@ -11,6 +11,7 @@
 #include <random>
 
 #include "commands.h"
+#include "discovery.h"
 #include "input.h"
 #include "on_board.h"
 
@@ -226,9 +227,9 @@ TEST_F(OnBoard, OperatorsAskAndSwitch) {
     EXPECT_EQ(board_->registers().get(0x120F0170), 1U);
     session.setMouseMode(true);
     EXPECT_TRUE(other.link().relative);
-    const auto found = console::discover(kThird, 300ms);
+    const auto found = console::discover(kThird, 300ms).found();
     ASSERT_EQ(found.size(), 1U);
-    EXPECT_EQ(found[0].endpoint, kBoard);
+    EXPECT_EQ(found[0].address, kBoard);
 }
 
 TEST_F(OnBoard, RecordsDuringALinkTestAreNotSent) {

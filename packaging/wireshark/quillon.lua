@@ -466,9 +466,12 @@ local function addFields(tvb, tree, text, entry, found, isCommand)
     return values
 end
 
--- Kind and words of a text, which ends at its first zero byte.
+-- Kind and words of a text, which ends at its first zero byte. No text that anybody understands is
+-- as long as this; one that is longer is cut before a pattern sees it, for some of them take time
+-- with the square of its length.
+local kLongestText = 1024
 local function addText(tvb, tree, speakers)
-    local text = tvb:raw():match("^[^\0]*")
+    local text = tvb:raw(0, math.min(tvb:len(), kLongestText)):match("^[^\0]*")
     local speaker, entry, found = find(text, speakers)
     local item, notes = tree:add(console.fields.text, tvb(0, #text)), console.notes
     if tvb:len() > (speaker and vocabularies[speaker].room or tvb:len()) then
@@ -515,7 +518,8 @@ end
 -- absolute mouse record is then taken for as much shorter.
 local function addRequest(tvb, tree, speakers)
     local tag, shorter, size = "software=", {[19] = 10, [20] = 11}, tvb:reported_len()
-    local wrapped = tvb:raw():match("^[^\0]*"):find(tag, 1, true) and tvb:len() > #tag
+    local text = tvb:raw(0, math.min(tvb:len(), kLongestText)):match("^[^\0]*")
+    local wrapped = text:find(tag, 1, true) and tvb:len() > #tag
     if not wrapped then return addRecordOrText(tvb, tree, speakers, size) end
     tree:add(console.fields.software, tvb(0, #tag), true)
     local kind, words = addRecordOrText(tvb(#tag):tvb(), tree, speakers, shorter[size] or size)

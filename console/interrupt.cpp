@@ -1,0 +1,21 @@
+#include "interrupt.h"
+
+#include <initializer_list>
+
+namespace console {
+
+volatile std::sig_atomic_t interrupted = 0;
+
+void catchSignals() {
+    struct sigaction stop {
+    }, before{};
+    stop.sa_handler = [](int) { interrupted = 1; };
+    for (const int sig : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+        sigaction(sig, nullptr, &before);
+        if (sig != SIGHUP || before.sa_handler != SIG_IGN) sigaction(sig, &stop, nullptr);
+    }
+    signal(SIGPIPE, SIG_IGN);
+    signal(SIGTSTP, SIG_IGN);
+}
+
+}  // namespace console
