@@ -420,9 +420,9 @@ class Control {
         const Question &first = questions_.front();
         const std::size_t more = questions_.size() - 1 + questions_.surplus();
         return first.message.user + " asks for control of " +
-               endpointWords(first.from.sender, first.message) + ": " + options_.escapeName +
-               " y gives it, n refuses" +
-               (more == 0 ? "" : "; " + std::to_string(more) + " more questions wait");
+               endpointWords(first.from.sender, first.message) +
+               (more == 0 ? "" : " (and " + std::to_string(more) + " more)") + ": " +
+               options_.escapeName + " y gives it, n refuses";
     }
 
     void showPointer(const EndpointStatus &status) {

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <thread>
+
 #include "myserial.h"
 #include "serial_ports.h"
 #include "software_config.h"
@@ -22,11 +25,11 @@ class ChipCommands : public testing::Test {
         MySerial::set_opt(115200, 8, 1, 'N', 0, 0);
     }
 
-    // What the line carries for a record.
-    Bytes sent(int (*send)(char *, int), Bytes record) {
+    // What the line carries for a record, and did before, so many bytes in all.
+    Bytes sent(int (*send)(char *, int), Bytes record, std::size_t count) {
         EXPECT_EQ(send(reinterpret_cast<char *>(record.data()), static_cast<int>(record.size())),
                   1);
-        return device_.heard();
+        return device_.waitFor(count);
     }
 
     // Lets the device answer a get-information request.
@@ -47,19 +50,19 @@ class ChipCommands : public testing::Test {
 TEST_F(ChipCommands, KeyboardFrameCarriesModifierAndFirstKey) {
     const Bytes record{0x57, 0xAB, 0x01, 0x02, 0x99, 0x04, 5, 6, 7, 8, 9};
     const Bytes frame{0x57, 0xAB, 0, 2, 8, 2, 0, 4, 0, 0, 0, 0, 0, 0x12};
-    EXPECT_EQ(sent(SendData, record), frame);
-    const Bytes again = sent(sendRelData, record);
+    EXPECT_EQ(sent(SendData, record, 14), frame);
+    const Bytes again = sent(sendRelData, record, 28);
     EXPECT_EQ(Bytes(again.begin() + 14, again.end()), frame);
 }
 
 TEST_F(ChipCommands, RelativeFrameIsFollowedByTwoZeroBytes) {
-    EXPECT_EQ(sent(sendRelData, {0x57, 0xAB, 0x02, 0, 5, 0xFB, 0}),
+    EXPECT_EQ(sent(sendRelData, {0x57, 0xAB, 0x02, 0, 5, 0xFB, 0}, 13),
               (Bytes{0x57, 0xAB, 0, 5, 5, 1, 0, 5, 0xFB, 0, 0x0D, 0, 0}));
 }
 
 TEST_F(ChipCommands, AbsoluteFrameScalesToThePicture) {
     // x 960 of 1920, y 270 of 1080, wheel down by one
-    EXPECT_EQ(sent(SendData, {0x57, 0xAB, 4, 1, 1, 0xC0, 0x03, 0x0E, 0x01, 0xFF}),
+    EXPECT_EQ(sent(SendData, {0x57, 0xAB, 4, 1, 1, 0xC0, 0x03, 0x0E, 0x01, 0xFF}, 13),
               (Bytes{0x57, 0xAB, 0, 4, 7, 2, 1, 0x00, 0x08, 0x00, 0x04, 0xFF, 0x1B}));
 }
 
@@ -67,7 +70,7 @@ TEST_F(ChipCommands, OnlyOneOfThreeButtonsPasses) {
     for (const unsigned buttons : {0U, 1U, 2U, 3U, 4U, 5U, 8U, 0x81U, 0xFFU}) {
         const std::size_t before = device_.heard().size();
         const auto byte = static_cast<std::uint8_t>(buttons);
-        const Bytes all = sent(sendRelData, {0x57, 0xAB, 2, byte, 0, 0, 0});
+        const Bytes all = sent(sendRelData, {0x57, 0xAB, 2, byte, 0, 0, 0}, before + 13);
         const bool single = buttons == 1 || buttons == 2 || buttons == 4;
         EXPECT_EQ(all[before + 6], single ? buttons : 0U) << buttons;
     }
@@ -139,6 +142,22 @@ TEST_F(ChipCommands, CntReadKeepsNoMoreThanItsRoomAndCutsABabblerOff) {
     EXPECT_EQ(count, kReplyRoom);
     EXPECT_EQ(destination[kReplyRoom - 1], 0x42);
     EXPECT_EQ(destination[kReplyRoom], 'x');
+}
+
+TEST_F(ChipCommands, CntReadWaitsAfterAFailedRead) {
+    MySerial::close_port();
+    char destination[kReplyRoom];
+    int count = 0;
+    const auto begin = sim::Clock::now();
+    const std::string said = printedBy([&] {
+        std::thread reader([&] { EXPECT_FALSE(cntRead(destination, &count, 7, 30000)); });
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        test::complainedBy([] { MySerial::open_port(MySerial::KUART3); });  // silence ends it
+        reader.join();
+    });
+    const auto failures = std::count(said.begin(), said.end(), '\n') - 2;
+    EXPECT_GT(failures, 0);
+    EXPECT_LT(failures, (sim::Clock::now() - begin) / std::chrono::milliseconds(30) + 1) << said;
 }
 
 TEST_F(ChipCommands, LockKeysComeFromTheLedByte) {

@@ -131,7 +131,9 @@ TEST_F(OnBoard, SignalsEndItWithItsStatusAlsoSeveralAtOnce) {
     startListening(kFast);
     for (int i = 0; i < 3; ++i)
         for (const int sig : {SIGHUP, SIGINT, SIGTERM}) kill(board_->daemon()->pid(), sig);
+    const auto begin = sim::Clock::now();
     EXPECT_EQ(board_->daemon()->stop(SIGTERM, 15s), 255);
+    EXPECT_GE(sim::Clock::now() - begin, 1900ms) << "the video watch has 2 s to end";
     EXPECT_TRUE(logs("program exit--->0xf"));
 }
 

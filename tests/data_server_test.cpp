@@ -2,10 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
+#include <thread>
 
 #include "ch9329.h"
 #include "ch9350.h"
+#include "main/link_table.h"
 #include "myserial.h"
 #include "records.h"
 #include "serial_ports.h"
@@ -100,6 +103,29 @@ TEST_F(DataServer, EmptyTableKeepsTheLastDecision) {
     EXPECT_TRUE(reaches('b', kConsole));
     link({});
     EXPECT_TRUE(reaches('c', kStranger));
+}
+
+TEST_F(DataServer, NoMomentOfAChangeAdmitsAStranger) {
+    // Nobody, then one or two outputs, over and over; with nobody the decision before stands.
+    per = true;
+    std::atomic<bool> ending{false};
+    std::thread changes([&] {
+        for (unsigned i = 0; !ending; ++i) {
+            TableChange change;
+            change.clear();
+            for (unsigned slot = 0; slot < i % 3; ++slot) change.setOutput(slot, kConsole);
+            change.setCount(i % 3);
+        }
+    });
+    const std::string record = "\x57\xAB\x01";
+    for (int i = 0; i < 200000 && !server_.authorized; ++i) {
+        char buffer[kConsoleBuffer] = {};
+        record.copy(buffer, record.size());
+        handleConsoleDatagram(server_, socket_, kStranger, buffer, 3);
+    }
+    ending = true;
+    changes.join();
+    EXPECT_FALSE(server_.authorized);
 }
 
 TEST_F(DataServer, EmptySlotAuthorizesEverySender) {

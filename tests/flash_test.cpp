@@ -1,10 +1,12 @@
 // quillon-flash as a user runs it, and the check of what it is given.
 
 #include <gtest/gtest.h>
+#include <sys/msg.h>
 #include <sys/stat.h>
 
 #include "result.h"
 #include "srecord.h"
+#include "state.h"
 #include "support.h"
 
 namespace {
@@ -68,6 +70,15 @@ std::string absentBut(unsigned present) {
     for (unsigned i = 0; i < 10; ++i)
         if (i != present) options += "--absent " + std::to_string(i) + " ";
     return options;
+}
+
+TEST(ResultQueue, IsNobodyElses) {
+    const flash::ResultQueue queue;
+    msqid_ds info{};
+    ASSERT_EQ(msgctl(c_netmsgid, IPC_STAT, &info), 0);
+    EXPECT_EQ(info.msg_perm.mode & 0777, 0600);
+    EXPECT_EQ(info.msg_perm.__key, IPC_PRIVATE);
+    EXPECT_EQ(queue.receive(), "");
 }
 
 class QuillonFlash : public testing::Test {

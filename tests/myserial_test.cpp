@@ -2,13 +2,24 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include <utility>
+#include <vector>
+
 #include "registers.h"
 #include "serial_ports.h"
 #include "support.h"
+
+// Told in the library's place what the daemon wants thrown away.
+static std::vector<std::pair<int, int>> flushes;
+extern "C" int tcflush(int fd, int queue) noexcept {
+    flushes.emplace_back(fd, queue);
+    return ioctl(fd, TCFLSH, queue);
+}
 
 namespace {
 
@@ -78,6 +89,18 @@ TEST_F(Serial, OptionsAreRaw) {
     EXPECT_NE(options.c_cflag & CSTOPB, 0U);
     EXPECT_EQ(options.c_cc[VTIME], 0x0A);
     EXPECT_EQ(options.c_cc[VMIN], 0x01);
+}
+
+TEST_F(Serial, OpenThrowsAwayWhatWasNotSentAndDiscardWhatWasNotRead) {
+    openAt(115200);
+    flushes.clear();
+    ASSERT_TRUE(MySerial::set_opt(9600, 8, 1, 'N', 0, 0));
+    MySerial::discardInput();
+    using Flushes = decltype(flushes);
+    EXPECT_EQ(flushes, (Flushes{{MySerial::fd_, TCOFLUSH}, {MySerial::fd_, TCIFLUSH}}));
+    MySerial::close_port();
+    MySerial::discardInput();
+    EXPECT_EQ(flushes.size(), 2U) << "the number may be a socket's by now";
 }
 
 TEST_F(Serial, ReadWaitsForItsTimeAndTakesOneAnswer) {

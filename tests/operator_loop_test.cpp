@@ -112,6 +112,9 @@ TEST_F(Operator, LinkTestIsAnsweredWith64BytesToWhoIsMeant) {
     // The chip has 60 ms for its status, which a busy machine may not give it.
     for (int i = 0; i < 5 && reply != expected; ++i) reply = answerTo(head + "192.168.1.10" + tail);
     EXPECT_EQ(reply, expected);
+    const std::string toSender =
+        head + "192.168.1.10\n[answer]=0.0.0.0000000:0\nusb_is_link_pc";
+    EXPECT_EQ(answerTo(toSender).size(), 64U) << "zeroes behind the text there, too";
     EXPECT_EQ(answerTo("[seq] without the word"), "");
 }
 

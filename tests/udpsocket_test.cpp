@@ -4,7 +4,9 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <string>
+#include <thread>
 
 #include "network.h"
 #include "support.h"
@@ -100,6 +102,38 @@ TEST(UdpSocket, DrainsWhatIsQueued) {
     EXPECT_EQ(printedBy([&] { EXPECT_TRUE(bounded.delRcvBuff()); }),
               "del buff-->" + large.substr(0, 128) + "\ndel buff-->old\ntimeout rcvbuff del ok\n");
     EXPECT_EQ(received(bounded), "");
+}
+
+TEST(UdpSocket, AFloodDoesNotKeepTheDrain) {
+    UDPSocket bounded, sender;
+    bounded.CreateUDPServer(5001, 1, true, true);
+    sender.CreateUDPServer(5002, 0, false, true);
+    std::atomic<bool> ending{false};
+    std::thread flood([&] {
+        while (!ending) sender.SendTo("127.0.0.1", 5001, "old", 3);
+    });
+    const auto begin = sim::Clock::now();
+    const std::string said = printedBy([&] { EXPECT_TRUE(bounded.delRcvBuff()); });
+    EXPECT_LT(sim::Clock::now() - begin, std::chrono::seconds(2)) << "100 ms are meant";
+    ending = true;
+    flood.join();
+    EXPECT_EQ(said.substr(said.size() - 23), "timeout rcvbuff del ok\n");
+}
+
+TEST(UdpSocket, DrainGivesTheNextReceiveItsWholeSecondsAgain) {
+    UDPSocket socket;
+    socket.CreateUDPServer(5001, 1, true, true);
+    auto shortest = std::chrono::nanoseconds::max();
+    // A busy machine may take longer once, but not each time.
+    for (int i = 0; i < 5 && shortest > std::chrono::milliseconds(1500); ++i) {
+        socket.SendTo("127.0.0.1", 5001, "x", 1);
+        received(socket);  // leaves almost a second of microseconds behind
+        printedBy([&] { socket.delRcvBuff(); });
+        const auto begin = sim::Clock::now();
+        printedBy([&] { received(socket); });
+        shortest = std::min<std::chrono::nanoseconds>(shortest, sim::Clock::now() - begin);
+    }
+    EXPECT_LT(shortest, std::chrono::milliseconds(1500));
 }
 
 TEST(UdpSocket, SaysWhatFailed) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <thread>
 
 #include "main/heartbeat.h"
 #include "main/video_watch.h"
@@ -59,6 +60,23 @@ TEST_F(Heartbeat, LevelIsLostWithAnOutputAndComesBack) {
     outputs_.setAnswering("192.168.7.20", true);
     outputs_.setAnswering("192.168.7.21", true);
     pass();
+    EXPECT_EQ(curtInfo.curOutPre, 5);
+}
+
+TEST_F(Heartbeat, AnswerToTheSecondPingIsInTime) {
+    UDPSocket output;  // at an address where no other console is
+    output.CreateUDPServer(41237, 5, true, true);
+    curLink_num = 1;
+    strcpy(curtInfo.curOutIp[0], "192.168.7.10");
+    curtInfo.link[2] = 0;
+    std::thread second([&] {
+        char ping[16];
+        for (int i = 0; i < 2; ++i) EXPECT_EQ(output.RecvFrom(ping, sizeof ping), 5);
+        output.EchoTo("ackheart", 8);
+    });
+    EXPECT_EQ(pass(),
+              "[checkConnect]-0: send to output:192.168.7.10 heartbeat\nrcv timeout-->0s:0us\n");
+    second.join();
     EXPECT_EQ(curtInfo.curOutPre, 5);
 }
 
