@@ -171,8 +171,8 @@ class Control {
 
     // What is down can only be let go as software's record: others are not taken any more.
     void lostControl() {
-        const HealedInput &input = endpoint_.input();
-        const bool held = !(input.keyboard() == Stroke{}) || forwarder_.pasting();
+        // Also what was let go just now: the endpoint may not have taken that any more.
+        const bool held = !endpoint_.input().keysAtRest() || forwarder_.pasting();
         forwarder_.letGo();
         forwarder_.stopPaste();
         if (held) endpoint_.releaseAsSoftware();

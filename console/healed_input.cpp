@@ -20,6 +20,11 @@ void Resends::changed(Time now, std::vector<std::chrono::milliseconds> after) {
     active_ = true;
 }
 
+bool Resends::settled() const {
+    return std::all_of(after_.begin(), after_.end(),
+                       [&](auto offset) { return last_ >= changed_ + offset; });
+}
+
 Resends::Time Resends::due(bool held) const {
     if (!active_) return Time::max();
     for (const auto offset : after_)

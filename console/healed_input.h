@@ -23,6 +23,8 @@ class Resends {
     void changed(Time now, std::vector<std::chrono::milliseconds> after);
     /// The state was sent again.
     void sent(Time now) { last_ = now; }
+    /// False while the state is so new that it is due to be sent again soon.
+    bool settled() const;
     /// When to send it again, Time::max() for not any more; held: something is down.
     Time due(bool held) const;
 
@@ -70,6 +72,8 @@ class HealedInput {
     std::optional<Datagram> next(Time now);
     /// When next() gives something; Time::max() for never.
     Time due() const;
+    /// No key is down, and that has been said as often as a change is.
+    bool keysAtRest() const { return !keysHeld() && keysWaiting_ == 0 && keys_.settled(); }
     /// Nothing that a person did waits to be sent.
     bool idle() const { return queue_.empty(); }
     std::size_t waiting() const { return queue_.size(); }

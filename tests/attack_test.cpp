@@ -145,6 +145,16 @@ TEST(Relay, NameThatAnotherUserHoldsSilencesNobody) {
     EXPECT_TRUE(holds(outcome, "another user of this machine has the name")) << outcome.said;
 }
 
+TEST(Relay, AnotherUserHearsNothing) {
+    sim::makeEth0({"192.168.1.22"});
+    const Outcome started = run(std::string(kProgram) +
+                                "--from 192.168.1.22 watch --refuse >/dev/null 2>/data/said & "
+                                "echo $!; until grep -q watching /data/said; do sleep 0.02; done");
+    // Returns when the connection is closed on it.
+    const Stranger eavesdropper([] { test::hearAt("quillon-watch/0/192.168.1.22"); });
+    run("kill " + started.said);
+}
+
 // ---- on the network
 
 console::LinkMessage asks(const std::string &user) {
@@ -283,6 +293,16 @@ TEST_F(Attack, KeysAreLetGoWhenAnEndpointWasGoneForAWhile) {
         ASSERT_TRUE(release) << times;
         EXPECT_EQ(release->text, std::string("\x57\xAB\x01\0\0\0\0\0\0\0\0", 11));
     }
+}
+
+TEST_F(Attack, RecordsAreRepeatedAsOftenAsAsked) {
+    test::Responder operators("127.0.0.1", 41302, [](const std::string &) { return "per_enable=0"; });
+    console::DatagramSocket data("127.0.0.1", 8080, "");
+    EXPECT_EQ(run(std::string(kProgram) + "--to 127.0.0.1 --port 8080 type --repeat 5 a").status, 0);
+    int presses = 0, releases = 0;
+    while (const auto record = data.receive(0ms)) ++(record->text[5] == 4 ? presses : releases);
+    EXPECT_EQ(presses, 5);
+    EXPECT_EQ(releases, 5 + 3) << "and once more, whatever was asked";
 }
 
 TEST_F(Attack, LogGoesNeitherIntoMemoryNorKeepsTheDaemonAlive) {

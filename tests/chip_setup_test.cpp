@@ -1,6 +1,7 @@
 #include "main/chip_setup.h"
 
 #include <gtest/gtest.h>
+#include <termios.h>
 
 #include <cstring>
 
@@ -51,6 +52,13 @@ TEST_F(ChipSetup, OpenPortTakesPortAndSpeedFromTheSettings) {
     EXPECT_EQ(printedBy([] { test::complainedBy([] { EXPECT_TRUE(openPort()); }); }),
               "uart3 open\n[openPort]-0: serial buad rate using 57600\n");
     EXPECT_EQ(ports_.hostBaud(3), 57600);
+    configure(Config::kParity, "E");
+    openQuietly();
+    termios options{};
+    ASSERT_EQ(tcgetattr(MySerial::fd_, &options), 0);
+    EXPECT_EQ(options.c_iflag, static_cast<tcflag_t>(INPCK | ISTRIP));
+    EXPECT_EQ(options.c_cc[VTIME], 10);
+    EXPECT_EQ(options.c_cc[VMIN], 1);
     configure(Config::kComPort, "COM2");
     EXPECT_EQ(printedBy([] { test::complainedBy([] { openPort(); }); }).rfind("uart2 open\n", 0),
               0U);
@@ -111,6 +119,8 @@ class ParameterReply : public testing::Test {
 };
 
 TEST_F(ParameterReply, CountsOnlyAtItsExactLength) {
+    device_.answer('?', test::Bytes(5, 0x22));  // on the line before, and drained
+    MySerial::nwrite("?", 1);
     EXPECT_EQ(readWith(56), 1);
     EXPECT_EQ(readWith(55), 0);
     EXPECT_EQ(readWith(71), 0);

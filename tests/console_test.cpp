@@ -76,6 +76,16 @@ TEST(Mouse, LargeDistancesAreCutIntoSteps) {
     EXPECT_EQ(turns[1], (Datagram{0x57, 0xAB, 4, 1, 0, 1, 0, 2, 0, 0x81}));
 }
 
+TEST(MaySend, EveryLinkedOutputAndItsBeginnings) {
+    console::Settings settings{{"per_enable", "1"}};
+    EXPECT_EQ(console::maySend(settings, "10.0.0.1"), console::MaySend::kByChance);
+    for (int slot = 0; slot < 8; ++slot)
+        settings["connect_ip" + std::to_string(slot)] = "10.0.0." + std::to_string(slot);
+    EXPECT_EQ(console::maySend(settings, "10.0.0.7"), console::MaySend::kYes);
+    EXPECT_EQ(console::maySend(settings, "10.0.0.70"), console::MaySend::kYes);
+    EXPECT_EQ(console::maySend(settings, "10.0.0.8"), console::MaySend::kNo);
+}
+
 TEST(Words, WhoControlsAndOnWhichOutputs) {
     console::EndpointStatus status;
     EXPECT_EQ(console::whoWords(status, "ann"), "who controls it is not known yet");

@@ -222,8 +222,10 @@ TEST(QuillonConsole, WatchAnswersHeartbeats) {
         "ip addr add 192.168.1.29/24 dev eth0; "
         "$board --from 192.168.1.29 watch --refuse 2>/data/w & heard watching /data/w; "
         "exec 3<>/dev/udp/192.168.1.29/41237; printf no >&3; printf heart >&3; "
-        "read -r -N 8 -t 5 answer <&3; echo $answer; kill %1; wait");
+        "read -r -N 8 -t 5 answer <&3; read -r -N 8 -t 0.2 more <&3; echo $answer$more; "
+        "kill %1; wait");
     EXPECT_TRUE(test::holds(outcome, "ackheart\n")) << outcome.said;
+    EXPECT_FALSE(test::holds(outcome, "ackheartack")) << "it answered what is no heartbeat";
 }
 
 }  // namespace

@@ -6,9 +6,12 @@
 
 #include <csignal>
 #include <cstring>
+#include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <memory>
 #include <random>
+#include <sstream>
 
 #include "commands.h"
 #include "discovery.h"
@@ -30,6 +33,12 @@ TEST_F(OnBoard, KeyFromAConsoleReachesTheComputer) {
     EXPECT_NE(settings().find("[serial]\ncom_port=COM2\nbuad_rate=115200\n"), std::string::npos);
     EXPECT_NE(settings().find("chip_vision=CH9329\n"), std::string::npos);
     EXPECT_TRUE(logs("add mut:224.168.1.1"));
+    const auto log = board_->daemon()->log();
+    EXPECT_EQ(std::count(log.begin(), log.end(), "set timeout -->10s,0us"), 1) << "of consent alone";
+    EXPECT_EQ(std::count(log.begin(), log.end(), "connect_ip7="), 1) << "settings are printed";
+    std::istringstream stat(test::readFile("/proc/" + std::to_string(board_->daemon()->pid()) + "/stat"));
+    std::vector<std::string> fields(std::istream_iterator<std::string>(stat), {});
+    EXPECT_EQ(fields.at(6), "0") << "the serial port is no controlling terminal";
     EXPECT_TRUE(logs("standard input is not a terminal device")) << "it is /dev/null here";
 }
 
@@ -55,6 +64,8 @@ TEST_F(OnBoard, RestoredLinkDecidesWhoMaySend) {
 TEST_F(OnBoard, LockKeysGoBothWays) {
     startListening(kFast);
     board_->computer().setLeds(sim::kNumLed);
+    EXPECT_EQ(ask("a text that is longer than the next one"), "no answer");
+    EXPECT_EQ(ask("numlock"), "on");
     EXPECT_EQ(ask("syncled"), "capslock=off&numlock=on");
     console::Endpoint(kBoard, 80, kConsole).send("out=on&num=off", 14);
     EXPECT_EQ(ask("syncled"), "capslock=on&numlock=off");
@@ -85,6 +96,7 @@ TEST_F(OnBoard, RewritesAChipThatStores9600AndAsksForAReboot) {
                   "---9600 ch9329 echo 115200 baudrate---", "reboot", "thi is  ch9329 chip"}));
     EXPECT_EQ(board_->chip().storedBaud(), 115200);
     EXPECT_EQ(board_->chip().baud(), 9600);
+    EXPECT_NE(settings().find("buad_rate=115200\n"), std::string::npos);
     // The port is closed; its number went to a socket, which must not be written to.
     EXPECT_EQ(ask("query", 41302).substr(0, 6), "query|");
     type(kConsole, 'x');
@@ -114,6 +126,16 @@ TEST_F(OnBoard, SilentChipIsAskedForEver) {
     EXPECT_THROW(ask("query", 41302), std::runtime_error);
 }
 
+TEST_F(OnBoard, ChipThatStoresAnotherSpeedIsAskedForEver) {
+    options_.storedBaud = 57600;
+    start(kFast);
+    ASSERT_TRUE(logs("error data"));
+    EXPECT_TRUE(board_->daemon()
+                    ->waitForLine("error data", 10s,
+                                  *board_->daemon()->waitForLine("error data", 0s) + 1)
+                    .has_value());
+}
+
 TEST_F(OnBoard, LateAndSplitAnswersDoNotStopTheKeys) {
     startListening(kFast);
     board_->chip().splitAnswers(3, 10ms);
@@ -135,6 +157,9 @@ TEST_F(OnBoard, SignalsEndItWithItsStatusAlsoSeveralAtOnce) {
     EXPECT_EQ(board_->daemon()->stop(SIGTERM, 15s), 255);
     EXPECT_GE(sim::Clock::now() - begin, 1900ms) << "the video watch has 2 s to end";
     EXPECT_TRUE(logs("program exit--->0xf"));
+    startListening(kFast);
+    EXPECT_EQ(board_->daemon()->stop(SIGSEGV, 15s), 255);
+    EXPECT_TRUE(logs("program exit--->0xb"));
 }
 
 TEST_F(OnBoard, TerminalOnStandardInputIsNoError) {
@@ -174,6 +199,15 @@ TEST_F(OnBoard, RawChipWorksInBothMouseModes) {
     session.data().send(by.data(), by.size());
     EXPECT_TRUE(board_->computer().waitFor([](const auto &s) { return s.buttons == 1; }, 3s));
     EXPECT_NE(settings().find("chip_model=rel\n"), std::string::npos);
+    session.setLockKeys({false, true});
+    EXPECT_TRUE(board_->computer().waitFor([](const auto &s) { return s.keys[0] == 0; }, 5s));
+    board_->powerCycle();
+    ASSERT_TRUE(board_->waitUntilListening(20s));
+    const int x = board_->computer().state().x;
+    const auto right = console::relativeRecord(8, 0, console::kNoButton, 0);
+    session.data().send(right.data(), right.size());
+    EXPECT_TRUE(board_->computer().waitFor([&](const auto &s) { return s.x == x + 8; }, 5s))
+        << "the mode is set again at a start";
 }
 
 struct Row {
@@ -247,9 +281,12 @@ TEST_F(OnBoard, RecordsDuringALinkTestAreNotSent) {
 
 TEST_F(OnBoard, LostOutputTakesTheLevelUntilItAnswers) {
     startHeldBySilentAnn();
+    const auto lost = sim::Clock::now();
+    EXPECT_TRUE(logs("set timeout -->3s,0us"));
     EXPECT_EQ(ask("query", 41302), "query|192.168.1.10|1|192.168.1.20-ann|0");
     board_->consoles().setAnswering(kConsole, true);
     EXPECT_TRUE(board_->daemon()->waitForLine("heartBeat rcv ackheart", 40s).has_value());
+    EXPECT_GT(sim::Clock::now() - lost, 25s);
     EXPECT_EQ(ask("query", 41302), "query|192.168.1.10|1|192.168.1.20-ann|5");
 }
 

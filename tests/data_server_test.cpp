@@ -178,6 +178,10 @@ TEST_F(DataServer, AnswersLockKeys) {
     EXPECT_EQ(answerTo("numlock"), "off");
     EXPECT_NE(log_.find("numlock OFF\nsend ok\n"), std::string::npos);
     EXPECT_EQ(answerTo("syncled and more"), "capslock=on&numlock=off");
+    chip_.answerLate(std::chrono::milliseconds(85));
+    std::string caps;
+    for (int i = 0; i < 5 && caps != "on"; ++i) caps = answerTo("capslock");
+    EXPECT_EQ(caps, "on") << "it has 120 ms";
     EXPECT_EQ(answerTo("capslock2"), "");
     EXPECT_NE(log_.find("data error: capslock2"), std::string::npos);
 }
@@ -191,7 +195,12 @@ TEST_F(DataServer, AnswersLinkWithPictureAndMode) {
 }
 
 TEST_F(DataServer, OutSetsTheLockKeysOfTheComputer) {
+    handle("out=on");
+    EXPECT_EQ(computer_.state().leds, sim::kCapsLed) << "what is not named stays off";
+    computer_.setLeds(0);
+    const auto begin = sim::Clock::now();
     handle("out=on&num=on");
+    EXPECT_GE(sim::Clock::now() - begin, std::chrono::milliseconds(190 + 4 * 20)) << "a pause each";
     EXPECT_EQ(computer_.state().leds, sim::kCapsLed | sim::kNumLed);
     handle("out=off&num=keep");
     EXPECT_EQ(computer_.state().leds, sim::kNumLed);

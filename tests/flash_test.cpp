@@ -4,6 +4,7 @@
 #include <sys/msg.h>
 #include <sys/stat.h>
 
+#include "progress.h"
 #include "result.h"
 #include "srecord.h"
 #include "state.h"
@@ -29,6 +30,21 @@ TEST(SRecords, TellWhatTheyProgram) {
     EXPECT_EQ(image.bytes, 8U);
     EXPECT_EQ(image.first, 0U);
     EXPECT_EQ(image.last, 0xFFFFFFU);
+    std::string counted = kGood;
+    counted.replace(counted.find("S5030003F9"), 10, "S604000003F8");
+    EXPECT_EQ(flash::readImage(counted).records, 3U);
+}
+
+TEST(Progress, BoardThatFailedIsNotDone) {
+    flash::Progress progress(3, false);
+    test::printedBy([&] {
+        for (const char *line : {"[UploadMotFile]-84: earse: (ERO0)", "[UploadMotFile]-107: (1): 14",
+                                 "[UploadMotFile]-122: upload .mot file failed!",
+                                 "[UploadMotFile]-84: earse: (ERO1)"})
+            progress.take(line);
+    });
+    EXPECT_EQ(progress.done(), "none");
+    EXPECT_EQ(progress.unfinished().size(), 2U);
 }
 
 TEST(SRecords, DamageIsToldWithItsLine) {
@@ -109,6 +125,30 @@ TEST_F(QuillonFlash, DrawsABarOnATerminalAndAsks) {
     EXPECT_TRUE(holds(outcome, "[y/n]")) << outcome.said;
     EXPECT_TRUE(holds(outcome, std::string(51, '*'))) << outcome.said;
     EXPECT_TRUE(holds(outcome, "board 0   OK")) << outcome.said;
+    const auto unsure = run(onMcu("echo maybe | script -qec \"" + std::string(kFlash) +
+                                  "/kept/o.mot\" /dev/null"));
+    EXPECT_TRUE(holds(unsure, "nothing was programmed")) << unsure.said;
+    const auto taken = run(onMcu("(until grep -qs y/n /data/o; do sleep 0.02; done; "
+                                 "exec 5<>/dev/ttyAMA2; sleep 1; echo y; sleep 9) | "
+                                 "script -qec \"" + std::string(kFlash) +
+                                 "/kept/o.mot\" /dev/null >/data/o; cat /data/o"));
+    EXPECT_TRUE(holds(taken, "has /dev/ttyAMA2; end it first")) << taken.said;
+}
+
+TEST_F(QuillonFlash, NeitherAFullDiskNorAClosedPipeNorItsDeathLeavesMoreThanItSays) {
+    const auto full = run(onMcu("mkdir /data/t; mount -t tmpfs -o size=4k none /data/t; "
+                                "head -c 4096 /dev/zero >/data/t/x; TMPDIR=/data/t " +
+                                std::string(kFlash) + "--yes /kept/o.mot"));
+    EXPECT_TRUE(holds(full, "cannot write to /data/t/")) << full.said;
+    const auto piped = run(onMcu(std::string(kFlash) + "--yes /kept/o.mot | head -n 1",
+                                 "--absent 1 --absent 2 --absent 3 --absent 4 --absent 5 "
+                                 "--absent 6 --absent 7 --absent 8 "));
+    EXPECT_TRUE(holds(piped, "board 9 holds 8 bytes")) << piped.said;
+    const auto dead = run(onMcu(std::string(kFlash) +
+                                "--yes /kept/o.mot >/data/out & "
+                                "until grep -qs \"board 0:\" /data/out; do sleep 0.05; done; "
+                                "kill -KILL $!; wait; sleep 0.2; pgrep -c quillon-flash"));
+    EXPECT_TRUE(holds(dead, "0\n")) << dead.said;
 }
 
 TEST_F(QuillonFlash, RefusesBeforeAnythingIsSent) {

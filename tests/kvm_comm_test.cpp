@@ -1,6 +1,8 @@
 #include "kvm_comm.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -41,7 +43,7 @@ TEST(GetSeqIp, RefusesWhatIsMalformed) {
     EXPECT_FALSE(parse("[seq]\na=1234567890123456\nback=192.168.1.20:5000\nusb").ok);
     EXPECT_FALSE(parse("[seq]\na=1.2.3.4\nback=1234567890123456:5000\nusb").ok);
     EXPECT_FALSE(parse("").ok);
-    const Seq tooShort = parse("[seq]\na=1.2.3.4\nb=1.2.3.4:1\nusb");
+    const Seq tooShort = parse("[seq]\na=1.2.3.4\nback=1.2.3.4:12345\nusb");
     EXPECT_FALSE(tooShort.ok);
     EXPECT_EQ(tooShort.target, "1.2.3.4");
 }
@@ -49,6 +51,7 @@ TEST(GetSeqIp, RefusesWhatIsMalformed) {
 TEST(GetLocalIp, ReadsTheAddressOfEth0) {
     test::writeFile("/data/net.ini", "kMac=1\nkEth0Ip=10.0.0.7\nkEth1Ip=10.0.0.8\n");
     EXPECT_EQ(GetLocalIp(), "10.0.0.7");
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child is left";
     test::writeFile("/data/net.ini", "  kEth0Ip:10.0.0.9");
     EXPECT_EQ(GetLocalIp(), "10.0.0.9");
     test::writeFile("/data/net.ini", "kEth0Ip\n");
@@ -69,6 +72,14 @@ TEST(DevMem, ReadsAndWritesOneWord) {
     EXPECT_EQ(hi_sys_get_reg(0x120F0100, &value), 0);
     EXPECT_EQ(value, 0x89ABCDEFU);
     EXPECT_EQ(hi_sys_get_reg(0x120F0100, nullptr), static_cast<int>(0xA0028006));
+    int synchronous = 0;  // else writes to registers would wait in a cache
+    for (int fd = 0; fd < 64; ++fd) {
+        char path[16] = "";
+        const ssize_t n = readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), path, 15);
+        if (n > 0 && std::string(path) == "/dev/mem" && (fcntl(fd, F_GETFL) & O_SYNC) == O_SYNC)
+            ++synchronous;
+    }
+    EXPECT_EQ(synchronous, 1);
 }
 
 TEST(DevMem, MapsAcrossPages) {

@@ -1,5 +1,6 @@
 #include "myserial.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/ioctl.h>
@@ -19,6 +20,15 @@ static std::vector<std::pair<int, int>> flushes;
 extern "C" int tcflush(int fd, int queue) noexcept {
     flushes.emplace_back(fd, queue);
     return ioctl(fd, TCFLSH, queue);
+}
+
+// And what it is set to: a pseudo-terminal keeps neither size nor parity.
+static termios asked;
+extern "C" int tcsetattr(int fd, int when, const termios *options) noexcept {
+    asked = *options;
+    static const auto real =
+        reinterpret_cast<int (*)(int, int, const termios *)>(dlsym(RTLD_NEXT, "tcsetattr"));
+    return real(fd, when, options);
 }
 
 namespace {
@@ -80,15 +90,18 @@ TEST_F(Serial, SpeedsAreTheSixThatItKnows) {
 
 TEST_F(Serial, OptionsAreRaw) {
     openAt(9600);
-    ASSERT_TRUE(MySerial::set_opt(9600, 8, 2, 'O', 0x10A, 0x101));
-    termios options{};
-    ASSERT_EQ(tcgetattr(MySerial::fd_, &options), 0);
-    EXPECT_EQ(options.c_lflag, 0U);
-    EXPECT_EQ(options.c_oflag, 0U);
-    EXPECT_EQ(options.c_iflag, static_cast<tcflag_t>(INPCK | ISTRIP));
-    EXPECT_NE(options.c_cflag & CSTOPB, 0U);
-    EXPECT_EQ(options.c_cc[VTIME], 0x0A);
-    EXPECT_EQ(options.c_cc[VMIN], 0x01);
+    const tcflag_t size[] = {CS5, CS7, CS8}, checked = INPCK | ISTRIP;
+    const std::pair<char, tcflag_t> parities[] = {{'N', 0}, {'E', PARENB}, {'O', PARENB | PARODD}};
+    for (const int bits : {6, 7, 8})
+        for (const auto &[letter, parity] : parities) {
+            ASSERT_TRUE(MySerial::set_opt(9600, bits, bits == 8 ? 2 : 1, letter, 0x10A, 0x101));
+            EXPECT_EQ(asked.c_lflag | asked.c_oflag, 0U);
+            EXPECT_EQ(asked.c_iflag, letter == 'N' ? 0 : checked);
+            EXPECT_EQ(asked.c_cflag & ~static_cast<tcflag_t>(CBAUD),
+                      CLOCAL | CREAD | size[bits - 6] | parity | (bits == 8 ? CSTOPB : 0));
+            EXPECT_EQ(asked.c_cc[VTIME], 0x0A);
+            EXPECT_EQ(asked.c_cc[VMIN], 0x01);
+        }
 }
 
 TEST_F(Serial, OpenThrowsAwayWhatWasNotSentAndDiscardWhatWasNotRead) {
@@ -160,6 +173,8 @@ TEST(UartWrite, PutsTheLastByteIntoTheDataRegister) {
     EXPECT_EQ(registers.get(0x12130000), 0U);
     EXPECT_EQ(MySerial::uartWrite(data, 2), 1);
     EXPECT_EQ(registers.get(0x12130000), 0xF0U);
+    EXPECT_EQ(test::run("grep -c /dev/mem /proc/" + std::to_string(getpid()) + "/maps").said, "0\n")
+        << "a mapping was left behind";
 }
 
 }  // namespace

@@ -90,10 +90,12 @@ TEST_F(Operator, SettingsFileGoesToTheSender) {
     EXPECT_EQ(answerTo("getKvmInfo"), "");
     EXPECT_NE(log_.find("fopen ini file error\n"), std::string::npos);
     test::writeFile("./quillon.ini", std::string(600, 's'));
+    const std::size_t open = test::descriptors();
     EXPECT_EQ(answerTo("getKvmInfo").size(), 512U);
     EXPECT_EQ(answerTo("getKvmInfo:192.168.1.11"), "");
     EXPECT_NE(log_.find("get cmd:getKvmInfo:192.168.1.11, need ip:192.168.1.11\n"),
               std::string::npos);
+    EXPECT_EQ(test::descriptors(), open);
 }
 
 TEST_F(Operator, LinkTestIsAnsweredWith64BytesToWhoIsMeant) {
@@ -105,7 +107,8 @@ TEST_F(Operator, LinkTestIsAnsweredWith64BytesToWhoIsMeant) {
     MySerial::set_opt(115200, 8, 1, 'N', 0, 0);
     const std::string head = "[seq]\n[controlled]=";
     const std::string tail = "\n[answer]=127.0.0.1:05001\nusb_is_link_pc\n";
-    EXPECT_EQ(answerTo(head + "192.168.1.11" + tail), "");
+    for (const char *other : {"192.168.1.11", "192.168.1.100"})
+        EXPECT_EQ(answerTo(head + other + tail), "");
     EXPECT_EQ(answerTo(head + "192.168.1.10\n[answer]=a:1\nusb_is_link_pc"), "");
     std::string expected = "[ack]\n[controlled]=192.168.1.10\nusb_is_link_pc=1", reply;
     expected.resize(64, '\0');

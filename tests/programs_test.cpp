@@ -121,13 +121,14 @@ TEST(QuillonConsole, AsksAndSwitchesFromTheCommandLine) {
             "--console 192.168.1.20 --console 192.168.1.21 --config "
             "/data/linked.ini -- sh -c '" +
             console + "query; " + console + "type a; " + console + "--as-software type b; " +
-            console + "permissions off; " + console + "set-leds caps=on; " + console +
+            console + "permissions off; " + console + "set-leds num=on; " + console +
+            "set-leds caps=on; " + console +
             "--json link; " + console + "mouse-mode rel; " + console + "usb-link; " + console +
             "--json settings --via-group | grep -o rel; " + console +
             "--port 9 --timeout 100 link; " + console + "discover'");
     for (const char *said :
          {"user      192.168.1.21-bob\nlevel     3\n", "192.168.1.20 may not send", "typed     b\n",
-          "locks     Num off, Caps on, Scroll off\n", "caps  on\nnum   off\n",
+          "locks     Num on, Caps on, Scroll off\n", "caps  on\nnum   on\n",
           "{\"width\":1920,\"height\":1080,\"mouse\":\"absolute\"}\n", "computer  yes\n", "rel\n",
           "nobody listens at 192.168.1.10:9\n", "endpoint          linked"})
         EXPECT_TRUE(holds(outcome, said)) << said << "\nin\n" << outcome.said;

@@ -62,10 +62,18 @@ void listenAt(const char *abstractName, const char *answer) {
     }).detach();
 }
 
-void connectTo(const char *abstractName) {
+int connectTo(const char *abstractName) {
     sockaddr_un address{};
     const socklen_t size = nameIn(address, abstractName);
-    connect(socket(AF_UNIX, SOCK_SEQPACKET, 0), reinterpret_cast<sockaddr *>(&address), size);
+    const int fd = socket(AF_UNIX, SOCK_SEQPACKET, 0);
+    connect(fd, reinterpret_cast<sockaddr *>(&address), size);
+    return fd;
+}
+
+void hearAt(const char *abstractName) {
+    char text[256];
+    const int fd = connectTo(abstractName);
+    while (recv(fd, text, sizeof text, 0) > 0) continue;
 }
 
 }  // namespace test

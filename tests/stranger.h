@@ -24,7 +24,9 @@ class Stranger {
 
 /// Binds a name of the abstract name space and listens there; answers everybody with a text.
 void listenAt(const char *abstractName, const char *answer);
-/// Connects to one and says nothing.
-void connectTo(const char *abstractName);
+/// Connects to one and says nothing; its descriptor.
+int connectTo(const char *abstractName);
+/// Connects to one, and returns once that closes the connection.
+void hearAt(const char *abstractName);
 
 }  // namespace test

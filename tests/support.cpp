@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 
@@ -43,6 +44,11 @@ Outcome run(const std::string &command) {
 
 bool holds(const Outcome &outcome, const std::string &text) {
     return outcome.said.find(text) != std::string::npos;
+}
+
+std::size_t descriptors() {
+    return static_cast<std::size_t>(
+        std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
 }
 
 void ScriptedDevice::receive(sim::SerialLine &line, const std::uint8_t *bytes, std::size_t count,

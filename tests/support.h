@@ -28,6 +28,9 @@ struct Outcome {
 Outcome run(const std::string &command);
 bool holds(const Outcome &outcome, const std::string &text);
 
+/// How many descriptors this process has open.
+std::size_t descriptors();
+
 /// Says on a serial line what it is told to, and remembers what it heard.
 class ScriptedDevice : public sim::SerialDevice {
   public:

@@ -59,6 +59,17 @@ TEST(TerminalInput, ReadsWhatTerminalsSend) {
     }
 }
 
+TEST(TerminalInput, FunctionKeysHaveTheirNumbers) {
+    // As xterm's page of control sequences lists them; 16, 22, 27 and 30 are none.
+    const int numbers[] = {11, 12, 13, 14, 15, 17, 18, 19, 20, 21, 23, 24, 25, 26, 28, 29, 31, 32};
+    int key = 0;
+    for (const int number : numbers) {
+        TerminalInput input;
+        EXPECT_EQ(read(input, "\x1b[" + std::to_string(number) + "~"),
+                  "tap f" + std::to_string(++key));
+    }
+}
+
 TEST(TerminalInput, KittyTellsPressesAndReleasesByPlaceOnTheKeyboard) {
     TerminalInput input;
     EXPECT_EQ(read(input, "\x1b[?15u"), "keys on");

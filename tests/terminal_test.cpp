@@ -71,6 +71,10 @@ TEST_F(Terminal, TypesPastesAndSendsCombinations) {
     EXPECT_TRUE(sees("ctrl+alt+f2"));
     terminal_->paste("two\nlines");
     EXPECT_TRUE(arrives("Hello, World!\ntwo\nlines"));
+    terminal_->press("C-] p");
+    EXPECT_TRUE(terminal_->shows("text:"));
+    terminal_->send("abc\r");
+    EXPECT_TRUE(arrives("Hello, World!\ntwo\nlinesabc"));
     terminal_->paste(std::string(2000, 'x'));
     EXPECT_TRUE(terminal_->shows("pasting, 1 %"));
     terminal_->press("C-]");
@@ -133,11 +137,21 @@ TEST_F(Terminal, HolderIsAskedAndTakenOver) {
     EXPECT_TRUE(terminal_->shows("refused 192.168.1.21-bob"));
     auto granted = std::async(std::launch::async, apply, equal);
     ASSERT_TRUE(terminal_->shows("192.168.1.21-bob asks for control"));
-    terminal_->press("C-] y");
+    terminal_->send("\x1b[?15u\x1b[97;1:1u");
+    EXPECT_TRUE(keyIs(0x04));
+    terminal_->send("\x1b[93;5:1u\x1b[93;5:3uy");
     EXPECT_EQ(granted.get(), "192.168.1.21-bob");
+    EXPECT_TRUE(keyIs(0)) << "held when control went";
     EXPECT_TRUE(terminal_->shows("held by 192.168.1.21-bob, level 5"));
     terminal_->send("z");
     EXPECT_TRUE(terminal_->shows("refused: the endpoint takes nothing from 192.168.1.20"));
+}
+
+TEST_F(Terminal, SoftwaresKeysAreTakenFromAnybody) {
+    startControl("--as-software --port 8080",
+                 "udpserver_port=8080\nper_enable=1\nconnect_name=bob\nconnect_ip0=192.168.1.9\n");
+    terminal_->send("k");
+    EXPECT_TRUE(arrives("k"));
 }
 
 TEST_F(Terminal, LostEndpointShowsAndComesBackByItself) {
@@ -175,6 +189,9 @@ TEST_F(Terminal, EveryWayOutRestoresItAndLetsKeysGo) {
         EXPECT_TRUE(keyIs(0)) << sig;
         EXPECT_EQ(terminal.screen().find("mouse: "), std::string::npos);
         EXPECT_EQ(terminal.modes(), "0 0 0") << "the mouse is still reported";
+        terminal.paste("pasted");
+        EXPECT_TRUE(terminal.shows("pasted"));
+        EXPECT_EQ(terminal.screen().find("200~"), std::string::npos) << terminal.screen();
     }
 }
 

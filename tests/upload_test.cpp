@@ -204,7 +204,9 @@ TEST_F(Upload, ListsOfOtherLengthsAreRefused) {
     char list[] = "(OK,OK)";
     EXPECT_EQ(printedBy([&] { EXPECT_FALSE(initUploadANDloop(list)); }), "");
     mcu_.setMood(Microcontroller::kSilent);
+    const auto begin = sim::Clock::now();
     printedBy([] { EXPECT_FALSE(uploadFile("a.mot")); });
+    EXPECT_GE(sim::Clock::now() - begin, 2400ms);
     EXPECT_EQ(received(), "timeout");
     EXPECT_EQ(l_isupdata, 0);
 }
@@ -247,6 +249,7 @@ TEST(MessageQueues, FailInTheirWaysAndCutLongTexts) {
     const int id = CreateMessageQueue("/data");
     ASSERT_GE(id, 0);
     EXPECT_EQ(CreateMessageQueue("/data"), id);
+    EXPECT_EQ(msgget(ftok("/data", 'a'), 0), id) << "where the management process looks for it";
     EXPECT_TRUE(sendMessage(std::string(3000, 'm').c_str(), id, 3));
     msg_st message;
     EXPECT_EQ(msgrcv(id, &message, sizeof message.mtext, 3, IPC_NOWAIT), 1024);

@@ -81,6 +81,10 @@ TEST_F(Heartbeat, AnswerToTheSecondPingIsInTime) {
 }
 
 TEST_F(Heartbeat, NobodyLinkedIsNobodyPinged) {
+    strcpy(curtInfo.curOutIp[0], "1.2.3.4");
+    EXPECT_EQ(pass().rfind("[checkConnect]-0: send to output:1.2.3.4 heartbeat\n", 0), 0U);
+    strcpy(curtInfo.curOutIp[0], "1.2.3.");
+    EXPECT_EQ(pass().find("1.2.3."), std::string::npos);
     curLink_num = 0;
     EXPECT_EQ(pass(), "");
 }
@@ -105,8 +109,10 @@ TEST(VideoWatch, TakesTheThirdReadingThatDiffers) {
     EXPECT_EQ(vi_w, 640U);
     // Without a signal every reading differs.
     std::string said;
-    for (int i = 0; i < 7; ++i) said += read(0, 480);
-    EXPECT_EQ(said, "---vi no signal---\n---vi no signal---\n");
+    for (int i = 0; i < 6; ++i) said += read(0, 480);
+    for (int i = 0; i < 6; ++i) said += read(1280, 0);
+    const std::string line = "---vi no signal---\n";
+    EXPECT_EQ(said, line + line + line + line);
     EXPECT_EQ(vi_w, 480U);
     EXPECT_EQ(vi_h, 270U);
 }
