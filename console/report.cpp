@@ -77,7 +77,8 @@ void printTable(const std::vector<Report> &reports, bool asJson) {
             continue;
         }
         if (&report == &reports.front()) {
-            for (const auto &[key, value] : report.items()) printf("%-*s ", kColumn, key.c_str());
+            for (const auto &[key, value] : report.items())
+                printf("%-*s ", kColumn, printable(key).c_str());
             printf("\n");
         }
         for (const auto &[key, value] : report.items())

@@ -283,6 +283,7 @@ void TerminalInput::takeControlSequence(const std::string &body, char last,
     const auto [code, shifted, base] = parameters[0];
     const char first = body.empty() ? '\0' : body[0];
     if (first == '<' && (last == 'M' || last == 'm')) {
+        if (parameters[1][0] < 1 || parameters[2][0] < 1) return;  // cells count from 1
         events.push_back(mouseEvent(parameters, last == 'm'));
     } else if (first == '?' && last == 'u') {
         reports_ = (code & 2) != 0;

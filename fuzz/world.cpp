@@ -102,12 +102,6 @@ UDPSocket &socket() {
     return *one;
 }
 
-void require(bool ok, const char *what) {
-    if (ok) return;
-    fprintf(stderr, "broken: %s\n", what);
-    abort();
-}
-
 }  // namespace world
 
 // The wrapped calls. Descriptors of the fuzzer's own go on to the system.

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "require.h"
+
 class UDPSocket;
 
 namespace world {
@@ -33,7 +35,6 @@ std::deque<std::string> chunks(FuzzedDataProvider &input);
 /// A socket of the daemon's, at any port.
 UDPSocket &socket();
 
-/// Ends the run with a message unless ok.
-void require(bool ok, const char *what);
+using fuzz::require;
 
 }  // namespace world

@@ -1,0 +1,24 @@
+// Answers to the question for all endpoints of a network, from anybody.
+
+#include "discovery.h"
+
+#include <fuzzer/FuzzedDataProvider.h>
+
+#include <set>
+
+#include "require.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char *bytes, std::size_t size) {
+    FuzzedDataProvider input(bytes, size);
+    console::Discovery discovery;
+    unsigned datagrams = 0;
+    for (; input.remaining_bytes() > 0; ++datagrams) {
+        const auto last = std::to_string(input.ConsumeIntegral<unsigned char>());
+        discovery.take({input.ConsumeRandomLengthString(), "192.168.1." + last, 41302});
+    }
+    std::set<std::string> addresses;
+    for (const auto &found : discovery.found())
+        fuzz::require(addresses.insert(found.address).second, "an address once");
+    fuzz::require(discovery.found().size() + discovery.surplus() == datagrams, "all are counted");
+    return 0;
+}
