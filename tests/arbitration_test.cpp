@@ -1,8 +1,5 @@
 #include "main/arbitration.h"
 
-#include <gtest/gtest.h>
-
-#include <cstring>
 #include <random>
 
 #include "console_ears.h"
@@ -17,10 +14,9 @@
 
 namespace {
 
-using Heard = std::vector<std::string>;
+using test::Heard;
 
-constexpr char kAnn[] = "192.168.1.20-ann", kBob[] = "192.168.1.21-bob",
-               kCid[] = "192.168.1.22-cid";
+constexpr char kAnn[] = "192.168.1.20-ann";
 
 class Arbitration : public testing::Test {
   protected:
@@ -49,7 +45,7 @@ class Arbitration : public testing::Test {
         return ears_.take(count);
     }
 
-    bool logged(const std::string &text) const { return log_.find(text) != std::string::npos; }
+    bool logged(const std::string &text) const { return test::holds(log_, text); }
 
     static std::string table() {
         std::string all = curtInfo.curName + ("|" + std::to_string(curtInfo.curOutPre));
@@ -61,7 +57,6 @@ class Arbitration : public testing::Test {
     }
 
     static std::string saved() { return test::readFile("./quillon.ini"); }
-    static bool saves(const std::string &lines) { return saved().find(lines) != std::string::npos; }
 
     const bool network_ = makeNetwork();
     test::ConsoleEars ears_;
@@ -69,132 +64,59 @@ class Arbitration : public testing::Test {
     std::string log_;
 };
 
-TEST_F(Arbitration, FreeEndpointGoesToWhoConnects) {
-    EXPECT_EQ(of("connect|192.168.1.20-ann|192.168.1.25|5", 1),
-              Heard{"41304>192.168.1.20 connect|192.168.1.10|1|192.168.1.20-ann|5"});
-    EXPECT_TRUE(logged("--->send 192.168.1.20 data connect|192.168.1.10|1|192.168.1.20-ann|5\n"));
-    EXPECT_FALSE(logged("success"));
-    EXPECT_STREQ(curtInfo.curName, kAnn);
-    EXPECT_EQ(curtInfo.curOutPre, 5);
-    EXPECT_STREQ(curtInfo.curOutIp[0], "192.168.1.25");
-    EXPECT_EQ(curtInfo.link[0], 1);
-    EXPECT_EQ(curLink_num, 1U);
-    EXPECT_TRUE(saves("connect_name=192.168.1.20-ann\nconnect_per=5\nconnect_ip0=192.168.1.25\n"));
-}
-
-TEST_F(Arbitration, FreeEndpointGoesToWhoAppliesAndAllHear) {
-    EXPECT_EQ(of("apply|192.168.1.20-ann|192.168.1.20|-1", 1),
-              Heard{"41304>all connect|192.168.1.10|1|192.168.1.20-ann|-1"});
+TEST_F(Arbitration, FreeEndpointGoesToWhoConnectsOrApplies) {
+    of("connect|192.168.1.20-ann|192.168.1.25|5", 1);
+    EXPECT_EQ(log_.substr(log_.find("--->")),
+              "--->send 192.168.1.20 data connect|192.168.1.10|1|192.168.1.20-ann|5\n"
+              "[SaveConfig]-110: save ./quillon.ini succeed\n");
+    of("disconnect|192.168.1.20-ann", 1);
+    of("apply|192.168.1.20-ann|192.168.1.20|-1", 1);
     EXPECT_TRUE(
         logged("get name:192.168.1.20-ann ip:192.168.1.20 per:-1\n"
                "send ---->connect|192.168.1.10|1|192.168.1.20-ann|-1\n"));
-    EXPECT_EQ(curLink_num, 1U);
-    EXPECT_TRUE(saves("connect_per=-1\nconnect_ip0=192.168.1.20\n"));
 }
 
 TEST_F(Arbitration, HolderAddsOutputsUntilTheyAreEight) {
     of("connect|192.168.1.20-ann|192.168.1.20|5", 1);
-    EXPECT_EQ(of("connect|192.168.1.20-ann|192.168.1.21|9"), Heard{});
+    of("connect|192.168.1.20-ann|192.168.1.21|9");
     EXPECT_TRUE(
         logged("[main]-2101: connect name:192.168.1.20-ann,ip:192.168.1.21,pre:5  "
                "success\n"));
-    EXPECT_EQ(of("connect|192.168.1.20-ann|192.168.1.21|5"), Heard{});
+    of("connect|192.168.1.20-ann|192.168.1.21|5");
     EXPECT_TRUE(logged("[main]-2094: check same output ip in linkmap\n"));
-    EXPECT_EQ(curLink_num, 2U);
-    EXPECT_EQ(of("apply|192.168.1.20-ann|192.168.1.21|0"), Heard{});
-    EXPECT_EQ(curLink_num, 3U) << "\"apply\" links an output twice";
-    EXPECT_TRUE(saves("connect_ip2=192.168.1.21\n"));
-    for (int i = 22; i < 27; ++i)
-        of("connect|192.168.1.20-ann|192.168.1." + std::to_string(i) + "|5");
+    for (int i = 0; i < 6; ++i) of("apply|192.168.1.20-ann|192.168.1.21|0");
+    EXPECT_EQ(curLink_num, 8U) << "\"apply\" links an output twice";
     const CURRENTINFO before = curtInfo;
     for (const char *command : {"connect", "apply"}) {
         of(std::string(command) + "|192.168.1.20-ann|192.168.1.29|5");
-        EXPECT_TRUE(logged("output link number over max:8,connect error\n")) << command;
+        EXPECT_TRUE(logged("[saveLinkInfo]-0: output link number over max:8,connect error\n"));
         EXPECT_FALSE(logged("success"));
         EXPECT_EQ(memcmp(&before, &curtInfo, sizeof before), 0);
-        EXPECT_EQ(curLink_num, 8U);
     }
     // The next user takes the eighth slot; the one behind it, which his message names, is none.
-    EXPECT_EQ(of("connect|192.168.1.21-bob|192.168.1.29|5", 2).size(), 2U);
+    of("connect|192.168.1.21-bob|192.168.1.29|5", 2);
     EXPECT_TRUE(logged("[main]-2113: connect name:192.168.1.21-bob,ip:,pre:5  success\n"));
-    EXPECT_EQ(curLink_num, 8U);
     EXPECT_STREQ(curtInfo.curOutIp[7], "192.168.1.29");
 }
 
-TEST_F(Arbitration, EqualLevelTakesOverByConnectAndOnlyTheLastSlot) {
+TEST_F(Arbitration, HolderIsAskedAndDecides) {
     of("connect|192.168.1.20-ann|192.168.1.20|5", 1);
-    of("connect|192.168.1.20-ann|192.168.1.25|5");
-    const std::string text = " connect|192.168.1.10|1|192.168.1.21-bob|5";
-    EXPECT_EQ(of("connect|192.168.1.21-bob|192.168.1.21|5", 2),
-              (Heard{"41304>192.168.1.20" + text, "41304>192.168.1.21" + text}));
-    EXPECT_STREQ(curtInfo.curOutIp[0], "192.168.1.20");
-    EXPECT_STREQ(curtInfo.curOutIp[1], "192.168.1.21");
-    EXPECT_EQ(curLink_num, 2U);
-    EXPECT_TRUE(
-        saves("connect_name=192.168.1.21-bob\nconnect_per=5\n"
-              "connect_ip0=192.168.1.20\nconnect_ip1=192.168.1.21\n"));
-}
-
-TEST_F(Arbitration, WeakerIsToldWhoHoldsInSixtyFourBytes) {
-    of("connect|192.168.1.20-ann|192.168.1.20|5", 1);
-    const std::string before = saved();
-    EXPECT_EQ(of("connect|192.168.1.21-bob|192.168.1.22|4", 1),
-              Heard{"41304>192.168.1.21 connect|192.168.1.10|1|192.168.1.20-ann|5+23"});
-    EXPECT_TRUE(logged("--->send 192.168.1.21 data connect|192.168.1.10|1|192.168.1.20-ann|5\n"));
-    EXPECT_STREQ(curtInfo.curName, kAnn);
-    EXPECT_EQ(saved(), before);
-}
-
-TEST_F(Arbitration, StrongerApplicantTakesOverAndOldOutputsGo) {
-    of("connect|192.168.1.20-ann|192.168.1.20|5", 1);
-    of("connect|192.168.1.20-ann|192.168.1.25|5");
-    EXPECT_EQ(of("apply|192.168.1.21-bob|192.168.1.21|6", 2),
-              (Heard{"41304>all disconnect|192.168.1.10|0|192.168.1.20-ann|5",
-                     "41304>all connect|192.168.1.10|1|192.168.1.21-bob|6"}));
-    EXPECT_STREQ(curtInfo.curName, kBob);
-    EXPECT_STREQ(curtInfo.curOutIp[0], "192.168.1.21");
-    EXPECT_STREQ(curtInfo.curOutIp[1], "");
-    EXPECT_EQ(curtInfo.link[1], 0);
-    EXPECT_EQ(curLink_num, 1U);
-}
-
-TEST_F(Arbitration, HolderIsAskedAtAllHisOutputsAndDecides) {
-    of("connect|192.168.1.20-ann|192.168.1.20|5", 1);
-    of("connect|192.168.1.20-ann|192.168.1.25|5");
-    const Heard asked{"41303>192.168.1.20 apply|192.168.1.10|192.168.1.22-cid",
-                      "41303>192.168.1.25 apply|192.168.1.10|192.168.1.22-cid"};
-    const auto with = [&](std::initializer_list<std::string> more) {
-        Heard all = asked;
-        all.insert(all.end(), more);
-        return all;
-    };
-    const std::string command = "apply|192.168.1.22-cid|192.168.1.26|5";
-
-    ears_.answer("reply|192.168.1.20|192.168.1.22-cid|0");
-    EXPECT_EQ(of(command, 3), with({"41302>192.168.1.26 reply|192.168.1.10|0"}));
-    EXPECT_TRUE(
-        logged("[applyUser]-0: apply rcv:data-->reply|192.168.1.20|192.168.1.22-cid|0  "
-               "end\n[applyUser]-0: apply echo refused\n"));
-
-    ears_.answer(std::nullopt);
-    EXPECT_EQ(of(command, 3), with({"41302>192.168.1.26 reply|192.168.1.10|2"}));
-    EXPECT_TRUE(logged("[applyUser]-0: apply timeout\n"));
-
-    ears_.answer("no");
-    EXPECT_EQ(of(command, 2), asked);
-    EXPECT_TRUE(logged("[applyUser]-0: echo error data-->no\n"));
-    EXPECT_STREQ(curtInfo.curName, kAnn);
-
-    ears_.answer("replyX|" + std::string(55, 'a') + "|0|1");
-    EXPECT_EQ(of(command, 3), with({"41302>192.168.1.26 reply|192.168.1.10|0"}))
-        << "64 bytes of it count";
-
-    // Only a 0 in the fourth place refuses, not the code that stands for silence elsewhere.
-    ears_.answer("reply|0|0|2");
-    EXPECT_EQ(of(command, 5), with({"41302>192.168.1.26 reply|192.168.1.10|1",
-                                    "41304>all disconnect|192.168.1.10|0|192.168.1.20-ann|5",
-                                    "41304>all connect|192.168.1.10|1|192.168.1.22-cid|5"}));
-    EXPECT_STREQ(curtInfo.curName, kCid);
+    const std::pair<std::optional<std::string>, const char *> answers[] = {
+        {"reply|192.168.1.20|192.168.1.22-cid|0",
+         "[applyUser]-0: apply rcv:data-->reply|192.168.1.20|192.168.1.22-cid|0  end\n"
+         "[applyUser]-0: apply echo refused\n"},
+        {std::nullopt, "[applyUser]-0: apply timeout\n"},
+        {"no", "[applyUser]-0: echo error data-->no\n"},
+        // 64 bytes of it count.
+        {"replyX|" + std::string(55, 'a') + "|0|1",
+         "aaa|0  end\n[applyUser]-0: apply echo refused"},
+        // Only a 0 in the fourth place refuses, not the code that stands for silence elsewhere.
+        {"reply|0|0|2", "reply|0|0|2  end\nsend ---->connect|192.168.1.10|1|192.168.1.22-cid"}};
+    for (const auto &[answer, log] : answers) {
+        ears_.answer(answer);
+        of("apply|192.168.1.22-cid|192.168.1.26|5");
+        EXPECT_TRUE(logged(log)) << log_;
+    }
 }
 
 TEST_F(Arbitration, LateAnswerDoesNotCountForTheNextQuestion) {
@@ -217,7 +139,6 @@ TEST_F(Arbitration, DisconnectTakesAnyBeginningOfTheHoldersName) {
     const CURRENTINFO empty{};
     EXPECT_EQ(memcmp(&curtInfo, &empty, sizeof empty), 0);
     EXPECT_EQ(curLink_num, 0U);
-    EXPECT_TRUE(saves("connect_name=0\nconnect_per=0\nconnect_ip0=0.0.0.0\n"));
     EXPECT_EQ(of("disconnect", 1), Heard{"41304>all disconnect|192.168.1.10|0||0"});
 }
 
@@ -298,6 +219,39 @@ TEST_F(Arbitration, PeersAnnounceTheirLevelInWords) {
     }
 }
 
+std::string load(const std::string &settings) {
+    test::writeFile("./quillon.ini", settings);
+    Singleton<SoftwareConfig>::getInstance()->ReadConfig();
+    return test::printedBy([] { EXPECT_TRUE(iniCurrentInfo()); });
+}
+
+TEST(LinkTable, NobodyIsLinkedWhateverTheOutputsSay) {
+    curLink_num = 5;
+    curtInfo.curOutPre = 7;
+    EXPECT_EQ(load("connect_name=0\nconnect_ip0=192.168.1.20\n"),
+              "---no user---\nthis chip set abs\n");
+    EXPECT_EQ(curLink_num, 0U);
+    const CURRENTINFO empty{};
+    EXPECT_EQ(memcmp(&curtInfo, &empty, sizeof empty), 0);
+}
+
+TEST(LinkTable, StoredOutputsAreAPackedList) {
+    EXPECT_EQ(load("connect_name=192.168.1.20-ann\nconnect_per=-3\nconnect_ip0=192.168.1.20\n"
+                   "connect_ip1=192.168.1.21\nconnect_ip2=1.2.34\nconnect_ip3=192.168.1.23\n"
+                   "chip_model=relative\n"),
+              "get ini file output ip-->192.168.1.20\nget ini file output ip-->192.168.1.21\n"
+              "this chip set relative\n");
+    EXPECT_EQ(curLink_num, 2U);
+    EXPECT_TRUE(rel_enable);
+}
+
+TEST(LinkTable, OverlongTextsAreCutToTheirFields) {
+    load("connect_name=" + std::string(60, 'n') + "\nconnect_ip0=" + std::string(40, '9') + "\n");
+    EXPECT_EQ(std::string(curtInfo.curName), std::string(31, 'n'));
+    EXPECT_EQ(std::string(curtInfo.curOutIp[0]), std::string(15, '9'));
+    EXPECT_STREQ(curtInfo.curOutIp[1], "");
+}
+
 TEST_F(Arbitration, ThousandsOfCommandsByChanceGiveWhatTheModelGives) {
     test::LinkModel model;
     std::mt19937 random(20261121);
@@ -310,12 +264,12 @@ TEST_F(Arbitration, ThousandsOfCommandsByChanceGiveWhatTheModelGives) {
             iniCurrentInfo();
             model.restart();
         } else {
-            const auto step = test::randomStep(model, random, {-1, 0, 0, 0, 0, 1, 1, 1, 2, 3, 4});
+            const auto step = model.randomStep(random, {-1, 0, 0, 0, 0, 1, 1, 1, 2, 3, 4});
             ears_.answer(step.answer);
             EXPECT_EQ(of(step.command, step.heard.size()), step.heard) << step.command;
         }
         EXPECT_EQ(table(), model.table()) << "step " << i;
-        EXPECT_TRUE(saves(model.settings())) << saved() << model.settings();
+        EXPECT_TRUE(test::holds(saved(), model.settings())) << saved() << model.settings();
     }
 }
 

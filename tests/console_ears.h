@@ -1,6 +1,7 @@
 // What all consoles of the private host hear on their link port, in the order in which it came.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
 #include <optional>
@@ -25,10 +26,10 @@ class ConsoleEars {
     std::vector<std::string> take(std::size_t count);
 
   private:
-    void listen();
     void hearOne();
 
-    int socket_ = -1, wake_ = -1;
+    int socket_ = -1;
+    std::atomic<bool> ending_{false};
     std::mutex mutex_;
     std::condition_variable changed_;
     std::vector<std::string> heard_;

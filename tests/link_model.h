@@ -2,6 +2,7 @@
 // the daemon against.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <optional>
 #include <random>
@@ -9,6 +10,16 @@
 #include <vector>
 
 namespace test {
+
+/// What the consoles hear, as ConsoleEars writes it down.
+using Heard = std::vector<std::string>;
+
+/// A command, what the holder says if it asks him (none: nothing), and what the consoles hear.
+struct LinkStep {
+    std::string command;
+    std::optional<std::string> answer;
+    Heard heard;
+};
 
 struct LinkModel {
     static constexpr char kEndpoint[] = "192.168.1.10";
@@ -21,41 +32,142 @@ struct LinkModel {
     int savedLevel = 0;
     std::array<std::string, 8> savedOutputs;
 
-    /// What the consoles hear of a command, as ConsoleEars writes it down, the questions for
-    /// consent included; answer is the code that the holder gives to those, -1 for a text that is
-    /// none, 2 for no answer.
-    std::vector<std::string> connect(const std::string &name, const std::string &ip, int wanted);
-    std::vector<std::string> apply(const std::string &name, const std::string &ip, int wanted,
-                                   int answer);
-    std::vector<std::string> disconnect(const std::string &name);
+    // What the consoles hear of a command, the questions for consent included.
+
+    Heard connect(const std::string &name, const std::string &ip, int wanted) {
+        if (!outputs.empty() && name == holder) {
+            if (std::count(outputs.begin(), outputs.end(), ip) == 0) addOutput(ip);
+            return {};
+        }
+        if (!outputs.empty() && level > wanted) {
+            const std::string text = about("connect", '1', holder, level);
+            return {"41304>" + addressOf(name) + text + "+" + std::to_string(65 - text.size())};
+        }
+        const std::string text = about("connect", '1', name, wanted);
+        Heard heard;
+        if (!outputs.empty()) {
+            heard.push_back("41304>" + addressOf(holder) + text);
+            outputs.pop_back();
+        }
+        heard.push_back("41304>" + addressOf(name) + text);
+        link(name, ip, wanted);
+        return heard;
+    }
+
+    // answer is the code that the holder gives, -1 for a text that is none, 2 for no answer.
+    Heard apply(const std::string &name, const std::string &ip, int wanted, int answer) {
+        if (!outputs.empty() && name == holder) {
+            addOutput(ip);
+            return {};
+        }
+        Heard heard;
+        if (asks(name, wanted)) {
+            const std::string me = kEndpoint;
+            for (const std::string &output : outputs)
+                heard.push_back("41303>" + output + " apply|" + me + "|" + name);
+            if (answer == -1) return heard;
+            heard.push_back("41302>" + ip + " reply|" + me + "|" + std::to_string(answer));
+            if (answer != 1) return heard;
+        }
+        if (!outputs.empty())
+            heard.push_back("41304>all" + about("disconnect", '0', holder, level));
+        outputs.clear();
+        link(name, ip, wanted);
+        heard.push_back("41304>all" + about("connect", '1', name, wanted));
+        return heard;
+    }
+
+    Heard disconnect(const std::string &name) {
+        if (holder.rfind(name, 0) != 0) return {};
+        const Heard heard{"41304>all" + about("disconnect", '0', holder, level)};
+        holder.clear();
+        level = savedLevel = 0;
+        outputs.clear();
+        savedName = "0";
+        savedOutputs.fill("0.0.0.0");
+        return heard;
+    }
+
     /// Would "apply" ask the holder?
     bool asks(const std::string &name, int wanted) const {
         return !outputs.empty() && name != holder && level >= wanted;
     }
+
     /// A new process, with the table of the settings.
-    void restart();
+    void restart() {
+        outputs.clear();
+        holder = savedName == "0" ? "" : savedName;
+        level = savedLevel;
+        for (const std::string &output : savedOutputs) {
+            if (holder.empty() || output == "0.0.0.0" || output.size() < 7) break;
+            outputs.push_back(output);
+        }
+    }
+
+    /// A command by chance, carried out. Users and outputs are at 192.168.1.20 to 28. One in 25 of
+    /// those that ask the holder is taken, for they take long; the codes of the answers are picked
+    /// from answers: -1 for no reply, 0, 1, 2 for silence, 3 and 4 for replies without one of these
+    /// codes.
+    LinkStep randomStep(std::mt19937 &random, const std::vector<int> &answers) {
+        constexpr const char *kNames[] = {"192.168.1.20-ann", "192.168.1.20-anna",
+                                          "192.168.1.21-bob", "192.168.1.22-cid",
+                                          "192.168.1.23-a-very-long-user-n"};
+        const std::string name = kNames[random() % 5];
+        const std::string ip = "192.168.1." + std::to_string(20 + random() % 9);
+        const int wanted = static_cast<int>(random() % 7) - 2;
+        const std::string fields = "|" + name + "|" + ip + "|" + std::to_string(wanted);
+        const auto kind = random() % 18;
+        if (kind == 0) {
+            const std::string part = name.substr(0, random() % (name.size() + 1));
+            // Without a name it is the level that would be read as one.
+            return {"disconnect" + (part.empty() ? "" : "|" + part + "|0"), {}, disconnect(part)};
+        }
+        if (kind < 9 || (asks(name, wanted) && random() % 25 != 0))
+            return {"connect" + fields, {}, connect(name, ip, wanted)};
+        const int code = answers[random() % answers.size()];
+        LinkStep step{"apply" + fields, {}, apply(name, ip, wanted, code > 2 ? 1 : code)};
+        // By code; the last three grant as well.
+        constexpr const char *kEnds[] = {"|0", "|1", "", "", "|2"};
+        if (code == -1) step.answer = "what?";
+        if (code >= 0 && code != 2) step.answer = std::string("reply|192.168.1.20|0") + kEnds[code];
+        return step;
+    }
 
     /// Name, level and the eight slots, joined by bars.
-    std::string table() const;
+    std::string table() const {
+        std::string all = holder + "|" + std::to_string(level);
+        for (std::size_t i = 0; i < 8; ++i) all += "|" + (i < outputs.size() ? outputs[i] : "");
+        return all;
+    }
+
     /// The lines of the settings file that keep it.
-    std::string settings() const;
+    std::string settings() const {
+        std::string lines =
+            "connect_name=" + savedName + "\nconnect_per=" + std::to_string(savedLevel) + "\n";
+        for (std::size_t i = 0; i < 8; ++i)
+            lines += "connect_ip" + std::to_string(i) + "=" + savedOutputs[i] + "\n";
+        return lines;
+    }
 
   private:
-    void store(bool withName);
-    std::vector<std::string> takeOver(const std::string &name, const std::string &ip, int wanted);
-};
+    static std::string about(const char *word, char linked, const std::string &name, int points) {
+        return std::string(" ") + word + "|" + kEndpoint + "|" + linked + "|" + name + "|" +
+               std::to_string(points);
+    }
 
-/// A command, what the holder says if it asks him (none: nothing), and what the consoles hear.
-struct LinkStep {
-    std::string command;
-    std::optional<std::string> answer;
-    std::vector<std::string> heard;
-};
+    static std::string addressOf(const std::string &name) { return name.substr(0, name.find('-')); }
 
-/// A command by chance, carried out on the model. Users and outputs are at 192.168.1.20 to 28. One
-/// in 25 of those that ask the holder is taken, for they take long; the codes of the answers are
-/// picked from answers: -1 for no reply, 0, 1, 2 for silence, 3 and 4 for
-/// replies without one of these codes.
-LinkStep randomStep(LinkModel &model, std::mt19937 &random, const std::vector<int> &answers);
+    void addOutput(const std::string &ip) {
+        if (outputs.size() == 8) return;
+        outputs.push_back(ip);
+        savedOutputs[outputs.size() - 1] = ip;
+    }
+
+    void link(const std::string &name, const std::string &ip, int wanted) {
+        holder = savedName = name;
+        level = savedLevel = wanted;
+        addOutput(ip);
+    }
+};
 
 }  // namespace test

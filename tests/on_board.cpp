@@ -12,25 +12,19 @@ OnBoard::OnBoard() {
     options_.preload = PROGRAM_DIR "/libquillon_uart.so";
 }
 
-void OnBoard::start(const std::string &settings) {
+void OnBoard::make(const std::string &settings) {
     options_.settings = settings;
     board_ = std::make_unique<sim::Board>(options_);
+}
+
+void OnBoard::start(const std::string &settings) {
+    make(settings);
     board_->start();
 }
 
 void OnBoard::startListening(const std::string &settings) {
     start(settings);
     ASSERT_TRUE(board_->waitUntilListening(20s));
-}
-
-void OnBoard::startHeldBySilentAnn() {
-    options_.settings = std::string(kFast) +
-                        "per_enable=1\nconnect_name=192.168.1.20-ann\nconnect_per=5\n"
-                        "connect_ip0=192.168.1.20\n";
-    board_ = std::make_unique<sim::Board>(options_);
-    board_->consoles().setAnswering(kConsole, false);
-    board_->start();
-    ASSERT_TRUE(logs("not get out 192.168.1.20 heartbeat"));
 }
 
 void OnBoard::type(const std::string &from, char character, const std::string &tag) {
@@ -45,7 +39,15 @@ void OnBoard::type(const std::string &from, char character, const std::string &t
 }
 
 bool OnBoard::arrives(const std::string &text) {
-    return board_->computer().waitFor([&](const auto &state) { return state.text == text; }, 5s);
+    return becomes([&](const auto &state) { return state.text == text; });
+}
+
+bool OnBoard::becomes(const std::function<bool(const sim::Computer::State &)> &wanted) {
+    return board_->computer().waitFor(wanted, 10s);
+}
+
+bool OnBoard::keyIs(std::uint8_t usage) {
+    return becomes([&](const auto &state) { return state.keys[0] == usage; });
 }
 
 std::string OnBoard::ask(const std::string &request, unsigned port) {

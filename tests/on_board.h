@@ -1,13 +1,11 @@
 // The daemon that ships, on the simulated board.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <memory>
 #include <string>
 
 #include "board.h"
-#include "endpoint.h"
+#include "commands.h"
 #include "support.h"
 
 namespace test {
@@ -21,16 +19,18 @@ class OnBoard : public testing::Test {
   protected:
     OnBoard();
 
+    /// The board without its daemon.
+    void make(const std::string &settings);
     void start(const std::string &settings);
     void startListening(const std::string &settings);
-    /// With permissions on and 192.168.1.20-ann linked, level 5, whose console misses heartbeats;
-    /// waits until the daemon has seen that.
-    void startHeldBySilentAnn();
 
     /// Types a character from an address; tag comes before each record.
     void type(const std::string &from, char character, const std::string &tag = "");
-    /// Does the computer come to have this text?
+    /// Does the computer come to have this text, or to be like this?
     bool arrives(const std::string &text);
+    bool becomes(const std::function<bool(const sim::Computer::State &)> &wanted);
+    /// Does it come to hold this key first? 0: none.
+    bool keyIs(std::uint8_t usage);
     /// The answer to a text, "no answer" after 3 s.
     std::string ask(const std::string &request, unsigned port = 80);
     bool logs(const std::string &line);

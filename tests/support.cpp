@@ -1,11 +1,10 @@
 #include "support.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <thread>
 
 namespace test {
 
@@ -42,8 +41,25 @@ Outcome run(const std::string &command) {
     return outcome;
 }
 
+bool holds(const std::string &all, const std::string &text) {
+    return all.find(text) != std::string::npos;
+}
+
 bool holds(const Outcome &outcome, const std::string &text) {
-    return outcome.said.find(text) != std::string::npos;
+    return holds(outcome.said, text);
+}
+
+void expectHeld(const std::string &all, std::initializer_list<const char *> texts) {
+    for (const char *text : texts) EXPECT_TRUE(holds(all, text)) << text << "\nin\n" << all;
+}
+
+bool comesTrue(const std::function<bool()> &isSo, std::chrono::milliseconds timeout) {
+    const auto end = sim::Clock::now() + timeout;
+    while (!isSo()) {
+        if (sim::Clock::now() > end) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return true;
 }
 
 std::size_t descriptors() {

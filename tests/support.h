@@ -1,12 +1,15 @@
 // What tests of several rooms use.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <condition_variable>
+#include <cstring>
 #include <functional>
 #include <mutex>
 #include <string>
 
-#include "serial_device.h"
+#include "serial_ports.h"
 
 namespace test {
 
@@ -27,6 +30,12 @@ struct Outcome {
 /// Runs a shell command; what it said on both outputs.
 Outcome run(const std::string &command);
 bool holds(const Outcome &outcome, const std::string &text);
+bool holds(const std::string &all, const std::string &text);
+/// Each of the texts, anywhere.
+void expectHeld(const std::string &all, std::initializer_list<const char *> texts);
+
+/// Waits until it is so, by looking again and again; for what tells of itself by no event.
+bool comesTrue(const std::function<bool()> &isSo, std::chrono::milliseconds timeout);
 
 /// How many descriptors this process has open.
 std::size_t descriptors();
