@@ -1,6 +1,5 @@
 // quillon-flash as a user runs it, and the check of what it is given.
 
-#include <gtest/gtest.h>
 #include <sys/msg.h>
 #include <sys/stat.h>
 
@@ -12,7 +11,7 @@
 
 namespace {
 
-using test::holds, test::run;
+using test::expectHeld, test::holds;
 
 constexpr char kGood[] =
     "S00600004844521B\n"
@@ -38,9 +37,9 @@ TEST(SRecords, TellWhatTheyProgram) {
 TEST(Progress, BoardThatFailedIsNotDone) {
     flash::Progress progress(3, false);
     test::printedBy([&] {
-        for (const char *line : {"[UploadMotFile]-84: earse: (ERO0)", "[UploadMotFile]-107: (1): 14",
-                                 "[UploadMotFile]-122: upload .mot file failed!",
-                                 "[UploadMotFile]-84: earse: (ERO1)"})
+        for (const char *line :
+             {"[UploadMotFile]-84: earse: (ERO0)", "[UploadMotFile]-107: (1): 14",
+              "[UploadMotFile]-122: upload .mot file failed!", "[UploadMotFile]-84: earse: (ERO1)"})
             progress.take(line);
     });
     EXPECT_EQ(progress.done(), "none");
@@ -74,20 +73,6 @@ TEST(SRecords, DamageIsToldWithItsLine) {
     }
 }
 
-constexpr char kMcu[] = PROGRAM_DIR "/quillon-board --mcu 10 ";
-constexpr char kFlash[] = PROGRAM_DIR "/quillon-flash ";
-
-std::string onMcu(const std::string &command, const std::string &options = "") {
-    return kMcu + options + " -- bash -c '" + command + "'";
-}
-
-std::string absentBut(unsigned present) {
-    std::string options;
-    for (unsigned i = 0; i < 10; ++i)
-        if (i != present) options += "--absent " + std::to_string(i) + " ";
-    return options;
-}
-
 TEST(ResultQueue, IsNobodyElses) {
     const flash::ResultQueue queue;
     msqid_ds info{};
@@ -103,69 +88,69 @@ class QuillonFlash : public testing::Test {
         mkdir("/kept", 0755);
         test::writeFile("/kept/o.mot", kGood);
     }
+
+    // What was said.
+    static std::string onMcu(const std::string &command, const std::string &options = "") {
+        return test::run("quillon-board --mcu 10 " + options + " -- bash -c '" + command + "'")
+            .said;
+    }
 };
 
+// Begins an upload; goes on when the first board is under way.
+const std::string kBegin =
+    "quillon-flash --yes /kept/o.mot >/data/out & "
+    "until grep -qs \"board 0:\" /data/out; do sleep 0.05; done; ";
+
 TEST_F(QuillonFlash, ProgramsWhatIsPresentAndKeepsTheFile) {
-    const auto outcome =
-        run(onMcu("mkdir /data/t; export TMPDIR=/data/t; " + std::string(kFlash) +
-                      "--yes /kept/o.mot; echo status $?; ls /data/t; grep -c . /proc/sysvipc/msg",
-                  absentBut(3)));
-    for (const char *said :
-         {"/kept/o.mot: kind O, 3 records, 8 bytes, 0x000000 to 0xffffff; "
-          "through /dev/ttyAMA2\n",
-          "board 3: 3 of 3 records sent\n", "board 2   absent\nboard 3   OK\n",
-          "status 0\n1\nmcu       board 3 holds 8 bytes, 0x000000 to 0xffffff\n"})
-        EXPECT_TRUE(holds(outcome, said)) << said << "\nin\n" << outcome.said;
+    const std::string said = onMcu(
+        "mkdir /data/t; TMPDIR=/data/t quillon-flash --yes /kept/o.mot; echo status $?; "
+        "ls /data/t; grep -c . /proc/sysvipc/msg",
+        "$(seq -f --absent=%g 0 2) $(seq -f --absent=%g 4 9)");
+    expectHeld(said, {"/kept/o.mot: kind O, 3 records, 8 bytes, 0x000000 to 0xffffff; "
+                      "through /dev/ttyAMA2\n",
+                      "board 3: 3 of 3 records sent\n", "board 2   absent\nboard 3   OK\n",
+                      "status 0\n1\nmcu       board 3 holds 8 bytes, 0x000000 to 0xffffff\n"});
     EXPECT_EQ(test::readFile("/kept/o.mot"), kGood);
 }
 
 TEST_F(QuillonFlash, DrawsABarOnATerminalAndAsks) {
-    const auto outcome = run(onMcu(
-        "echo y | script -qec \"" + std::string(kFlash) + "/kept/o.mot\" /dev/null", absentBut(0)));
-    EXPECT_TRUE(holds(outcome, "[y/n]")) << outcome.said;
-    EXPECT_TRUE(holds(outcome, std::string(51, '*'))) << outcome.said;
-    EXPECT_TRUE(holds(outcome, "board 0   OK")) << outcome.said;
-    const auto unsure = run(onMcu("echo maybe | script -qec \"" + std::string(kFlash) +
-                                  "/kept/o.mot\" /dev/null"));
-    EXPECT_TRUE(holds(unsure, "nothing was programmed")) << unsure.said;
-    const auto taken = run(onMcu("(until grep -qs y/n /data/o; do sleep 0.02; done; "
-                                 "exec 5<>/dev/ttyAMA2; sleep 1; echo y; sleep 9) | "
-                                 "script -qec \"" + std::string(kFlash) +
-                                 "/kept/o.mot\" /dev/null >/data/o; cat /data/o"));
-    EXPECT_TRUE(holds(taken, "has /dev/ttyAMA2; end it first")) << taken.said;
+    const std::string ask = "script -qec \"quillon-flash /kept/o.mot\" /dev/null";
+    expectHeld(onMcu("echo y | " + ask, "$(seq -f --absent=%g 1 9)"),
+               {"[y/n]", "***************************************************", "board 0   OK"});
+    expectHeld(onMcu("echo maybe | " + ask), {"nothing was programmed"});
+    expectHeld(onMcu("(until grep -qs y/n /data/o; do sleep 0.02; done; exec 5<>/dev/ttyAMA2; "
+                     "echo y; sleep 9) | " +
+                     ask + " >/data/o; cat /data/o"),
+               {"has /dev/ttyAMA2; end it first"});
 }
 
 TEST_F(QuillonFlash, NeitherAFullDiskNorAClosedPipeNorItsDeathLeavesMoreThanItSays) {
-    const auto full = run(onMcu("mkdir /data/t; mount -t tmpfs -o size=4k none /data/t; "
-                                "head -c 4096 /dev/zero >/data/t/x; TMPDIR=/data/t " +
-                                std::string(kFlash) + "--yes /kept/o.mot"));
-    EXPECT_TRUE(holds(full, "cannot write to /data/t/")) << full.said;
-    const auto piped = run(onMcu(std::string(kFlash) + "--yes /kept/o.mot | head -n 1",
-                                 "--absent 1 --absent 2 --absent 3 --absent 4 --absent 5 "
-                                 "--absent 6 --absent 7 --absent 8 "));
-    EXPECT_TRUE(holds(piped, "board 9 holds 8 bytes")) << piped.said;
-    const auto dead = run(onMcu(std::string(kFlash) +
-                                "--yes /kept/o.mot >/data/out & "
-                                "until grep -qs \"board 0:\" /data/out; do sleep 0.05; done; "
-                                "kill -KILL $!; wait; sleep 0.2; pgrep -c quillon-flash"));
-    EXPECT_TRUE(holds(dead, "0\n")) << dead.said;
+    expectHeld(onMcu("mkdir /data/t; mount -t tmpfs -o size=4k none /data/t; "
+                     "head -c 4096 /dev/zero >/data/t/x; TMPDIR=/data/t "
+                     "quillon-flash --yes /kept/o.mot"),
+               {"cannot write to /data/t/"});
+    expectHeld(onMcu("quillon-flash --yes /kept/o.mot | head -n 1", "$(seq -f --absent=%g 1 8)"),
+               {"board 9 holds 8 bytes"});
+    expectHeld(
+        onMcu(kBegin + "kill -KILL $!; wait; timeout 5 bash -c "
+                       "\"while pgrep -x quillon-flash; do sleep 0.02; done\"; echo status $?"),
+        {"status 0\n"});
 }
 
 TEST_F(QuillonFlash, RefusesBeforeAnythingIsSent) {
     test::writeFile("/kept/bad.mot", "S206000000AABB95\n");
     test::writeFile("/kept/a.rar", kGood);
-    const std::string flash = kFlash;
-    const auto outcome = run(
-        onMcu(flash + "--yes /kept/bad.mot; " + flash + "--yes /kept/a.rar; " + flash +
-              "/kept/o.mot </dev/null; " + flash + "--yes /kept/none.mot; " + flash +
-              "--config /kept --yes /kept/o.mot; exec 5<>/dev/ttyAMA2; sleep 9 & " + flash +
-              "--yes /kept/o.mot; echo status $?; kill %1; " + flash + "--bogus; echo status $?"));
-    for (const char *said :
-         {"/kept/bad.mot: line 1: its sum is wrong\n", "/kept/a.rar is no .mot file\n",
-          "nobody to ask: give --yes\n", "cannot read /kept/none.mot", "no quillon.ini in /kept",
-          "has /dev/ttyAMA2; end it first\nstatus 1\n", "status 2\n"})
-        EXPECT_TRUE(holds(outcome, said)) << said << "\nin\n" << outcome.said;
-    EXPECT_FALSE(holds(outcome, "mcu       board"));
+    const std::string said = onMcu(
+        "for arguments in \"--yes /kept/bad.mot\" \"--yes /kept/a.rar\" /kept/o.mot "
+        "\"--yes /kept/none.mot\" \"--config /kept --yes /kept/o.mot\"; "
+        "do quillon-flash $arguments </dev/null; done; "
+        "exec 5<>/dev/ttyAMA2; sleep 9 & quillon-flash --yes /kept/o.mot; echo status $?; "
+        "kill %1; quillon-flash --bogus; echo status $?");
+    expectHeld(said, {"/kept/bad.mot: line 1: its sum is wrong\n", "/kept/a.rar is no .mot file\n",
+                      "nobody to ask: give --yes\n", "cannot read /kept/none.mot",
+                      "no quillon.ini in /kept", "has /dev/ttyAMA2; end it first\nstatus 1\n",
+                      "status 2\n"});
+    EXPECT_FALSE(holds(said, "mcu       board"));
 }
 
 TEST_F(QuillonFlash, EndsWithStatusOneUnlessEveryBoardIsOk) {
@@ -173,33 +158,19 @@ TEST_F(QuillonFlash, EndsWithStatusOneUnlessEveryBoardIsOk) {
     for (const char *reply : {"0:OK;1:Failed;", "0:N/A;", "timeout", "file error", "upload error"})
         EXPECT_FALSE(flash::printResult(reply)) << reply;
     test::writeFile("/data/slow.ini", "com_port=COM2\nbuad_rate=9600\n");
-    const auto silent = run(onMcu(std::string(kFlash) + "--yes /kept/o.mot; echo status $?",
-                                  "--config /data/slow.ini"));
-    EXPECT_TRUE(holds(silent,
-                      "did not tell its boards within 2.5 s; nothing was programmed\n"
-                      "status 1\n"))
-        << silent.said;
-    const auto killed =
-        run(onMcu(std::string(kFlash) +
-                  "--yes /kept/o.mot >/data/out & "
-                  "until grep -qs \"board 0:\" /data/out; do sleep 0.05; done; "
-                  "kill -KILL $(cat /proc/$!/task/$!/children); wait $!; echo status $?"));
-    EXPECT_TRUE(holds(killed, "the upload ended with signal 9")) << killed.said;
-    EXPECT_TRUE(holds(killed, "boards that are done: 0")) << killed.said;
-    EXPECT_TRUE(holds(killed, "status 1\n")) << killed.said;
+    expectHeld(onMcu("quillon-flash --yes /kept/o.mot; echo status $?", "--config /data/slow.ini"),
+               {"did not tell its boards within 2.5 s; nothing was programmed\nstatus 1\n"});
+    const std::string killIt = "kill -KILL $(cat /proc/$!/task/$!/children); ";
+    expectHeld(onMcu(kBegin + killIt + "wait $!; echo status $?"),
+               {"the upload ended with signal 9", "boards that are done: 0", "status 1\n"});
 }
 
 TEST_F(QuillonFlash, SaysWhatAnInterruptionLeaves) {
-    const auto outcome = run(onMcu(std::string(kFlash) +
-                                   "--yes /kept/o.mot >/data/out & "
-                                   "until grep -qs \"board 0:\" /data/out; do sleep 0.05; done; "
-                                   "kill -INT $!; wait $!; echo status $?"));
     // Board 0 is said to be sent when the next one begins.
-    EXPECT_TRUE(holds(outcome,
-                      "; program it again before it is used\nquillon-flash: interrupted\n"
-                      "boards that are done: 0"))
-        << outcome.said;
-    EXPECT_TRUE(holds(outcome, "status 130\n"));
+    expectHeld(onMcu(kBegin + "kill -INT $!; wait $!; echo status $?"),
+               {"; program it again before it is used\nquillon-flash: interrupted\n"
+                "boards that are done: 0",
+                "status 130\n"});
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <cstdio>
 #include <stdexcept>
-#include <thread>
 
 #include "support.h"
 
@@ -58,14 +57,7 @@ std::string Tmux::screen() {
 }
 
 bool Tmux::shows(const std::string &text, std::chrono::milliseconds timeout) {
-    // A terminal has no event for it.
-    constexpr auto kLook = std::chrono::milliseconds(20);
-    const auto end = sim::Clock::now() + timeout;
-    while (screen().find(text) == std::string::npos) {
-        if (sim::Clock::now() > end) return false;
-        std::this_thread::sleep_for(kLook);
-    }
-    return true;
+    return comesTrue([&] { return holds(screen(), text); }, timeout);
 }
 
 std::string Tmux::modes() {
