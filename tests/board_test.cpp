@@ -1,6 +1,5 @@
 #include "main/board.h"
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <map>

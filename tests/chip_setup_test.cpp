@@ -1,16 +1,10 @@
 #include "main/chip_setup.h"
 
-#include <gtest/gtest.h>
 #include <termios.h>
 
-#include <cstring>
-
-#include "ch9329.h"
 #include "cmd_ch9329.h"
-#include "myserial.h"
-#include "serial_ports.h"
+#include "on_line.h"
 #include "software_config.h"
-#include "support.h"
 
 namespace {
 
@@ -21,8 +15,10 @@ void configure(Config::SoftWareConfigID id, const std::string &value) {
     Singleton<Config>::getInstance()->SetConfig(id, value);
 }
 
-void openQuietly() {
-    test::complainedBy([] { printedBy([] { openPort(); }); });
+std::string saidByOpenPort() {
+    std::string said;
+    test::complainedBy([&] { said = printedBy([] { openPort(); }); });
+    return said;
 }
 
 TEST(ParameterBlock, TemplateBecomesAValidWriteRequest) {
@@ -38,38 +34,40 @@ TEST(ParameterBlock, TemplateBecomesAValidWriteRequest) {
     EXPECT_EQ(frameSum(frame, 55), 0xC3);
 }
 
+// A chip that runs at 115200, and at another speed after a restart.
 class ChipSetup : public testing::Test {
   protected:
-    ChipSetup() : chip_(computer_, 115200, 9600), ports_(false) { ports_.attach(3, chip_); }
+    ChipSetup() {
+        ports_.attach(3, chip_);
+        configure(Config::kBaudRate, "115200");
+        saidByOpenPort();
+    }
 
     sim::Computer computer_;
-    sim::Ch9329 chip_;
-    sim::SerialPorts ports_;
+    test::ScriptedDevice device_;
+    sim::Ch9329 chip_{computer_, 115200, 9600};
+    sim::SerialPorts ports_{false};
 };
 
 TEST_F(ChipSetup, OpenPortTakesPortAndSpeedFromTheSettings) {
     configure(Config::kBaudRate, "57600");
-    EXPECT_EQ(printedBy([] { test::complainedBy([] { EXPECT_TRUE(openPort()); }); }),
-              "uart3 open\n[openPort]-0: serial buad rate using 57600\n");
-    EXPECT_EQ(ports_.hostBaud(3), 57600);
     configure(Config::kParity, "E");
-    openQuietly();
+    const std::pair<const char *, const char *> ports[] = {
+        {"COM3", "uart3 open\n"}, {"COM2", "uart2 open\n"}, {"COM0", ""}};
+    for (const auto &[port, opened] : ports) {
+        configure(Config::kComPort, port);
+        EXPECT_EQ(saidByOpenPort(),
+                  opened + std::string("[openPort]-0: serial buad rate using 57600\n"));
+        EXPECT_EQ(ports_.hostBaud(port[3] - '0'), 57600);
+    }
     termios options{};
     ASSERT_EQ(tcgetattr(MySerial::fd_, &options), 0);
     EXPECT_EQ(options.c_iflag, static_cast<tcflag_t>(INPCK | ISTRIP));
     EXPECT_EQ(options.c_cc[VTIME], 10);
     EXPECT_EQ(options.c_cc[VMIN], 1);
-    configure(Config::kComPort, "COM2");
-    EXPECT_EQ(printedBy([] { test::complainedBy([] { openPort(); }); }).rfind("uart2 open\n", 0),
-              0U);
-    configure(Config::kComPort, "COM0");
-    EXPECT_EQ(printedBy([] { test::complainedBy([] { openPort(); }); }).rfind("[openPort]", 0), 0U);
-    EXPECT_EQ(ports_.hostBaud(0), 57600);
 }
 
 TEST_F(ChipSetup, RewriteKeepsAllButTheSpeed) {
-    configure(Config::kBaudRate, "115200");
-    openQuietly();
     char block[64];
     ASSERT_EQ(ch9329Rata(block), 1);
     const auto before = chip_.parameters();
@@ -89,42 +87,23 @@ TEST_F(ChipSetup, RewriteKeepsAllButTheSpeed) {
 }
 
 TEST_F(ChipSetup, ResetPrintsTheAnswer) {
-    configure(Config::kBaudRate, "115200");
-    openQuietly();
     const std::string said = printedBy([] { EXPECT_EQ(resetCH9329(), 1); });
     EXPECT_NE(said.find("com read data-->7\n0x57 0xab 0x0 0x8f 0x1 0x0 0x92 \n"), std::string::npos)
         << said;
     EXPECT_EQ(chip_.baud(), 9600) << "the stored speed acts after the restart";
 }
 
-class ParameterReply : public testing::Test {
-  protected:
-    ParameterReply() : ports_(false) {
-        ports_.attach(3, device_);
-        configure(Config::kBaudRate, "115200");
-        openQuietly();
-    }
-
-    int readWith(std::size_t bytes) {
-        device_.answer(0x0A, test::Bytes(bytes, 0x11));
-        char room[64 + 1];
-        room[64] = 'x';
-        const int result = ch9329Rata(room);
-        EXPECT_EQ(room[64], 'x');
-        return result;
-    }
-
-    test::ScriptedDevice device_;
-    sim::SerialPorts ports_;
-};
-
-TEST_F(ParameterReply, CountsOnlyAtItsExactLength) {
+TEST_F(ChipSetup, ParameterReplyCountsOnlyAtItsExactLength) {
+    ports_.attach(3, device_);
     device_.answer('?', test::Bytes(5, 0x22));  // on the line before, and drained
     MySerial::nwrite("?", 1);
-    EXPECT_EQ(readWith(56), 1);
-    EXPECT_EQ(readWith(55), 0);
-    EXPECT_EQ(readWith(71), 0);
-    EXPECT_EQ(readWith(300), 0);
+    for (const std::size_t size : {56U, 55U, 71U, 300U}) {
+        device_.answer(0x0A, test::Bytes(size, 0x11));
+        char room[64 + 1];
+        room[64] = 'x';
+        EXPECT_EQ(ch9329Rata(room), size == 56 ? 1 : 0) << size;
+        EXPECT_EQ(room[64], 'x');
+    }
 }
 
 }  // namespace

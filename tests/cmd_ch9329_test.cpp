@@ -1,16 +1,14 @@
 #include "cmd_ch9329.h"
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <thread>
 
-#include "myserial.h"
-#include "serial_ports.h"
+#include "on_line.h"
+#include "records.h"
 #include "software_config.h"
 #include "state.h"
-#include "support.h"
 
 namespace {
 
@@ -18,13 +16,9 @@ using test::Bytes;
 using test::printedBy;
 
 // The chip's commands with a device on the line that says what the test wants.
-class ChipCommands : public testing::Test {
+class ChipCommands : public test::OnLine {
   protected:
-    ChipCommands() : ports_(false) {
-        ports_.attach(3, device_);
-        test::complainedBy([] { MySerial::open_port(MySerial::KUART3); });
-        MySerial::set_opt(115200, 8, 1, 'N', 0, 0);
-    }
+    ChipCommands() { ports_.attach(3, device_); }
 
     // What the line carries for a record, and did before, so many bytes in all.
     Bytes sent(int (*send)(char *, int), Bytes record, std::size_t count) {
@@ -36,16 +30,15 @@ class ChipCommands : public testing::Test {
     // Lets the device answer a get-information request.
     void answerInformation(const Bytes &reply) { device_.answer(0x03, reply); }
 
-    static Bytes information(std::uint8_t leds) {
-        Bytes reply{0x57, 0xAB, 0x00, 0x81, 0x08, 0x38, 0x01, leds, 0, 0, 0, 0, 0};
-        unsigned sum = 0;
-        for (const auto byte : reply) sum += byte;
-        reply.push_back(static_cast<std::uint8_t>(sum));
-        return reply;
+    static Bytes information(unsigned leds) {
+        return {0x57, 0xAB,
+                0,    0x81,
+                8,    0x38,
+                1,    static_cast<std::uint8_t>(leds),
+                0,    0,
+                0,    0,
+                0,    static_cast<std::uint8_t>(0xC4 + leds)};
     }
-
-    test::ScriptedDevice device_;
-    sim::SerialPorts ports_;
 };
 
 TEST_F(ChipCommands, KeyboardFrameCarriesModifierAndFirstKey) {
@@ -95,14 +88,10 @@ TEST_F(ChipCommands, AcknowledgementIsDrainedAndMissingOneIsNoError) {
 }
 
 TEST(GetNewLocation, CapsAndNeverDividesByZero) {
-    const auto located = [](unsigned x, unsigned y) {
-        char record[10] = {};
-        record[5] = static_cast<char>(x & 0xFF);
-        record[6] = static_cast<char>(x >> 8);
-        record[7] = static_cast<char>(y & 0xFF);
-        record[8] = static_cast<char>(y >> 8);
+    const auto located = [](std::uint16_t x, std::uint16_t y) {
+        auto record = console::absoluteRecord(x, y, console::kNoButton, 0);
         char frame[32] = {};
-        getNewLocation(record, frame);
+        getNewLocation(reinterpret_cast<char *>(record.data()), frame);
         const auto at = [&](int i) { return static_cast<unsigned char>(frame[i]); };
         return std::pair{at(7) | at(8) << 8, at(9) | at(10) << 8};
     };
@@ -165,7 +154,7 @@ TEST_F(ChipCommands, LockKeysComeFromTheLedByte) {
     device_.answer('?', Bytes(7, 0x11));  // an answer that nobody read
     MySerial::nwrite("?", 1);
     usleep(1000);
-    for (std::uint8_t leds = 0; leds < 8; ++leds) {
+    for (unsigned leds = 0; leds < 8; ++leds) {
         answerInformation(information(leds));
         bool caps = false, num = false, scroll = false;
         const std::string said =
@@ -175,14 +164,14 @@ TEST_F(ChipCommands, LockKeysComeFromTheLedByte) {
         const std::size_t lit = leds == 7 ? line.size() : leds == 0 ? 0 : line.find(" UP");
         for (const auto &[name, led] : {std::pair{"NUM", 1}, {"CAPS", 2}, {"SCROLL", 4}})
             EXPECT_EQ(line.find(name) < lit, (leds & led) != 0) << line;
-        EXPECT_EQ((num ? 1 : 0) | (caps ? 2 : 0) | (scroll ? 4 : 0), leds);
+        EXPECT_EQ((num ? 1U : 0) | (caps ? 2U : 0) | (scroll ? 4U : 0), leds);
     }
     const Bytes heard = device_.heard();
     EXPECT_EQ(Bytes(heard.begin() + 1, heard.begin() + 7), (Bytes{0x57, 0xAB, 0, 1, 0, 3}));
 }
 
 TEST_F(ChipCommands, UnknownLedByteLeavesTheFlags) {
-    for (const std::uint8_t leds : {std::uint8_t{8}, std::uint8_t{0x80}, std::uint8_t{0xFF}}) {
+    for (const unsigned leds : {8U, 0x80U, 0xFFU}) {
         answerInformation(information(leds));
         bool caps = true, num = false, scroll = true;
         const std::string said =

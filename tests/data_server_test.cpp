@@ -1,31 +1,22 @@
 #include "main/data_server.h"
 
-#include <gtest/gtest.h>
-
 #include <atomic>
-#include <cstring>
 #include <thread>
 
-#include "ch9329.h"
-#include "ch9350.h"
 #include "main/link_table.h"
-#include "myserial.h"
+#include "on_line.h"
 #include "records.h"
-#include "serial_ports.h"
 #include "state.h"
-#include "support.h"
 #include "udpsocket/udpsocket.h"
 
 namespace {
 
 constexpr char kConsole[] = "192.168.1.20", kStranger[] = "192.168.1.30";
 
-class DataServer : public testing::Test {
+class DataServer : public test::OnLine {
   protected:
-    DataServer() : chip_(computer_, 115200, 115200), ports_(false) {
-        ports_.attach(0, chip_);
-        test::complainedBy([] { MySerial::open_port(MySerial::kUART0); });
-        MySerial::set_opt(115200, 8, 1, 'N', 0, 0);
+    DataServer() {
+        ports_.attach(3, framed_);
         version = true;
         socket_.CreateUDPServer(5000, 0, false, true);
         console_.CreateUDPServer(5001, 1, true, true);
@@ -70,10 +61,6 @@ class DataServer : public testing::Test {
         for (const char *output : outputs) strcpy(curtInfo.curOutIp[curLink_num++], output);
     }
 
-    sim::Computer computer_;
-    sim::Ch9329 chip_;
-    sim::Ch9350 rawChip_{computer_};
-    sim::SerialPorts ports_;
     UDPSocket socket_, console_;
     ConsoleServer server_;
     std::string log_;
@@ -178,7 +165,7 @@ TEST_F(DataServer, AnswersLockKeys) {
     EXPECT_EQ(answerTo("numlock"), "off");
     EXPECT_NE(log_.find("numlock OFF\nsend ok\n"), std::string::npos);
     EXPECT_EQ(answerTo("syncled and more"), "capslock=on&numlock=off");
-    chip_.answerLate(std::chrono::milliseconds(85));
+    framed_.answerLate(std::chrono::milliseconds(85));
     std::string caps;
     for (int i = 0; i < 5 && caps != "on"; ++i) caps = answerTo("capslock");
     EXPECT_EQ(caps, "on") << "it has 120 ms";
@@ -220,7 +207,7 @@ TEST_F(DataServer, OutIsForThoseWhoMayControl) {
 }
 
 TEST_F(DataServer, RawChipGetsRecordsAndAnswersLockKeys) {
-    ports_.attach(0, rawChip_);
+    ports_.attach(3, raw_);
     version = false;
     handle(key('r'));
     EXPECT_NE(log_.find("version 0, rel_enable 0\n"), std::string::npos);

@@ -1,44 +1,21 @@
 #include "main/forwarding.h"
 
-#include <gtest/gtest.h>
-
-#include "ch9329.h"
-#include "ch9350.h"
-#include "cmd_ch9329.h"
-#include "myserial.h"
-#include "serial_ports.h"
+#include "on_line.h"
+#include "records.h"
 #include "state.h"
-#include "support.h"
 
 namespace {
 
 using test::Bytes;
 
-class Forwarding : public testing::Test {
-  protected:
-    Forwarding() : ports_(false) {
-        test::complainedBy([] { MySerial::open_port(MySerial::KUART3); });
-        MySerial::set_opt(115200, 8, 1, 'N', 0, 0);
-    }
-
-    // The ports go before what hangs on them.
-    sim::Computer computer_;
-    test::ScriptedDevice device_;
-    sim::Ch9329 framed_{computer_, 115200, 115200};
-    sim::Ch9350 raw_{computer_};
-    sim::SerialPorts ports_;
-};
+using Forwarding = test::OnLine;
 
 TEST_F(Forwarding, RawRecordsAreScaledInPlace) {
     ports_.attach(3, device_);
-    const auto scaled = [&](unsigned x, unsigned y) {
-        char frame[10] = {0x57, '\xAB', 4, 1, 0};
-        frame[5] = static_cast<char>(x & 0xFF);
-        frame[6] = static_cast<char>(x >> 8);
-        frame[7] = static_cast<char>(y & 0xFF);
-        frame[8] = static_cast<char>(y >> 8);
+    const auto scaled = [&](std::uint16_t x, std::uint16_t y) {
+        auto record = console::absoluteRecord(x, y, console::kNoButton, 0);
         const std::size_t before = device_.heard().size();
-        serialcontrol(frame, 10, 20);
+        serialcontrol(reinterpret_cast<char *>(record.data()), 10, 20);
         const Bytes heard = device_.waitFor(before + 10);
         const auto at = [&](std::size_t i) { return heard.at(before + i); };
         return std::pair{at(5) | at(6) << 8, at(7) | at(8) << 8};

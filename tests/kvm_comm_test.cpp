@@ -1,7 +1,6 @@
 #include "kvm_comm.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 

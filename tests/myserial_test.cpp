@@ -2,7 +2,6 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <termios.h>
@@ -12,7 +11,6 @@
 #include <vector>
 
 #include "registers.h"
-#include "serial_ports.h"
 #include "support.h"
 
 // Told in the library's place what the daemon wants thrown away.

@@ -1,6 +1,5 @@
 #include "software_config.h"
 
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <algorithm>

@@ -1,8 +1,5 @@
 // Heartbeats to the outputs, and the size of the picture.
 
-#include <gtest/gtest.h>
-
-#include <cstring>
 #include <thread>
 
 #include "main/heartbeat.h"
