@@ -13,6 +13,7 @@
 #include "bench_board.h"
 #include "private_host.h"
 #include "process.h"
+#include "standard_streams.h"
 
 namespace {
 
@@ -234,6 +235,7 @@ void addAll() {
 }  // namespace
 
 int main(int argc, char **argv) {
+    console::holdStandardStreams();
     benchmark::Initialize(&argc, argv);
     if (argc > 1) records = atoi(argv[1]);
     if (argc > 2 || records <= 0) {

@@ -18,6 +18,7 @@
 #include "board.h"
 #include "controlled_endpoint.h"
 #include "private_host.h"
+#include "standard_streams.h"
 
 namespace {
 
@@ -189,6 +190,7 @@ void print(const char *label, const Result &result) {
 }  // namespace
 
 int main(int argc, char **argv) {
+    console::holdStandardStreams();
     const int events = argc > 1 ? atoi(argv[1]) : 10000;
     const int seed = argc > 2 ? atoi(argv[2]) : 1;
     if (events < kBoards || argc > 3) {

@@ -8,6 +8,7 @@
 #include <iostream>
 
 #include "ch9329.h"
+#include "common/common.h"
 #include "main/data_server.h"
 #include "myserial.h"
 #include "private_host.h"
@@ -56,6 +57,7 @@ extern "C" void *malloc(std::size_t size) {
 }
 
 int main(int argc, char **argv) {
+    holdStandardDescriptors();
     benchmark::Initialize(&argc, argv);
     return sim::runOnPrivateHost([] {
         // The log goes where a board's goes that keeps none; the table to the terminal.

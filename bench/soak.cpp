@@ -19,6 +19,7 @@
 #include "commands.h"
 #include "input.h"
 #include "private_host.h"
+#include "standard_streams.h"
 
 namespace {
 
@@ -259,6 +260,7 @@ class Soak {
 }  // namespace
 
 int main(int argc, char **argv) {
+    console::holdStandardStreams();
     const int minutes = argc > 1 ? atoi(argv[1]) : 0;
     const unsigned seed = argc > 2 ? static_cast<unsigned>(atoi(argv[2])) : 1;
     if (minutes <= 0 || argc > 3) {

@@ -23,6 +23,7 @@ using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
 constexpr auto kRedraw = 33ms, kTick = 500ms;
+constexpr auto kReaction = 1s;  // of a person to a new line
 constexpr std::size_t kLongestLine = 4096;
 
 volatile std::sig_atomic_t resized = 0;
@@ -348,11 +349,10 @@ class Control {
         const bool ours = datagram.sender == options_.endpoint.to;
         const bool refusal =
             message->kind == LinkMessage::kReply && message->code != LinkMessage::kGranted;
-        (refusal ? refused_ : news_) =
-            (ours && message->endpoint == datagram.sender
-                 ? ""
-                 : endpointWords(datagram.sender, *message) + ": ") +
-            inWords(*message);
+        (refusal ? refused_ : news_) = (ours && message->endpoint == datagram.sender
+                                            ? ""
+                                            : endpointWords(datagram.sender, *message) + ": ") +
+                                       inWords(*message);
         if (ours && message->kind != LinkMessage::kAsked) endpoint_.askWhoControls(Clock::now());
         const bool gone = message->kind == LinkMessage::kDropped
                               ? message->user == name_
@@ -365,8 +365,23 @@ class Control {
         if (questions_.add(*message, datagram, Clock::now()) != nullptr) ring();
     }
 
+    // What the person has seen for a while. A question that comes in the place of another must not
+    // get the answer to that.
+    void noteShown(Clock::time_point now) {
+        constexpr auto kQuiet = 10s;
+        const unsigned number = questions_.empty() ? 0 : questions_.front().number;
+        if (number == shown_) return;
+        if (shown_ != 0) replaced_ = now;
+        shown_ = number;
+        certainFrom_ = now - replaced_ < kQuiet ? now + kReaction : now;
+    }
+
     void consent(bool granted) {
         if (!offered_) return;
+        if (offered_->number != shown_ || Clock::now() < certainFrom_) {
+            refused_ = "the question has just changed; answer again";
+            return;
+        }
         if (!questions_.remove(offered_->number)) {
             refused_ = "too late";
             return;
@@ -408,6 +423,7 @@ class Control {
         showPointer(status);
         view_.news = news_;
         if (!questions_.empty()) view_.news = questionWords();
+        noteShown(now);
         view_.refused = refused_.empty() ? "" : "refused: " + refused_;
         view_.menu = menuOpen_ ? menuLines() : std::vector<std::string>{};
         constexpr const char *kPrompts[] = {"", "keys, e.g. ctrl+alt+f2:", "text:"};
@@ -451,6 +467,9 @@ class Control {
     std::string line_;  ///< what was typed at the prompt
     Clock::time_point lastInput_{}, drawn_{};
     std::optional<Question> offered_;  ///< in the menu
+    unsigned shown_ = 0;               ///< number of the question on the screen, 0 for none
+    Clock::time_point replaced_{};     ///< when one was there no more
+    Clock::time_point certainFrom_{};  ///< from when on an answer is for the one that is there
     std::string news_, refused_;
     ControlView view_;
 };

@@ -44,8 +44,7 @@ void showEndpoints(const Options &options) {
     }
     printTable(reports, options.json);
     if (discovery.surplus() != 0)
-        fprintf(stderr, "quillon-console: %u further answers are not shown\n",
-                discovery.surplus());
+        fprintf(stderr, "quillon-console: %u further answers are not shown\n", discovery.surplus());
 }
 
 void showUsbLink(const Options &options) {

@@ -9,7 +9,7 @@ volatile std::sig_atomic_t interrupted = 0;
 void catchSignals() {
     struct sigaction stop {
     }, before{};
-    stop.sa_handler = [](int) { interrupted = 1; };
+    stop.sa_handler = [](int) { interrupted = interrupted + 1; };
     for (const int sig : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
         sigaction(sig, nullptr, &before);
         if (sig != SIGHUP || before.sa_handler != SIG_IGN) sigaction(sig, &stop, nullptr);

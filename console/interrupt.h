@@ -5,13 +5,13 @@
 
 namespace console {
 
-/// Not 0 once a signal asked the program to end, after catchSignals().
+/// How many signals asked the program to end, after catchSignals().
 extern volatile std::sig_atomic_t interrupted;
 
-/// For a program that has something to let go: from now on SIGINT, SIGTERM, SIGHUP and SIGQUIT set
-/// interrupted, and end a wait; SIGHUP not under nohup. A reader that goes away and Ctrl-Z are
-/// ignored, for neither dead nor stopped could it let go. Before that, signals end the program at
-/// once.
+/// For a program that has something to let go: from now on SIGINT, SIGTERM, SIGHUP and SIGQUIT
+/// count in interrupted, and end a wait; SIGHUP not under nohup. A reader that goes away and Ctrl-Z
+/// are ignored, for neither dead nor stopped could it let go. Before that, signals end the program
+/// at once.
 void catchSignals();
 
 }  // namespace console

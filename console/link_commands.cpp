@@ -19,8 +19,11 @@ void request(const Options &options, Carry carryOut) {
     const std::string own = session.ownAddress();
     const LinkRequest wanted{conventionalName(options.user, own),
                              options.output.empty() ? own : options.output, options.level};
-    if (const std::string why = objection(wanted); !why.empty())
-        throw CLI::ValidationError("--name", why);
+    std::string why = objection(wanted, carryOut != disconnectUser);
+    // Who is linked by an old settings file goes by his name, whatever it holds.
+    if (!why.empty() && objection(wanted, false).empty() && session.holder().user == wanted.name)
+        why.clear();
+    if (!why.empty()) throw CLI::ValidationError("--name", why);
     const LinkOutcome outcome = carryOut(session, wanted);
     Report report{{"result", outcome.result}};
     report.update(reportOf(outcome.holder));

@@ -8,6 +8,7 @@
 #include <optional>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
 #include "datagram_socket.h"
 #include "link_messages.h"
@@ -101,14 +102,16 @@ std::string conventionalName(const std::string &name, const std::string &address
     return complete ? name : address + "-" + name;
 }
 
-std::string objection(const LinkRequest &request) {
-    const auto wrong = [](unsigned char c) {
-        return c == '=' || c == '|' || isspace(c) != 0 || iscntrl(c) != 0;
+std::string objection(const LinkRequest &request, bool keepsName) {
+    const auto wrong = [](const std::string &text, bool kept) {
+        return std::any_of(text.begin(), text.end(), [&](unsigned char c) {
+            return (kept && c == '=') || c == '|' || isspace(c) != 0 || iscntrl(c) != 0;
+        });
     };
-    for (const std::string &text : {request.name, request.output})
-        if (std::any_of(text.begin(), text.end(), wrong))
+    for (const auto &[text, kept] : {std::pair{request.name, keepsName}, {request.output, true}})
+        if (wrong(text, kept))
             return "\"" + printable(text) + "\" holds a blank, \"=\", \"|\" or control character";
-    if (request.name.size() > kLongestName)
+    if (keepsName && request.name.size() > kLongestName)
         return request.name + " has more than " + std::to_string(kLongestName) + " characters";
     if (request.output.size() > kLongestAddress) return request.output + " is no address";
     return "";

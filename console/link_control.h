@@ -16,8 +16,9 @@ struct LinkRequest {
 /// "192.168.1.20-ann" of "ann": messages to a user go to the address before the first "-".
 std::string conventionalName(const std::string &name, const std::string &address);
 
-/// What an endpoint would refuse without a word, in words; empty when it takes the request.
-std::string objection(const LinkRequest &request);
+/// What an endpoint would refuse without a word, in words; empty when it takes the request. A name
+/// that it is not to keep may be long and hold "=": it is known already, or only compared.
+std::string objection(const LinkRequest &request, bool keepsName = true);
 
 /// "WORD|NAME|OUTPUT|LEVEL", which an endpoint takes for the words connect and apply.
 std::string requestText(const std::string &word, const LinkRequest &request);

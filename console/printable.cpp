@@ -19,8 +19,8 @@ std::string printable(std::string text) {
 
 std::string printableLines(std::string text) {
     std::replace_if(
-        text.begin(), text.end(),
-        [](unsigned char byte) { return !isPlain(byte) && byte != '\n'; }, '?');
+        text.begin(), text.end(), [](unsigned char byte) { return !isPlain(byte) && byte != '\n'; },
+        '?');
     return text;
 }
 

@@ -18,10 +18,12 @@ struct Question {
     LinkMessage message;
     DatagramSocket::Received from;
     Time until;  ///< then the endpoint waits no more
+    unsigned repeats = 0;
 };
 
-/// One for each endpoint and user. An endpoint is who sent it, whatever it calls itself, and has
-/// room for a few: who floods this fills his own places alone, and the rest is counted.
+/// One for each endpoint and user, asked again for each output that an endpoint has linked. An
+/// endpoint is who sent it, whatever it calls itself, and has room for a few: who floods this fills
+/// his own places alone, and the rest is counted.
 class Questions {
   public:
     /// An endpoint whose questions go before those of others; an empty address for none.

@@ -30,7 +30,6 @@ class Sender {
           patience_(options.timeoutMs),
           repeat_(options.repeat) {
         if (!options.asSoftware) askPermission();
-        catchSignals();
     }
     ~Sender() { letGo(); }
     Sender(const Sender &) = delete;
@@ -39,6 +38,7 @@ class Sender {
     Session &session() { return session_; }
 
     void send(const std::vector<Datagram> &records, const char *progress = nullptr) {
+        catchSignals();  // before, there is nothing to let go
         for (std::size_t i = 0; i < records.size() && interrupted == 0; ++i) {
             // Before it leaves: it may have left when an error says it has not.
             release_[records[i].size()] = released(records[i]);
@@ -87,15 +87,17 @@ class Sender {
         }
     }
 
-    // Tries again for a while when nobody listens: the endpoint may be starting again.
+    // Tries again for a while when nobody listens: the endpoint may be starting again. Who asks a
+    // second time for the end does not wait for that.
     void letGo() {
         constexpr int kTimes = 3;
         constexpr Milliseconds kBetween(8);
         const auto end = Clock::now() + patience_;
-        for (int times = 0; !release_.empty() && times < kTimes && Clock::now() < end;) {
+        for (int times = 0; !release_.empty() && times < kTimes;) {
             bool left = true;
             for (const auto &[size, record] : release_) left = trySend(record) && left;
             times = left ? times + 1 : 0;
+            if (!left && (Clock::now() >= end || interrupted > 1)) return;
             std::this_thread::sleep_for(kBetween);
         }
     }

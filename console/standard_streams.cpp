@@ -10,11 +10,9 @@
 namespace console {
 
 void holdStandardStreams() {
-    // Each takes the lowest free number.
-    int fd = 0;
-    do fd = open("/dev/null", O_RDWR);
-    while (fd >= 0 && fd <= STDERR_FILENO);
-    if (fd > STDERR_FILENO) close(fd);
+    // From below, for each takes the lowest number that is free.
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd)
+        if (fcntl(fd, F_GETFD) < 0 && open("/dev/null", O_RDWR) != fd) _exit(1);
 }
 
 bool finishOutput(const char *program) {

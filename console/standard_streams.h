@@ -3,8 +3,8 @@
 
 namespace console {
 
-/// Sees that descriptors 0 to 2 exist, on /dev/null where they were closed. First of all: else the
-/// next file or socket takes the number, and gets what the program prints.
+/// Sees that descriptors 0 to 2 exist, on /dev/null where they were closed, or ends the process.
+/// First of all: else the next file or socket takes the number, and gets what the program prints.
 void holdStandardStreams();
 
 /// Last of all: false, with a line on standard error that begins with the program's name, when not

@@ -34,6 +34,9 @@ std::string now(const char *format) {
 // So many lines in a second for each sender; the rest of a flood is counted.
 class Throttle {
   public:
+    /// preferred: an address that has its lines however many others there are.
+    explicit Throttle(std::string preferred) : preferred_(std::move(preferred)) {}
+
     bool admits(const std::string &sender, Clock::time_point now) {
         constexpr unsigned kMostLines = 10;
         constexpr std::size_t kMostSenders = 64;
@@ -42,9 +45,8 @@ class Throttle {
             begin_ = now;
             lines_.clear();
         }
-        if ((lines_.size() < kMostSenders || lines_.count(sender) != 0) &&
-            ++lines_[sender] <= kMostLines)
-            return true;
+        const bool known = lines_.size() < kMostSenders || sender == preferred_;
+        if ((known || lines_.count(sender) != 0) && ++lines_[sender] <= kMostLines) return true;
         ++surplus_;
         return false;
     }
@@ -52,6 +54,7 @@ class Throttle {
     unsigned takeSurplus() { return std::exchange(surplus_, 0); }
 
   private:
+    const std::string preferred_;
     Clock::time_point begin_{};
     std::map<std::string, unsigned> lines_;
     unsigned surplus_ = 0;
@@ -62,7 +65,8 @@ class Watch {
     explicit Watch(const WatchOptions &options)
         : options_(options),
           ports_(options.address, ConsolePorts::kSelf),
-          questions_(options.endpoint) {}
+          questions_(options.endpoint),
+          lines_(options.endpoint) {}
 
     void run(const volatile std::sig_atomic_t &stop) {
         fprintf(stderr, "quillon-console: watching at %s; Ctrl-C ends it\n",
@@ -158,17 +162,15 @@ class Watch {
             fprintf(stderr, "quillon-console: %s\n", printable(why).c_str());
     }
 
-    // What was typed before was meant for another question, or for none.
-    void dropTyped() {
-        tcflush(STDIN_FILENO, TCIFLUSH);
-        typed_.clear();
-        changed_ = Clock::now();
-    }
-
+    // A letter alone counts for a question that came alone and after quiet; what was typed before
+    // it was meant for another, or for none. With a number every answer is clear.
     void ask(const Question &question) {
-        const bool alone = questions_.size() == 1;
-        if (alone && Clock::now() - changed_ >= kQuiet) certain_ = question.number;
-        dropTyped();
+        if (questions_.size() == 1 && Clock::now() - changed_ >= kQuiet) {
+            certain_ = question.number;
+            tcflush(STDIN_FILENO, TCIFLUSH);
+            typed_.clear();
+        }
+        changed_ = Clock::now();
         fprintf(stderr, "Question %u: give control of %s to %s? Type y or n and the number.%s\n",
                 question.number,
                 printable(endpointWords(question.from.sender, question.message)).c_str(),
@@ -180,6 +182,8 @@ class Watch {
     bool readAnswers() {
         constexpr std::size_t kLongest = 64;
         char bytes[256];
+        pollfd typed{STDIN_FILENO, POLLIN, 0};
+        if (poll(&typed, 1, 0) == 0) return true;  // what was there has been thrown away
         const ssize_t n = read(STDIN_FILENO, bytes, sizeof bytes);
         if (n <= 0) return n < 0 && errno == EINTR;
         for (ssize_t i = 0; i < n; ++i) {
@@ -218,7 +222,7 @@ class Watch {
 
     void forgetOldQuestions() {
         while (const auto late = questions_.takeLate(Clock::now())) {
-            dropTyped();
+            changed_ = Clock::now();
             fprintf(stderr, "Question %u: too late, %s got no answer.\n", late->number,
                     printable(late->message.user).c_str());
         }
@@ -232,7 +236,7 @@ class Watch {
     Questions questions_;
     unsigned certain_ = 0;  ///< question that came alone and after quiet; a bare answer is for it
     Clock::time_point changed_ = Clock::now() - kQuiet;  ///< when the questions did
-    std::string typed_;  ///< the beginning of a line
+    std::string typed_;                                  ///< the beginning of a line
     Throttle lines_;
     bool flooded_ = false;
     Clock::time_point told_{};  ///< when surplus was

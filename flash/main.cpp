@@ -83,8 +83,8 @@ std::string checkDevice() {
 
 void askWhether(const Options &options, const flash::Image &image, const std::string &device) {
     printf("%s: kind %c, %u records, %u bytes, 0x%06x to 0x%06x; through %s\n",
-           printable(options.file).c_str(), image.kind, image.records, image.bytes, image.first, image.last,
-           device.c_str());
+           printable(options.file).c_str(), image.kind, image.records, image.bytes, image.first,
+           image.last, device.c_str());
     fflush(stdout);
     if (options.yes) return;
     if (isatty(STDIN_FILENO) == 0) throw std::runtime_error("nobody to ask: give --yes");

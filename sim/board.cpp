@@ -39,8 +39,8 @@ constexpr PowerPin kPowerPins[] = {{0x120F0170, 0x12220400, 0x08}, {0x120F02D8, 
 
 void writeFile(const std::string &path, const std::string &text) {
     FILE *file = fopen(path.c_str(), "w");
-    const bool ok = file != nullptr && fwrite(text.data(), 1, text.size(), file) == text.size();
-    if (file != nullptr) fclose(file);
+    bool ok = file != nullptr && fwrite(text.data(), 1, text.size(), file) == text.size();
+    if (file != nullptr) ok = fclose(file) == 0 && ok;
     if (!ok) throw std::runtime_error("cannot write " + path + ": " + strerror(errno));
 }
 
@@ -48,8 +48,10 @@ std::string readFile(const std::string &path) {
     std::string text;
     FILE *file = fopen(path.c_str(), "r");
     if (file == nullptr) return text;
+    constexpr std::size_t kMost = 1 << 20;  // a device has no end
     char chunk[4096];
-    for (std::size_t n; (n = fread(chunk, 1, sizeof chunk, file)) > 0;) text.append(chunk, n);
+    for (std::size_t n; text.size() < kMost && (n = fread(chunk, 1, sizeof chunk, file)) > 0;)
+        text.append(chunk, n);
     fclose(file);
     return text;
 }

@@ -46,8 +46,8 @@ int openSocket() {
     return fd;
 }
 
-// Anybody can take an abstract name. A socket's peer has the credentials of who listens there, or of
-// who connected.
+// Anybody can take an abstract name. A socket's peer has the credentials of who listens there, or
+// of who connected.
 bool isOwn(int fd) {
     ucred peer{};
     socklen_t size = sizeof peer;

@@ -122,8 +122,7 @@ void Daemon::takeLine(const std::string &line) {
 
 int Daemon::openLogFile() {
     if (setup_.logFile.empty()) return -1;
-    const int file =
-        open(setup_.logFile.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    const int file = open(setup_.logFile.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
     if (file < 0) tellTrouble(errno);
     return file;
 }
@@ -140,7 +139,10 @@ void Daemon::readLog() {
     char chunk[4096];
     for (ssize_t n; (n = read(output_, chunk, sizeof chunk)) > 0;) {
         const auto count = static_cast<std::size_t>(n);
-        if (file >= 0 && write(file, chunk, count) != n) tellTrouble(ENOSPC);
+        if (file >= 0) {
+            const ssize_t kept = write(file, chunk, count);
+            if (kept != n) tellTrouble(kept < 0 ? errno : ENOSPC);
+        }
         for (std::size_t i = 0; i < count; ++i) {
             if (chunk[i] != '\n') {
                 line += chunk[i];

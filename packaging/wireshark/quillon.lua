@@ -47,6 +47,10 @@ end
 local lockNames = {[0] = "locks off", [0xFF] = "locks unknown"}  -- until the computer sets them
 for leds = 1, 7 do lockNames[leds] = namesOf(leds, {"num", "caps", "scroll"}) .. " on" end
 
+-- No text that anybody understands is as long as this. One that is longer is cut before a pattern sees
+-- it, for some patterns take time with the square of its length.
+local kLongestText = 1024
+
 -- For the Info column, which shows control characters as they are.
 local function printable(text)
     if #text > 100 then text = text:sub(1, 100) .. "..." end
@@ -286,7 +290,7 @@ local function frameAt(bytes, offset)
 end
 
 local function addOutside(tvb, tree)
-    local bytes = tvb:raw()
+    local bytes = tvb:raw(0, math.min(tvb:len(), kLongestText))
     if bytes == "\0\0" then
         tree:add(chip.fields.filler, tvb())
         return "filler behind a relative report"
@@ -296,7 +300,7 @@ local function addOutside(tvb, tree)
         return "text: " .. printable(bytes:match("^(.-)%s*$"))
     end
     tree:add(chip.fields.data, tvb()):add_proto_expert_info(chip.notes.outside)
-    return #bytes .. " bytes outside of frames"
+    return tvb:len() .. " bytes outside of frames"
 end
 
 -- Words, and whether it came from the chip if it says so itself.
@@ -443,8 +447,9 @@ local function find(text, speakers)
     end
 end
 
--- What an endpoint has room for; a value with "=" would be read back as another setting.
-local longest = {user = 31, output = 15}
+-- What an endpoint has room for where it keeps a value; one with "=" would be read back as another
+-- setting. The name in "disconnect" is only compared.
+local longest = {user = 31, output = 15, switch = 7}
 
 local function addFields(tvb, tree, text, entry, found, isCommand)
     local values = {}
@@ -460,16 +465,13 @@ local function addFields(tvb, tree, text, entry, found, isCommand)
             item = tree:add(console.fields[name], range)
         end
         values[name] = entry[name] and value or shown
-        local refused = value:find("=") or #value > (longest[name] or #value)
-        if isCommand and refused then item:add_proto_expert_info(console.notes.refused) end
+        local kept = isCommand and longest[name] and not entry[1]:find("^disconnect")
+        if kept and (value:find("=") or #value > longest[name]) then item:add_proto_expert_info(console.notes.refused) end
     end
     return values
 end
 
--- Kind and words of a text, which ends at its first zero byte. No text that anybody understands is
--- as long as this; one that is longer is cut before a pattern sees it, for some of them take time
--- with the square of its length.
-local kLongestText = 1024
+-- Kind and words of a text, which ends at its first zero byte.
 local function addText(tvb, tree, speakers)
     local text = tvb:raw(0, math.min(tvb:len(), kLongestText)):match("^[^\0]*")
     local speaker, entry, found = find(text, speakers)

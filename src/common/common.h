@@ -18,8 +18,9 @@ void logAt(const char *function, int line, const char *format, ...)
 /// Copies text into a field of size bytes: cut to fit, always terminated, the rest zero.
 void copyText(char *field, std::size_t size, const char *text);
 
-/// Sees that descriptors 0 to 2 exist, on /dev/null where they were closed. Before anything is
-/// opened: else a file, or /dev/mem, would take the number of standard output and get the log.
+/// Sees that descriptors 0 to 2 exist, on /dev/null where they were closed, or ends the process.
+/// Before anything is opened: else a file, or /dev/mem, would take the number of standard output
+/// and get the log.
 void holdStandardDescriptors();
 
 /// Decimal text to int; leading white space and a sign are taken, what follows the digits is

@@ -66,8 +66,8 @@ void setMouseMode(UDPSocket &, char *command) {
 void setPermissions(UDPSocket &, char *command) {
     Value value = {};
     sscanf(command, "per_enable=%256s", value);
-    if (!mayKeep(value)) return;
     printf("QMX set per:%s\n", value);
+    if (!mayKeep(value)) return;
     sharedStore(per, atoi(value) != 0);
     keep(Config::kPerEnable, value);
 }

@@ -4,7 +4,9 @@
 
 /// A physical address as the media library takes it. Most have 64 bits, on a 32-bit board too; one
 /// with 32 bits would take the size from the wrong register there if it were called so.
-#if QUILLON_MPI_ADDRESS_BITS == 32
+#ifndef QUILLON_MPI_ADDRESS_BITS
+#error "the build says how wide these addresses are"
+#elif QUILLON_MPI_ADDRESS_BITS == 32
 typedef unsigned int MpiPhysicalAddress;
 #else
 typedef unsigned long long MpiPhysicalAddress;
