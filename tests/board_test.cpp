@@ -4,6 +4,7 @@
 
 #include <map>
 
+#include "board.h"
 #include "registers.h"
 #include "software_config.h"
 #include "support.h"
@@ -25,17 +26,13 @@ std::string identify(const std::string &file) {
     return board;
 }
 
-TEST(ReadHdVersion, PrintsAndReturnsTheIdentifier) {
-    test::writeFile(kInfo, "{\"board\": \"QBR_1\", \"x\": \"y\"}");
+TEST(ReadHdVersion, PrintsAndReturnsTheIdentifierOfAnyFile) {
     char board[kBoardSize] = "leftover";
+    EXPECT_EQ(printedBy([&] { EXPECT_FALSE(readHdVersion(board)); }), "open hardware_info error\n");
+    test::writeFile(kInfo, "{\"board\": \"QBR_1\", \"x\": \"y\"}");
     EXPECT_EQ(printedBy([&] { EXPECT_TRUE(readHdVersion(board)); }),
               "read hardware_info:{\"board\": \"QBR_1\", \"x\": \"y\"}\nget hdVersion:QBR_1\n");
     EXPECT_STREQ(board, "QBR_1");
-}
-
-TEST(ReadHdVersion, CopesWithEveryFile) {
-    char board[kBoardSize] = {};
-    EXPECT_EQ(printedBy([&] { EXPECT_FALSE(readHdVersion(board)); }), "open hardware_info error\n");
     EXPECT_EQ(identify(""), "");
     EXPECT_EQ(identify("{\"bored\": \"a\"}"), "");
     EXPECT_EQ(identify("{\"board\": \"no end"), "");
@@ -45,74 +42,59 @@ TEST(ReadHdVersion, CopesWithEveryFile) {
     EXPECT_EQ(identify("\"board\": \"" + std::string(400, 'b') + "\""), "");
 }
 
+using Registers = std::map<unsigned, unsigned>;
+
 struct Expected {
     const char *board;
-    std::map<unsigned, unsigned> registers;
+    std::vector<Registers> registers;
     const char *port;
     HDINFO family;
-    bool ch9329;
+    bool ch9329 = true;
 };
 
 // Written from the boards' wiring, not from the daemon's table. Registers start with all bits of
 // 0xFF00 set, so that a lost bit shows; those that are not named stay so.
-const std::map<unsigned, unsigned> kPins2{{0x120F0100, 1}, {0x120F0104, 1}};
-const std::map<unsigned, unsigned> kPower3000{
-    {0x120F0170, 0}, {0x12220400, 0xFF08}, {0x12220020, 0xFF00}};
-const std::map<unsigned, unsigned> kPower300{
-    {0x120F02D8, 0}, {0x12230400, 0xFF02}, {0x12230008, 0xFF00}};
-
-std::map<unsigned, unsigned> join(std::initializer_list<std::map<unsigned, unsigned>> parts) {
-    std::map<unsigned, unsigned> all;
-    for (const auto &part : parts) all.insert(part.begin(), part.end());
-    return all;
-}
+const Registers kPins1{{0x120F00F8, 1}, {0x120F00FC, 1}}, kPins2{{0x120F0100, 1}, {0x120F0104, 1}},
+    kPins100{{0x121D0400, 0xFF20}, {0x121D0080, 0xFF20}},
+    kPins3100{{0x120F006C, 0}, {0x12180400, 0xFF80}, {0x12180200, 0xFF80}},
+    kPower3000{{0x120F0170, 0}, {0x12220400, 0xFF08}, {0x12220020, 0xFF00}},
+    kPower300{{0x120F02D8, 0}, {0x12230400, 0xFF02}, {0x12230008, 0xFF00}};
 
 const Expected kBoards[] = {
-    {"QBRD10401m2_3000_R1", join({kPins2, kPower3000}), "COM2", QBX_3000, true},
-    {"QBRE10401m2_3000_R1", join({kPins2, kPower3000}), "COM2", QBX_3000, true},
-    {"QBRD10401m2_3010_R1xyz", join({kPins2, kPower3000}), "COM2", QBX_3000, true},
-    {"QBRD10402m_3100_R1",
-     join({kPins2, kPower3000, {{0x120F006C, 0}, {0x12180400, 0xFF80}, {0x12180200, 0xFF80}}}),
-     "COM2", QBX_3000, true},
-    {"QBRE10402n_100_R1",
-     {{0x120F00F8, 1}, {0x120F00FC, 1}, {0x121D0400, 0xFF20}, {0x121D0080, 0xFF20}},
-     "COM1",
-     QBX_3000,
-     true},
-    {"QBRD10402m_500_R1", join({kPins2, {{0x120F00F8, 1}, {0x120F00FC, 1}}}), "COM1", QBX_3000,
-     true},
-    {"QBRD10403n_5000_R1", {}, "COM1", QBX_31DV200, true},
-    {"QBRF1040pm_300_R1", kPower300, "COM3", QBX_300, true},
-    {"QBRF1040pm_310_R1", kPower300, "COM3", QBX_300, true},
-    {"QBRF1040pm_300_R2", kPower300, "COM3", QBX_300, true},
-    {"QBRF1040pn_100_R1", kPower300, "COM3", QBX_300, true},
-    {"QBRF104050_100_R1", kPower300, "COM3", QBX_300, true},
-    {"QBRD1040pm_100_R4", kPower300, "COM3", QBX_300, true},
-    {"QBRD1040pn_100_R1", kPower300, "COM3", QBX_300, true},
-    {"QBRD1040pm_100_R", kPower300, "COM3", QBX_300, false},
-    {"", kPower300, "COM3", QBX_300, false},
+    {"QBRD10401m2_3000_R1", {kPins2, kPower3000}, "COM2", QBX_3000},
+    {"QBRE10401m2_3000_R1", {kPins2, kPower3000}, "COM2", QBX_3000},
+    {"QBRD10401m2_3010_R1xyz", {kPins2, kPower3000}, "COM2", QBX_3000},
+    {"QBRD10402m_3100_R1", {kPins2, kPower3000, kPins3100}, "COM2", QBX_3000},
+    {"QBRE10402n_100_R1", {kPins1, kPins100}, "COM1", QBX_3000},
+    {"QBRD10402m_500_R1", {kPins1, kPins2}, "COM1", QBX_3000},
+    {"QBRD10403n_5000_R1", {{}}, "COM1", QBX_31DV200},
+    {"QBRF1040pm_300_R1", {kPower300}, "COM3", QBX_300},
+    {"QBRF1040pm_310_R1", {kPower300}, "COM3", QBX_300},
+    {"QBRF1040pm_300_R2", {kPower300}, "COM3", QBX_300},
+    {"QBRF1040pn_100_R1", {kPower300}, "COM3", QBX_300},
+    {"QBRF104050_100_R1", {kPower300}, "COM3", QBX_300},
+    {"QBRD1040pm_100_R4", {kPower300}, "COM3", QBX_300},
+    {"QBRD1040pn_100_R1", {kPower300}, "COM3", QBX_300},
+    {"QBRD1040pm_100_R", {kPower300}, "COM3", QBX_300, false},
+    {"", {kPower300}, "COM3", QBX_300, false},
 };
-
-constexpr unsigned kAllRegisters[] = {0x120F006C, 0x120F00F8, 0x120F00FC, 0x120F0100, 0x120F0104,
-                                      0x120F0170, 0x120F02D8, 0x12180200, 0x12180400, 0x121D0080,
-                                      0x121D0400, 0x12220020, 0x12220400, 0x12230008, 0x12230400};
 
 TEST(SetUpBoard, SetsPinsPortAndFamilyOfEveryBoard) {
     sim::Registers registers;
+    Registers start{{0x12220020, 0xFF08}, {0x12230008, 0xFF02}};
+    for (const Registers &part : {kPins1, kPins2, kPins100, kPins3100, kPower3000, kPower300})
+        for (const auto &word : part) start.insert({word.first, 0xFF00});
     for (const Expected &expected : kBoards) {
         SCOPED_TRACE(expected.board);
-        for (const unsigned address : kAllRegisters) registers.set(address, 0xFF00);
-        registers.set(0x12220020, 0xFF08);
-        registers.set(0x12230008, 0xFF02);
+        for (const auto &[address, value] : start) registers.set(address, value);
         unlink("./quillon.ini");
         const auto config = Singleton<Config>::getInstance();
         config->SetConfig(Config::kComPort, "COM3");
-        const std::string said = printedBy([&] { setUpBoard(expected.board); });
+        printedBy([&] { setUpBoard(expected.board); });
 
-        std::map<unsigned, unsigned> wanted = expected.registers;
-        for (const unsigned address : kAllRegisters) wanted.insert({address, 0xFF00});
-        if (expected.registers.count(0x12220020) == 0) wanted[0x12220020] = 0xFF08;
-        if (expected.registers.count(0x12230008) == 0) wanted[0x12230008] = 0xFF02;
+        Registers wanted;
+        for (const Registers &part : expected.registers) wanted.insert(part.begin(), part.end());
+        wanted.insert(start.begin(), start.end());
         for (const auto &[address, value] : wanted)
             EXPECT_EQ(registers.get(address), value) << std::hex << address;
 
@@ -122,9 +104,13 @@ TEST(SetUpBoard, SetsPinsPortAndFamilyOfEveryBoard) {
         EXPECT_EQ(hd_info, expected.family);
         EXPECT_EQ(hasCh9329(expected.board), expected.ch9329);
         EXPECT_FALSE(isIdleBoard(expected.board));
+        EXPECT_EQ(hasVideoWatch(expected.board), expected.registers.back() != kPins100);
+        EXPECT_EQ("COM" + std::to_string(sim::chipPort(expected.board, "COM3")), expected.port);
     }
     EXPECT_TRUE(isIdleBoard("QBRD10401m2_3020_R1"));
     EXPECT_FALSE(hasCh9329("QBRD10401m2_3020_R1"));
+    set_usb_power(true, QBX_3000);
+    EXPECT_EQ(registers.get(0x120F0170), 1U);
 }
 
 TEST(SetUsbPower, UnreadableRegisterIsReportedOnceAndNotWritten) {

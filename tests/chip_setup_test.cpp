@@ -75,7 +75,7 @@ TEST_F(ChipSetup, RewriteKeepsAllButTheSpeed) {
     setBaudRate(block, kParameterFrame);
     char reply[kReplyRoom];
     int count = 0;
-    cntRead(reply, &count, 64, 0);
+    for (int tries = 0; tries < 50 && count == 0; ++tries) cntRead(reply, &count, 64, 0);
     ASSERT_EQ(count, 7);
     EXPECT_EQ(static_cast<unsigned char>(reply[3]), 0x89) << "refused";
     auto expected = before;

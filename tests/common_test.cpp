@@ -14,20 +14,14 @@ Pieces split(const std::string &text, const std::string &separator) {
     return pieces;
 }
 
-struct Parsed {
-    int result;
-    unsigned value;
-};
-
-bool operator==(const Parsed &a, const Parsed &b) {
-    return a.result == b.result && a.value == b.value;
-}
+// Result and value.
+using Parsed = std::pair<int, unsigned>;
 
 template <class Parser>
 Parsed parse(Parser parser, const char *text) {
-    Parsed parsed{0, 7777};
-    parsed.result = parser(text, &parsed.value);
-    return parsed;
+    unsigned value = 7777;
+    const int result = parser(text, &value);
+    return {result, value};
 }
 
 TEST(SplitString, KeepsEmptyPiecesButNoneAtTheEnd) {

@@ -11,6 +11,9 @@
 
 namespace {
 
+using namespace std::chrono_literals;
+using test::holds;
+
 constexpr char kConsole[] = "192.168.1.20", kStranger[] = "192.168.1.30";
 
 class DataServer : public test::OnLine {
@@ -42,17 +45,22 @@ class DataServer : public test::OnLine {
         return std::string(reply, static_cast<std::size_t>(std::max(n, 0)));
     }
 
-    static std::string key(char character) {
-        const auto record = console::keyboardRecord(*console::strokeOf(character));
+    template <class Record>
+    static std::string bytes(const Record &record) {
         return {record.begin(), record.end()};
     }
 
-    // Presses a key as sender, and says whether it reached the computer.
+    static std::string key(char character) {
+        return bytes(console::keyboardRecord(*console::strokeOf(character)));
+    }
+
+    // Presses a key as sender, and says whether it reached the computer; else without a word.
     bool reaches(char character, const char *sender, const std::string &tag = "") {
         const std::string before = computer_.state().text;
         handle(tag + key('\n'), sender);  // another key, so that the same one is down anew
         handle(tag + key(character), sender);
-        return computer_.state().text.size() == before.size() + 2;
+        return !log_.empty() &&
+               becomes([&](const auto &s) { return s.text.size() == before.size() + 2; });
     }
 
     static void link(std::initializer_list<const char *> outputs) {
@@ -68,21 +76,18 @@ class DataServer : public test::OnLine {
 
 TEST_F(DataServer, RecordReachesTheComputerAndTheLog) {
     handle(key('a'));
-    EXPECT_EQ(computer_.state().text, "a");
+    EXPECT_TRUE(becomes([](const auto &s) { return s.text == "a"; }));
     EXPECT_EQ(log_, "0x57 0xab 0x1 0x0 0x0 0x4 0x0 0x0 0x0 0x0 0x0 \nversion 1, rel_enable 0\n");
-}
-
-TEST_F(DataServer, WithoutPermissionsAnybodyControls) {
-    EXPECT_TRUE(reaches('a', kStranger));
 }
 
 TEST_F(DataServer, WithPermissionsOnlyLinkedOutputsControl) {
     link({"192.168.1.21", kConsole});
     EXPECT_TRUE(reaches('a', kConsole));
     EXPECT_FALSE(reaches('b', kStranger));
-    EXPECT_EQ(log_, "") << "dropped without a word";
     EXPECT_TRUE(reaches('c', "192.168.1.200")) << "an output is a prefix of its senders";
     EXPECT_TRUE(reaches('d', kStranger, "software="));
+    link({kConsole, ""});
+    EXPECT_TRUE(reaches('e', kStranger)) << "an empty one of all";
 }
 
 TEST_F(DataServer, EmptyTableKeepsTheLastDecision) {
@@ -114,71 +119,46 @@ TEST_F(DataServer, NoMomentOfAChangeAdmitsAStranger) {
     EXPECT_FALSE(server_.authorized);
 }
 
-TEST_F(DataServer, EmptySlotAuthorizesEverySender) {
-    link({kConsole, ""});
-    EXPECT_TRUE(reaches('a', kStranger));
-}
-
 TEST_F(DataServer, SoftwareRecordsAreUnwrappedAtTwoLengthsOnly) {
     link({kConsole});
-    const auto mouse = console::absoluteRecord(960, 540, console::kNoButton, 0);
-    handle("software=" + std::string(mouse.begin(), mouse.end()), kStranger);
-    EXPECT_EQ(computer_.state().absoluteX, 2048);
+    handle("software=" + bytes(console::absoluteRecord(960, 540, console::kNoButton, 0)),
+           kStranger);
+    EXPECT_TRUE(becomes([](const auto &s) { return s.absoluteX == 2048; }));
     // 25 bytes keep their length, which is no record's.
     handle("software=" + key('a') + "12345", kStranger);
-    EXPECT_NE(log_.find("error data\n"), std::string::npos) << log_;
+    EXPECT_TRUE(holds(log_, "error data\n")) << log_;
     EXPECT_EQ(computer_.state().text, "");
     // The longest datagram moves down whole.
     handle("software=" + std::string(247, 'z'), kStranger);
-    EXPECT_NE(log_.find(" data error: " + std::string(247, 'z') + "0x7a "), std::string::npos);
+    EXPECT_TRUE(holds(log_, " data error: " + std::string(247, 'z') + "0x7a "));
 }
 
 TEST_F(DataServer, RelativeModeChoosesByLength) {
     rel_enable = true;
-    const auto by = console::relativeRecord(5, 7, console::kLeft, 0);
-    handle({by.begin(), by.end()});
-    EXPECT_EQ(computer_.state().x, 5);
-    EXPECT_EQ(computer_.state().buttons, 1);
-    const auto to = console::absoluteRecord(0, 1079, console::kNoButton, 0);
-    handle({to.begin(), to.end()});
-    EXPECT_EQ(computer_.state().absoluteY, 4092);
+    handle(bytes(console::relativeRecord(5, 7, console::kLeft, 0)));
+    EXPECT_TRUE(becomes([](const auto &s) { return s.x == 5 && s.buttons == 1; }));
+    handle(bytes(console::absoluteRecord(0, 1079, console::kNoButton, 0)));
+    EXPECT_TRUE(becomes([](const auto &s) { return s.absoluteY == 4092; }));
     rel_enable = false;
-    handle({by.begin(), by.end()});
-    EXPECT_NE(log_.find("error data\n"), std::string::npos);
-}
-
-TEST_F(DataServer, RecordDuringALinkTestIsADataError) {
-    query_link = true;
-    handle(key('a'));
-    EXPECT_EQ(log_,
-              "192.168.1.20 data error: W\xAB\x01"
-              "0x57 0xab 0x1 0x0 0x0 0x4 0x0 0x0 0x0 0x0 0x0 ---0x57 0xab\n");
-    EXPECT_EQ(computer_.state().reports, 0U);
+    handle(bytes(console::relativeRecord(5, 7, console::kLeft, 0)));
+    EXPECT_TRUE(holds(log_, "error data\n"));
 }
 
 TEST_F(DataServer, AnswersLockKeys) {
     EXPECT_EQ(answerTo("capslock"), "off");
-    EXPECT_NE(log_.find("capslock OFF\nsend ok\n"), std::string::npos);
+    EXPECT_TRUE(holds(log_, "capslock OFF\nsend ok\n"));
     computer_.setLeds(sim::kCapsLed);
     EXPECT_EQ(answerTo("capslock"), "on");
     EXPECT_EQ(log_.substr(log_.size() - 12), "capslock ON\n");
     EXPECT_EQ(answerTo("numlock"), "off");
-    EXPECT_NE(log_.find("numlock OFF\nsend ok\n"), std::string::npos);
+    EXPECT_TRUE(holds(log_, "numlock OFF\nsend ok\n"));
     EXPECT_EQ(answerTo("syncled and more"), "capslock=on&numlock=off");
-    framed_.answerLate(std::chrono::milliseconds(85));
+    framed_.answerLate(85ms);
     std::string caps;
     for (int i = 0; i < 5 && caps != "on"; ++i) caps = answerTo("capslock");
     EXPECT_EQ(caps, "on") << "it has 120 ms";
     EXPECT_EQ(answerTo("capslock2"), "");
-    EXPECT_NE(log_.find("data error: capslock2"), std::string::npos);
-}
-
-TEST_F(DataServer, AnswersLinkWithPictureAndMode) {
-    EXPECT_EQ(answerTo("link"), "vi_w=1920&vi_h=1080&kvm=abs");
-    rel_enable = true;
-    vi_w = 480;
-    vi_h = 4294967295;
-    EXPECT_EQ(answerTo("linkage"), "vi_w=480&vi_h=-1&kvm=rel");
+    EXPECT_TRUE(holds(log_, "data error: capslock2"));
 }
 
 TEST_F(DataServer, OutSetsTheLockKeysOfTheComputer) {
@@ -187,7 +167,7 @@ TEST_F(DataServer, OutSetsTheLockKeysOfTheComputer) {
     computer_.setLeds(0);
     const auto begin = sim::Clock::now();
     handle("out=on&num=on");
-    EXPECT_GE(sim::Clock::now() - begin, std::chrono::milliseconds(190 + 4 * 20)) << "a pause each";
+    EXPECT_GE(sim::Clock::now() - begin, 190ms + 4 * 20ms) << "a pause each";
     EXPECT_EQ(computer_.state().leds, sim::kCapsLed | sim::kNumLed);
     handle("out=off&num=keep");
     EXPECT_EQ(computer_.state().leds, sim::kNumLed);
@@ -196,25 +176,27 @@ TEST_F(DataServer, OutSetsTheLockKeysOfTheComputer) {
     EXPECT_EQ(computer_.state().keys[0], 0) << "a key is left down";
 }
 
-TEST_F(DataServer, OutIsForThoseWhoMayControl) {
+TEST_F(DataServer, OutIsForThoseWhoMayControlAndLinkForAll) {
     link({kConsole});
     handle("out=on&num=on", kStranger);
-    EXPECT_NE(log_.find("192.168.1.30 data error: out=on&num=on0x6f "), std::string::npos);
+    EXPECT_TRUE(holds(log_, "192.168.1.30 data error: out=on&num=on0x6f "));
     EXPECT_EQ(computer_.state().leds, 0);
     handle("software=out=on&num=off", kStranger);
     EXPECT_EQ(computer_.state().leds, sim::kCapsLed);
-    EXPECT_EQ(answerTo("link", kStranger).substr(0, 5), "vi_w=") << "questions are for all";
+    rel_enable = true;
+    vi_w = 480;
+    vi_h = 4294967295;
+    EXPECT_EQ(answerTo("linkage", kStranger), "vi_w=480&vi_h=-1&kvm=rel");
 }
 
 TEST_F(DataServer, RawChipGetsRecordsAndAnswersLockKeys) {
     ports_.attach(3, raw_);
     version = false;
     handle(key('r'));
-    EXPECT_NE(log_.find("version 0, rel_enable 0\n"), std::string::npos);
-    const auto to = console::absoluteRecord(960, 540, console::kNoButton, 0);
-    handle({to.begin(), to.end()});
-    EXPECT_TRUE(computer_.waitFor([](const auto &s) { return s.absoluteX == 2044; },
-                                  std::chrono::seconds(2)));
+    EXPECT_TRUE(holds(log_, "version 0, rel_enable 0\n"));
+    const std::string to = bytes(console::absoluteRecord(960, 540, console::kNoButton, 0));
+    handle(to);
+    EXPECT_TRUE(becomes([](const auto &s) { return s.absoluteX == 2044; }));
     EXPECT_EQ(computer_.state().text, "r");
     computer_.setLeds(sim::kCapsLed);
     EXPECT_EQ(answerTo("capslock"), "on");
@@ -222,17 +204,15 @@ TEST_F(DataServer, RawChipGetsRecordsAndAnswersLockKeys) {
     EXPECT_EQ(log_.find("send ok"), std::string::npos);
     EXPECT_EQ(answerTo("syncled"), "capslock=on&numlock=off");
     handle("out=off&num=on");
-    EXPECT_NE(log_.find("serial write 57 ab 80 40\n0x2\n"), std::string::npos) << log_;
-    EXPECT_TRUE(computer_.waitFor([](const auto &s) { return s.leds == sim::kNumLed; },
-                                  std::chrono::seconds(2)));
+    EXPECT_TRUE(holds(log_, "serial write 57 ab 80 40\n0x2\n")) << log_;
+    EXPECT_TRUE(becomes([](const auto &s) { return s.leds == sim::kNumLed; }));
     EXPECT_EQ(computer_.state().keys[0], 0x53) << "on this chip the key stays down";
 
     rel_enable = true;
     const unsigned before = computer_.state().reports;
-    handle({to.begin(), to.end()});
+    handle(to);
     handle(key('s'));
-    EXPECT_TRUE(
-        computer_.waitFor([](const auto &s) { return s.text == "rs"; }, std::chrono::seconds(2)));
+    EXPECT_TRUE(becomes([](const auto &s) { return s.text == "rs"; }));
     EXPECT_EQ(computer_.state().reports, before + 1) << "the position was dropped";
 }
 
@@ -240,7 +220,7 @@ TEST_F(DataServer, ErrorLinesPrintWhatCame) {
     handle("a\tb\x1b[1m");
     EXPECT_EQ(log_.rfind("192.168.1.20 data error: a\tb\x1b[1m0x61 0x9 0x62 0x1b ", 0), 0U);
     handle(std::string(256, '\xFF'));
-    EXPECT_NE(log_.find("0xff ---0x57 0xab\n"), std::string::npos);
+    EXPECT_TRUE(holds(log_, "0xff ---0x57 0xab\n"));
     handle(std::string(1, 0x57));
     EXPECT_EQ(log_, "192.168.1.20 data error: W0x57 ---0x57 0xab\n");
 }

@@ -65,27 +65,20 @@ TEST_F(Forwarding, LinkTestStrokesOnceWithoutAnAnswer) {
     EXPECT_EQ(Bytes(heard.end() - 4, heard.end()), request);
 }
 
-TEST(MergeSerialMessage, GathersFromHeadToTail) {
+// What each of the pieces gives, and what is gathered.
+std::string merged(const char *head, const char *tail, const std::vector<std::string> &pieces) {
     char all[64] = "";
-    const auto merge = [&](std::string piece) {
-        return mergeSerialMessage(all, piece.data(), "<h", "t>");
-    };
-    EXPECT_EQ(merge("nothing"), 3);
-    EXPECT_STREQ(all, "");
-    EXPECT_EQ(merge("x<h1"), 1);
-    EXPECT_EQ(merge("2"), 1);
-    EXPECT_EQ(merge("3t>rest"), 2);
-    EXPECT_STREQ(all, "x<h123t>");
-    all[0] = '\0';
-    EXPECT_EQ(merge("<...t"), 2) << "first characters at both ends are enough";
-    EXPECT_STREQ(all, "<...t");
-    all[0] = '\0';
-    EXPECT_EQ(mergeSerialMessage(all, std::string("..##x").data(), "##", "##"), 1)
-        << "a tail comes after the head";
-    all[0] = '\0';
-    EXPECT_EQ(merge("t><h a t> b"), 2);
-    EXPECT_STREQ(all, "t><h a t>");
-    EXPECT_EQ(merge(""), 1);
+    std::string results;
+    for (std::string piece : pieces)
+        results += std::to_string(mergeSerialMessage(all, piece.data(), head, tail)) + " ";
+    return results + all;
+}
+
+TEST(MergeSerialMessage, GathersFromHeadToTail) {
+    EXPECT_EQ(merged("<h", "t>", {"nothing", "x<h1", "2", "3t>rest"}), "3 1 1 2 x<h123t>");
+    EXPECT_EQ(merged("<h", "t>", {"<...t"}), "2 <...t") << "first characters at both ends do";
+    EXPECT_EQ(merged("##", "##", {"..##x"}), "1 ..##x") << "a tail comes after the head";
+    EXPECT_EQ(merged("<h", "t>", {"t><h a t> b", ""}), "2 1 t><h a t>");
 }
 
 }  // namespace

@@ -12,51 +12,42 @@
 
 namespace {
 
-struct Seq {
-    bool ok;
-    std::string target, answer;
-    int port;
-};
-
-Seq parse(std::string text) {
+// Target, answer address and port, or the target of what is refused.
+std::string parse(std::string text) {
     char target[16] = "unset", answer[16] = "unset";
     int port = -5;
-    const bool ok = get_seq_ip(text.data(), target, answer, &port);
-    return {ok, target, answer, port};
+    if (!get_seq_ip(text.data(), target, answer, &port)) return std::string("refused ") + target;
+    return std::string(target) + " " + answer + " " + std::to_string(port);
 }
 
 TEST(GetSeqIp, TakesTargetAndAnswerAddress) {
-    const Seq seq = parse("[seq]\n[controlled]=192.168.1.10\nback=192.168.1.20:5000\nusb\n");
-    EXPECT_TRUE(seq.ok);
-    EXPECT_EQ(seq.target, "192.168.1.10");
-    EXPECT_EQ(seq.answer, "192.168.1.20");
-    EXPECT_EQ(seq.port, 5000);
-    EXPECT_EQ(parse("[seq]\na=1.2.3.4\nanswer=192.168.1.20:xyz\nusb").port, 0);
+    EXPECT_EQ(parse("[seq]\n[controlled]=192.168.1.10\nback=192.168.1.20:5000\nusb\n"),
+              "192.168.1.10 192.168.1.20 5000");
+    EXPECT_EQ(parse("[seq]\na=1.2.3.4\nanswer=192.168.1.20:xyz\nusb"), "1.2.3.4 192.168.1.20 0");
 }
 
 TEST(GetSeqIp, RefusesWhatIsMalformed) {
-    EXPECT_FALSE(parse("[seq]\na=1.2.3.4\nback=192.168.1.20:5000\n").ok);  // three lines
-    EXPECT_FALSE(parse("[seq]\nno address\nback=192.168.1.20:5000\nusb").ok);
-    EXPECT_FALSE(parse("[seq]\na=1.2.3.4\nback 192.168.1.200:5000\nusb").ok);
-    EXPECT_FALSE(parse("[seq]\na=1.2.3.4\nback=192.168.1.200 5000\nusb").ok);
-    EXPECT_FALSE(parse("[seq]\na=1234567890123456\nback=192.168.1.20:5000\nusb").ok);
-    EXPECT_FALSE(parse("[seq]\na=1.2.3.4\nback=1234567890123456:5000\nusb").ok);
-    EXPECT_FALSE(parse("").ok);
-    const Seq tooShort = parse("[seq]\na=1.2.3.4\nback=1.2.3.4:12345\nusb");
-    EXPECT_FALSE(tooShort.ok);
-    EXPECT_EQ(tooShort.target, "1.2.3.4");
+    for (const char *text : {"[seq]\na=1.2.3.4\nback=192.168.1.20:5000\n",  // three lines
+                             "[seq]\nno address\nback=192.168.1.20:5000\nusb",
+                             "[seq]\na=1.2.3.4\nback 192.168.1.200:5000\nusb",
+                             "[seq]\na=1.2.3.4\nback=192.168.1.200 5000\nusb",
+                             "[seq]\na=1234567890123456\nback=192.168.1.20:5000\nusb",
+                             "[seq]\na=1.2.3.4\nback=1234567890123456:5000\nusb", ""})
+        EXPECT_EQ(parse(text).rfind("refused", 0), 0U) << text;
+    EXPECT_EQ(parse("[seq]\na=1.2.3.4\nback=1.2.3.4:12345\nusb"), "refused 1.2.3.4") << "too short";
 }
 
 TEST(GetLocalIp, ReadsTheAddressOfEth0) {
-    test::writeFile("/data/net.ini", "kMac=1\nkEth0Ip=10.0.0.7\nkEth1Ip=10.0.0.8\n");
-    EXPECT_EQ(GetLocalIp(), "10.0.0.7");
+    const std::pair<const char *, const char *> files[] = {
+        {"kMac=1\nkEth0Ip=10.0.0.7\nkEth1Ip=10.0.0.8\n", "10.0.0.7"},
+        {"  kEth0Ip:10.0.0.9", "10.0.0.9"},
+        {"kEth0Ip\n", ""},
+        {"nothing\n", "kEth0Ip"}};
+    for (const auto &[text, address] : files) {
+        test::writeFile("/data/net.ini", text);
+        EXPECT_EQ(GetLocalIp(), address);
+    }
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child is left";
-    test::writeFile("/data/net.ini", "  kEth0Ip:10.0.0.9");
-    EXPECT_EQ(GetLocalIp(), "10.0.0.9");
-    test::writeFile("/data/net.ini", "kEth0Ip\n");
-    EXPECT_EQ(GetLocalIp(), "");
-    test::writeFile("/data/net.ini", "nothing\n");
-    EXPECT_EQ(GetLocalIp(), "kEth0Ip");
     unlink("/data/net.ini");
     EXPECT_EQ(GetLocalIp(), "kEth0Ip");
 }

@@ -7,11 +7,8 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include <utility>
-#include <vector>
-
+#include "on_line.h"
 #include "registers.h"
-#include "support.h"
 
 // Told in the library's place what the daemon wants thrown away.
 static std::vector<std::pair<int, int>> flushes;
@@ -34,23 +31,12 @@ namespace {
 using test::complainedBy;
 using test::printedBy;
 
-class Serial : public testing::Test {
-  protected:
-    Serial() : ports_(false) { ports_.attach(2, device_); }
-    ~Serial() override { MySerial::close_port(); }
-
-    static void openAt(int baud) {
-        complainedBy([&] { MySerial::open_port(MySerial::kUART2); });
-        ASSERT_TRUE(MySerial::set_opt(baud, 8, 1, 'N', 0, 0));
-    }
-
-    test::ScriptedDevice device_;
-    sim::SerialPorts ports_;
-};
+using Serial = test::OnLine;
 
 TEST_F(Serial, OpenIsFalseButUsableWithoutATerminal) {
+    ports_.attach(3, device_);
     const std::string said =
-        complainedBy([] { EXPECT_FALSE(MySerial::open_port(MySerial::kUART2)); });
+        complainedBy([] { EXPECT_FALSE(MySerial::open_port(MySerial::KUART3)); });
     EXPECT_EQ(said.rfind("standard input is not a terminal device: ", 0), 0U) << said;
     EXPECT_TRUE(MySerial::set_opt(115200, 8, 1, 'N', 0, 0));
     EXPECT_EQ(MySerial::nwrite("ab", 2), 2);
@@ -67,27 +53,16 @@ TEST_F(Serial, OpenIsTrueOnATerminalAndBlocking) {
     dup2(input, STDIN_FILENO);
 }
 
-TEST_F(Serial, MaxPortOpensNothingAndTestsWhatIsOpen) {
-    EXPECT_EQ(complainedBy([] { EXPECT_FALSE(MySerial::open_port(MySerial::kCOMPortMax)); }),
-              "fcntl failed!: Bad file descriptor\n");
-    openAt(115200);
-    const int open = MySerial::fd_;
-    complainedBy([] { MySerial::open_port(MySerial::kCOMPortMax); });
-    EXPECT_EQ(MySerial::fd_, open);
-}
-
 TEST_F(Serial, SpeedsAreTheSixThatItKnows) {
-    openAt(115200);
     for (const int baud : {2400, 4800, 9600, 38400, 57600, 115200}) {
         EXPECT_TRUE(MySerial::set_opt(baud, 8, 1, 'N', 10, 1));
-        EXPECT_EQ(ports_.hostBaud(2), baud);
+        EXPECT_EQ(ports_.hostBaud(3), baud);
     }
     EXPECT_TRUE(MySerial::set_opt(19200, 8, 1, 'N', 10, 1));
-    EXPECT_EQ(ports_.hostBaud(2), 9600);
+    EXPECT_EQ(ports_.hostBaud(3), 9600);
 }
 
 TEST_F(Serial, OptionsAreRaw) {
-    openAt(9600);
     const tcflag_t size[] = {CS5, CS7, CS8}, checked = INPCK | ISTRIP;
     const std::pair<char, tcflag_t> parities[] = {{'N', 0}, {'E', PARENB}, {'O', PARENB | PARODD}};
     for (const int bits : {6, 7, 8})
@@ -103,19 +78,17 @@ TEST_F(Serial, OptionsAreRaw) {
 }
 
 TEST_F(Serial, OpenThrowsAwayWhatWasNotSentAndDiscardWhatWasNotRead) {
-    openAt(115200);
     flushes.clear();
     ASSERT_TRUE(MySerial::set_opt(9600, 8, 1, 'N', 0, 0));
     MySerial::discardInput();
-    using Flushes = decltype(flushes);
-    EXPECT_EQ(flushes, (Flushes{{MySerial::fd_, TCOFLUSH}, {MySerial::fd_, TCIFLUSH}}));
+    EXPECT_EQ(flushes, (decltype(flushes){{MySerial::fd_, TCOFLUSH}, {MySerial::fd_, TCIFLUSH}}));
     MySerial::close_port();
     MySerial::discardInput();
     EXPECT_EQ(flushes.size(), 2U) << "the number may be a socket's by now";
 }
 
 TEST_F(Serial, ReadWaitsForItsTimeAndTakesOneAnswer) {
-    openAt(115200);
+    ports_.attach(3, device_);
     device_.answer('?', {1, 2, 3});
     char buffer[16] = {};
     EXPECT_EQ(MySerial::nwrite("?", 1), 1);
@@ -131,8 +104,9 @@ TEST_F(Serial, ReadWaitsForItsTimeAndTakesOneAnswer) {
 }
 
 TEST_F(Serial, ClosedPortNeverTouchesWhoGotItsNumber) {
-    openAt(115200);
     const int number = MySerial::fd_;
+    complainedBy([] { MySerial::open_port(MySerial::kCOMPortMax); });
+    EXPECT_EQ(MySerial::fd_, number) << "no port opens nothing";
     MySerial::close_port();
     EXPECT_EQ(MySerial::fd_, number);
 
@@ -162,6 +136,8 @@ TEST(MissingSerial, EachPortHasItsMessage) {
                   std::string(expected[port]) + "No such file or directory\n");
         EXPECT_EQ(MySerial::fd_, -1);
     }
+    EXPECT_EQ(complainedBy([] { EXPECT_FALSE(MySerial::open_port(MySerial::kCOMPortMax)); }),
+              "fcntl failed!: Bad file descriptor\n");
 }
 
 TEST(UartWrite, PutsTheLastByteIntoTheDataRegister) {

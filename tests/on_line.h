@@ -1,6 +1,8 @@
 // The daemon's serial port, open on a simulated line.
 #pragma once
 
+#include <unistd.h>
+
 #include "ch9329.h"
 #include "ch9350.h"
 #include "myserial.h"
@@ -16,6 +18,12 @@ class OnLine : public testing::Test {
         MySerial::set_opt(115200, 8, 1, 'N', 0, 0);
     }
 
+    bool becomes(const std::function<bool(const sim::Computer::State &)> &wanted) const {
+        return computer_.waitFor(wanted, std::chrono::seconds(5));
+    }
+
+    // A chip has 60 ms for an answer, also on a busy machine.
+    [[maybe_unused]] const int priority_ = nice(-20);
     sim::Computer computer_;
     ScriptedDevice device_;
     sim::Ch9329 framed_{computer_, 115200, 115200};

@@ -30,16 +30,14 @@ class Operator : public test::OnLine {
     std::string log_;
 };
 
-TEST_F(Operator, QueryTellsWhoControls) {
+TEST_F(Operator, QueryTellsWhoControlsAndIsCutAtItsField) {
     strcpy(curtInfo.curName, "192.168.1.20-ann");
     curtInfo.curOutPre = -2;
     EXPECT_EQ(answerTo("query"), "query|192.168.1.10|0|192.168.1.20-ann|-2");
     curLink_num = 2;
     EXPECT_EQ(answerTo("query and more"), "query|192.168.1.10|1|192.168.1.20-ann|-2");
     EXPECT_EQ(log_, "osd rcv command-->query and more\n");
-}
-
-TEST_F(Operator, QueryIsCutAtItsField) {
+    curLink_num = 0;
     memset(curtInfo.curName, 'n', sizeof curtInfo.curName - 1);
     strcpy(curLocalIp, "192.168.100.100");
     curtInfo.curOutPre = -2147483647;

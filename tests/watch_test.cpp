@@ -1,5 +1,6 @@
 // Heartbeats to the outputs, and the size of the picture.
 
+#include <optional>
 #include <thread>
 
 #include "main/heartbeat.h"
@@ -14,7 +15,9 @@ namespace {
 
 class Heartbeat : public testing::Test {
   protected:
-    Heartbeat() : outputs_(addresses()) {
+    Heartbeat() {
+        sim::makeEth0({"192.168.7.10", "192.168.7.20", "192.168.7.21"});
+        outputs_.emplace(std::vector<std::string>{"192.168.7.20", "192.168.7.21"});
         htBeatSocket = &socket_;
         socket_.CreateUDPServer(41301, 1, true, true);
         for (const char *output : {"192.168.7.20", "0.0.0.0", "192.168.7.21"}) {
@@ -24,38 +27,31 @@ class Heartbeat : public testing::Test {
         curtInfo.curOutPre = 5;
     }
 
-    static std::vector<std::string> addresses() {
-        sim::makeEth0({"192.168.7.10", "192.168.7.20", "192.168.7.21"});
-        return {"192.168.7.20", "192.168.7.21"};
-    }
-
     std::string pass() {
         return test::printedBy([&] { heartbeatPass(socket_); });
     }
 
-    sim::OutputConsoles outputs_;
+    std::optional<sim::OutputConsoles> outputs_;
     UDPSocket socket_;
 };
 
-constexpr char kAlive[] =
-    "[checkConnect]-0: send to output:192.168.7.20 heartbeat\n"
-    "[checkConnect]-0: heartBeat rcv ackheart\n"
-    "[checkConnect]-0: send to output:192.168.7.21 heartbeat\n"
-    "[checkConnect]-0: heartBeat rcv ackheart\n";
-
 TEST_F(Heartbeat, LevelIsLostWithAnOutputAndComesBack) {
-    EXPECT_EQ(pass(), kAlive);
+    EXPECT_EQ(pass(),
+              "[checkConnect]-0: send to output:192.168.7.20 heartbeat\n"
+              "[checkConnect]-0: heartBeat rcv ackheart\n"
+              "[checkConnect]-0: send to output:192.168.7.21 heartbeat\n"
+              "[checkConnect]-0: heartBeat rcv ackheart\n");
     EXPECT_EQ(curtInfo.curOutPre, 5);
-    outputs_.setAnswering("192.168.7.21", false);
+    outputs_->setAnswering("192.168.7.21", false);
     EXPECT_NE(pass().find("not get out 192.168.7.21 heartbeat\n"), std::string::npos);
     EXPECT_EQ(curtInfo.curOutPre, 0);
     EXPECT_EQ(curtInfo.heartPre, 5);
     // Both lost: the level that was saved stays.
-    outputs_.setAnswering("192.168.7.20", false);
+    outputs_->setAnswering("192.168.7.20", false);
     pass();
     EXPECT_EQ(curtInfo.heartPre, 5);
-    outputs_.setAnswering("192.168.7.20", true);
-    outputs_.setAnswering("192.168.7.21", true);
+    outputs_->setAnswering("192.168.7.20", true);
+    outputs_->setAnswering("192.168.7.21", true);
     pass();
     EXPECT_EQ(curtInfo.curOutPre, 5);
 }
