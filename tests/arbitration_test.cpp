@@ -21,6 +21,10 @@ constexpr char kAnn[] = "192.168.1.20-ann";
 class Arbitration : public testing::Test {
   protected:
     Arbitration() {
+        std::vector<std::string> addresses;
+        for (int i = 10; i < 30; ++i) addresses.push_back("192.168.1." + std::to_string(i));
+        sim::makeEth0(addresses);
+        ears_.emplace();
         multi_.CreateUDPServer(41304, 0, false, true);
         apply_.CreateUDPServer(41303, 1, true, true);  // 10 s in the daemon
         operators_.CreateUDPServer(41302, 0, false, true);
@@ -30,19 +34,12 @@ class Arbitration : public testing::Test {
         per = true;
     }
 
-    static bool makeNetwork() {
-        std::vector<std::string> addresses;
-        for (int i = 10; i < 30; ++i) addresses.push_back("192.168.1." + std::to_string(i));
-        sim::makeEth0(addresses);
-        return true;
-    }
-
     // Carries out a command; what the consoles heard. Waits for at least count datagrams.
     Heard of(const std::string &command, std::size_t count = 0) {
         char text[kOperatorDatagram + 1] = {};
         command.copy(text, kOperatorDatagram);
         log_ = test::printedBy([&] { handleOperatorCommand(operators_, text); });
-        return ears_.take(count);
+        return ears_->take(count);
     }
 
     bool logged(const std::string &text) const { return test::holds(log_, text); }
@@ -58,8 +55,7 @@ class Arbitration : public testing::Test {
 
     static std::string saved() { return test::readFile("./quillon.ini"); }
 
-    const bool network_ = makeNetwork();
-    test::ConsoleEars ears_;
+    std::optional<test::ConsoleEars> ears_;
     UDPSocket multi_, apply_, operators_;
     std::string log_;
 };
@@ -113,7 +109,7 @@ TEST_F(Arbitration, HolderIsAskedAndDecides) {
         // Only a 0 in the fourth place refuses, not the code that stands for silence elsewhere.
         {"reply|0|0|2", "reply|0|0|2  end\nsend ---->connect|192.168.1.10|1|192.168.1.22-cid"}};
     for (const auto &[answer, log] : answers) {
-        ears_.answer(answer);
+        ears_->answer(answer);
         of("apply|192.168.1.22-cid|192.168.1.26|5");
         EXPECT_TRUE(logged(log)) << log_;
     }
@@ -225,17 +221,17 @@ std::string load(const std::string &settings) {
     return test::printedBy([] { EXPECT_TRUE(iniCurrentInfo()); });
 }
 
-TEST(LinkTable, NobodyIsLinkedWhateverTheOutputsSay) {
-    curLink_num = 5;
-    curtInfo.curOutPre = 7;
+TEST(LinkTable, IsThatOfTheSettingsCutToItsFields) {
+    curtInfo.heartPre = 7;
     EXPECT_EQ(load("connect_name=0\nconnect_ip0=192.168.1.20\n"),
               "---no user---\nthis chip set abs\n");
-    EXPECT_EQ(curLink_num, 0U);
     const CURRENTINFO empty{};
     EXPECT_EQ(memcmp(&curtInfo, &empty, sizeof empty), 0);
-}
-
-TEST(LinkTable, StoredOutputsAreAPackedList) {
+    load("connect_name=" + std::string(60, 'n') + "\nconnect_ip0=" + std::string(40, '9') + "\n");
+    EXPECT_EQ(std::string(curtInfo.curName), std::string(31, 'n'));
+    EXPECT_EQ(std::string(curtInfo.curOutIp[0]), std::string(15, '9'));
+    EXPECT_STREQ(curtInfo.curOutIp[1], "");
+    // The outputs are a packed list.
     EXPECT_EQ(load("connect_name=192.168.1.20-ann\nconnect_per=-3\nconnect_ip0=192.168.1.20\n"
                    "connect_ip1=192.168.1.21\nconnect_ip2=1.2.34\nconnect_ip3=192.168.1.23\n"
                    "chip_model=relative\n"),
@@ -245,15 +241,11 @@ TEST(LinkTable, StoredOutputsAreAPackedList) {
     EXPECT_TRUE(rel_enable);
 }
 
-TEST(LinkTable, OverlongTextsAreCutToTheirFields) {
-    load("connect_name=" + std::string(60, 'n') + "\nconnect_ip0=" + std::string(40, '9') + "\n");
-    EXPECT_EQ(std::string(curtInfo.curName), std::string(31, 'n'));
-    EXPECT_EQ(std::string(curtInfo.curOutIp[0]), std::string(15, '9'));
-    EXPECT_STREQ(curtInfo.curOutIp[1], "");
-}
-
 TEST_F(Arbitration, ThousandsOfCommandsByChanceGiveWhatTheModelGives) {
     test::LinkModel model;
+    const std::vector<std::optional<std::string>> answers{
+        model.kNoReply, model.kRefusal, model.kRefusal, model.kRefusal,
+        "reply|a|0|1",  "reply|a|0",    "reply|a|0|2",  std::nullopt};
     std::mt19937 random(20261121);
     of("connect|192.168.1.20-ann|192.168.1.20|1", model.connect(kAnn, "192.168.1.20", 1).size());
     for (int i = 0; i < 4000 && !HasFailure(); ++i) {
@@ -264,8 +256,8 @@ TEST_F(Arbitration, ThousandsOfCommandsByChanceGiveWhatTheModelGives) {
             iniCurrentInfo();
             model.restart();
         } else {
-            const auto step = model.randomStep(random, {-1, 0, 0, 0, 0, 1, 1, 1, 2, 3, 4});
-            ears_.answer(step.answer);
+            const auto step = model.randomStep(random, answers);
+            ears_->answer(step.answer);
             EXPECT_EQ(of(step.command, step.heard.size()), step.heard) << step.command;
         }
         EXPECT_EQ(table(), model.table()) << "step " << i;

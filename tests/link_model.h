@@ -23,6 +23,8 @@ struct LinkStep {
 
 struct LinkModel {
     static constexpr char kEndpoint[] = "192.168.1.10";
+    // Of the holder, when he is asked. All other replies grant.
+    static constexpr char kNoReply[] = "what?", kRefusal[] = "reply|a|0|0";
 
     std::string holder;
     int level = 0;
@@ -54,8 +56,8 @@ struct LinkModel {
         return heard;
     }
 
-    // answer is the code that the holder gives, -1 for a text that is none, 2 for no answer.
-    Heard apply(const std::string &name, const std::string &ip, int wanted, int answer) {
+    Heard apply(const std::string &name, const std::string &ip, int wanted,
+                const std::optional<std::string> &answer) {
         if (!outputs.empty() && name == holder) {
             addOutput(ip);
             return {};
@@ -65,9 +67,10 @@ struct LinkModel {
             const std::string me = kEndpoint;
             for (const std::string &output : outputs)
                 heard.push_back("41303>" + output + " apply|" + me + "|" + name);
-            if (answer == -1) return heard;
-            heard.push_back("41302>" + ip + " reply|" + me + "|" + std::to_string(answer));
-            if (answer != 1) return heard;
+            if (answer == kNoReply) return heard;
+            const char *code = !answer ? "2" : answer == kRefusal ? "0" : "1";
+            heard.push_back("41302>" + ip + " reply|" + me + "|" + code);
+            if (*code != '1') return heard;
         }
         if (!outputs.empty())
             heard.push_back("41304>all" + about("disconnect", '0', holder, level));
@@ -105,10 +108,9 @@ struct LinkModel {
     }
 
     /// A command by chance, carried out. Users and outputs are at 192.168.1.20 to 28. One in 25 of
-    /// those that ask the holder is taken, for they take long; the codes of the answers are picked
-    /// from answers: -1 for no reply, 0, 1, 2 for silence, 3 and 4 for replies without one of these
-    /// codes.
-    LinkStep randomStep(std::mt19937 &random, const std::vector<int> &answers) {
+    /// those that ask the holder is taken, for they take long; what he says is one of the answers.
+    LinkStep randomStep(std::mt19937 &random,
+                        const std::vector<std::optional<std::string>> &answers) {
         constexpr const char *kNames[] = {"192.168.1.20-ann", "192.168.1.20-anna",
                                           "192.168.1.21-bob", "192.168.1.22-cid",
                                           "192.168.1.23-a-very-long-user-n"};
@@ -124,13 +126,8 @@ struct LinkModel {
         }
         if (kind < 9 || (asks(name, wanted) && random() % 25 != 0))
             return {"connect" + fields, {}, connect(name, ip, wanted)};
-        const int code = answers[random() % answers.size()];
-        LinkStep step{"apply" + fields, {}, apply(name, ip, wanted, code > 2 ? 1 : code)};
-        // By code; the last three grant as well.
-        constexpr const char *kEnds[] = {"|0", "|1", "", "", "|2"};
-        if (code == -1) step.answer = "what?";
-        if (code >= 0 && code != 2) step.answer = std::string("reply|192.168.1.20|0") + kEnds[code];
-        return step;
+        const auto &answer = answers[random() % answers.size()];
+        return {"apply" + fields, answer, apply(name, ip, wanted, answer)};
     }
 
     /// Name, level and the eight slots, joined by bars.
