@@ -78,6 +78,10 @@ TEST_F(Chip, FindsFramesAmongRubbishAndBackToBack) {
     EXPECT_EQ(ask(bytes).size(), 14U);
     EXPECT_EQ(chip_.counters().frames, 2U);
     EXPECT_EQ(chip_.counters().skipped, 10U);
+    chip_.strictPackets(true);
+    Bytes twice = whole;
+    twice.insert(twice.end(), whole.begin(), whole.end());
+    EXPECT_EQ(ask(twice).size(), 7U) << "a packet holds one frame";
 }
 
 TEST_F(Chip, CutAnywhereIsForgottenAfterTheGap) {
@@ -103,7 +107,7 @@ TEST_F(Chip, KeepsToItsAddress) {
     EXPECT_EQ(computer_.state().text, "a") << "but taken";
 }
 
-TEST_F(Chip, NewSpeedActsAfterARestart) {
+TEST_F(Chip, NewSpeedActsAfterARestartAndStaysUnlessItForgets) {
     EXPECT_EQ(chip_.baud(), 9600);
     EXPECT_EQ(ask(frame(0x08, {})).size(), 56U);
     EXPECT_EQ(ask(frame(0x0F, {})), frame(0x8F, {0}));
@@ -111,22 +115,11 @@ TEST_F(Chip, NewSpeedActsAfterARestart) {
     EXPECT_EQ(chip_.baud(), 115200);
     EXPECT_EQ(ask(frame(0x01, {}), 10ms), kNothing) << "it restarts";
     EXPECT_EQ(ask(frame(0x01, {})).size(), 14U);
-}
-
-TEST_F(Chip, PowerLossKeepsOrForgets) {
     chip_.powerCycle();
     EXPECT_EQ(chip_.baud(), 115200);
     chip_.forgetOnPowerLoss(true);
     chip_.powerCycle();
     EXPECT_EQ(chip_.baud(), 9600);
-}
-
-TEST_F(Chip, StrictPacketsHoldOneFrame) {
-    const Bytes one = frame(0x02, kKeyA);
-    Bytes twice = one;
-    twice.insert(twice.end(), one.begin(), one.end());
-    chip_.strictPackets(true);
-    EXPECT_EQ(ask(twice).size(), 7U);
 }
 
 TEST_F(Chip, PulledCableIsSeenAndReleasesKeys) {

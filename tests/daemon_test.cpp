@@ -119,8 +119,6 @@ TEST_F(OnBoard, RawChipWorksInBothMouseModes) {
     test::expectHeld(settings(), {"com_port=COM3\nbuad_rate=115200\n", "chip_vision=CH9350\n"});
     EXPECT_TRUE(logs("this is ch9350 chip"));
     console::Session session(kBoard, 80, kConsole, 3s);
-    type(kConsole, 'R');
-    EXPECT_TRUE(arrives("R"));
     session.setMouseMode(true);
     const auto by = console::relativeRecord(-8, 3, console::kLeft, 0);
     session.data().send(by.data(), by.size());
@@ -136,30 +134,12 @@ TEST_F(OnBoard, RawChipWorksInBothMouseModes) {
         << "the mode is set again at a start";
 }
 
-TEST_F(OnBoard, EveryBoardStartsItsChipOnItsPort) {
-    struct Row {
-        const char *identifier, *port;
-        int threads;  ///< main, data server, and the video watch where there is one
-    };
-    for (const auto &[identifier, port, threads] :
-         {Row{"QBRD10401m2_3000_R1", "COM2", 3}, Row{"QBRE10401m2_3000_R1", "COM2", 3},
-          Row{"QBRD10401m2_3010_R1", "COM2", 3}, Row{"QBRD10402m_3100_R1_more", "COM2", 3},
-          Row{"QBRE10402n_100_R1", "COM1", 2}, Row{"QBRD10402m_500_R1", "COM1", 3},
-          Row{"QBRD10403n_5000_R1", "COM1", 3}, Row{"QBRF1040pm_300_R1", "COM0", 3}}) {
-        SCOPED_TRACE(identifier);
-        options_.identifier = identifier;
-        startListening(std::string(kFast) + "com_port=COM0\n");
-        test::expectHeld(settings(), {port, "chip_vision=CH9329"});
-        const std::string tasks = "/proc/" + std::to_string(board_->daemon()->pid()) + "/task";
-        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(tasks), {}), threads);
-        type(kConsole, 'k');
-        EXPECT_TRUE(arrives("k"));
-        board_.reset();
-    }
-}
-
 TEST_F(OnBoard, RecordsDuringALinkTestAreNotSent) {
+    options_.identifier = "QBRE10402n_100_R1";
     startListening(kFast);
+    const std::string tasks = "/proc/" + std::to_string(board_->daemon()->pid()) + "/task";
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(tasks), {}), 2)
+        << "main and data server: it has no video input";
     console::Endpoint operators(kBoard, 41302, kConsole);
     operators.send("[seq]\n\n\nusb_is_link_pc", 23);
     // The test strokes Num Lock: only then is it sure to run.
@@ -197,7 +177,8 @@ TEST_F(OnBoard, PictureIsFollowed) {
 }
 
 TEST_F(OnBoard, DatagramsOfAnySizeAndKindLeaveItAlive) {
-    startListening(kFast);
+    options_.identifier = "QBRF1040pm_300_R1";
+    startListening(std::string(kFast) + "com_port=COM0\n");
     std::mt19937 random(1);
     for (const unsigned port : {80U, 41302U, 41303U, 41304U}) {
         console::Endpoint endpoint(kBoard, static_cast<std::uint16_t>(port), kConsole);

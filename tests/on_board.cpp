@@ -1,6 +1,6 @@
 #include "on_board.h"
 
-#include "input.h"
+#include "records.h"
 
 namespace test {
 
@@ -28,11 +28,9 @@ void OnBoard::startListening(const std::string &settings) {
 }
 
 void OnBoard::type(const std::string &from, char character, const std::string &tag) {
-    std::vector<console::Datagram> records;
-    std::string error;
-    ASSERT_TRUE(console::typeText(std::string(1, character), records, error));
     console::Endpoint endpoint(kBoard, 80, from);
-    for (const console::Datagram &record : records) {
+    for (const console::Stroke &stroke : {*console::strokeOf(character), console::Stroke{}}) {
+        const auto record = console::keyboardRecord(stroke);
         const std::string bytes = tag + std::string(record.begin(), record.end());
         endpoint.send(bytes.data(), bytes.size());
     }

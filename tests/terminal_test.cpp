@@ -3,6 +3,7 @@
 #include <csignal>
 #include <future>
 
+#include "datagram_socket.h"
 #include "keymap.h"
 #include "on_board.h"
 #include "tmux.h"
@@ -84,8 +85,7 @@ TEST_F(Terminal, MousePointsClicksAndFollowsTheWindow) {
     EXPECT_TRUE(at(960, 540));
     terminal_->send("\x1b[<0;40;11M\x1b[<0;40;11m\x1b[<2;40;11M\x1b[<2;40;11m\x1b[<65;40;11M");
     EXPECT_TRUE(sees("turned by -1")) << seen_;
-    EXPECT_NE(seen_.find("left down"), std::string::npos);
-    EXPECT_NE(seen_.find("right down"), std::string::npos);
+    test::expectHeld(seen_, {"left down", "right down"});
     terminal_->resize(120, 40);
     EXPECT_TRUE(terminal_->shows("mouse: positions"));
     terminal_->send("\x1b[<35;119;35M");
@@ -131,12 +131,38 @@ TEST_F(Terminal, HolderIsAskedAndTakenOver) {
     ASSERT_TRUE(terminal_->shows("192.168.1.21-bob asks for control"));
     terminal_->send("\x1b[?15u\x1b[97;1:1u");
     EXPECT_TRUE(keyIs(0x04));
-    terminal_->send("\x1b[93;5:1u\x1b[93;5:3uy");
+    // This question came soon after another: an answer within a second would be to that one.
+    EXPECT_TRUE(test::comesTrue(
+        [&] {
+            terminal_->send("\x1b[93;5:1u\x1b[93;5:3uy");
+            return granted.wait_for(1500ms) == std::future_status::ready;
+        },
+        8s));
     EXPECT_EQ(granted.get(), "192.168.1.21-bob");
     EXPECT_TRUE(keyIs(0)) << "held when control went";
     EXPECT_TRUE(terminal_->shows("held by 192.168.1.21-bob, level 5"));
     terminal_->send("z");
     EXPECT_TRUE(terminal_->shows("refused: the endpoint takes nothing from 192.168.1.20"));
+}
+
+TEST_F(Terminal, ForgedMessagesNeitherTakeControlNorHideWhoApplies) {
+    startControl("--apply", "per_enable=1\nconnect_name=0\n");
+    ASSERT_TRUE(terminal_->shows("held by 192.168.1.20-ann (you), level 5"));
+    // Of an address that is no endpoint's.
+    console::DatagramSocket mallory(kOther, 0, kOther);
+    const auto forge = [&](const std::string &text) { mallory.send("192.168.1.20", 2333, text); };
+    terminal_->send("\x1b[?15u\x1b[97;1:1u");
+    ASSERT_TRUE(keyIs(0x04));
+    forge("disconnect|192.168.1.10|0|192.168.1.20-ann|5");
+    EXPECT_TRUE(terminal_->shows("192.168.1.21 (calls itself 192.168.1.10): 192.168.1.20-ann"));
+    for (int i = 0; i < 100; ++i) forge("apply|192.168.1.10|mallory" + std::to_string(i));
+    EXPECT_TRUE(terminal_->shows("mallory0 asks for control of 192.168.1.21"));
+    console::Endpoint(kBoard, 41302, "192.168.1.30")
+        .send("apply|192.168.1.30-bob|192.168.1.30|5", 37);
+    EXPECT_TRUE(
+        terminal_->shows("192.168.1.30-bob asks for control of 192.168.1.10 (and 100 more)"))
+        << terminal_->screen();
+    EXPECT_EQ(board_->computer().state().keys[0], 0x04) << "it let go";
 }
 
 TEST_F(Terminal, SoftwaresKeysAreTakenFromAnybody) {
@@ -152,7 +178,7 @@ TEST_F(Terminal, LostEndpointShowsAndComesBackByItself) {
     EXPECT_TRUE(keyIs(0x04));
     const pid_t daemon = board_->daemon()->pid();
     kill(daemon, SIGSTOP);
-    EXPECT_TRUE(terminal_->shows("THE ENDPOINT IS LOST", 3000ms));
+    EXPECT_TRUE(terminal_->shows("THE ENDPOINT IS LOST", 3s));
     terminal_->send("\x1b[97;1:3u");
     kill(daemon, SIGCONT);
     EXPECT_TRUE(terminal_->shows("answers in"));
