@@ -97,6 +97,7 @@ TEST_F(ChipSetup, ParameterReplyCountsOnlyAtItsExactLength) {
     ports_.attach(3, device_);
     device_.answer('?', test::Bytes(5, 0x22));  // on the line before, and drained
     MySerial::nwrite("?", 1);
+    device_.waitFor(1);
     for (const std::size_t size : {56U, 55U, 71U, 300U}) {
         device_.answer(0x0A, test::Bytes(size, 0x11));
         char room[64 + 1];

@@ -6,6 +6,7 @@
 
 namespace {
 
+using namespace std::chrono_literals;
 using test::Bytes;
 
 using Forwarding = test::OnLine;
@@ -51,6 +52,24 @@ TEST_F(Forwarding, LinkTestFindsTheComputerAndLeavesNumLock) {
         EXPECT_EQ(computer_.state().reports, before);
         chip.plug();
     }
+}
+
+TEST_F(Forwarding, LinkTestWaitsForALateStatus) {
+    // Answers every question for the status after 100 ms, with Num Lock the other way.
+    struct Slow : sim::SerialDevice {
+        int baud() override { return 115200; }
+        void receive(sim::SerialLine &line, const std::uint8_t *bytes, std::size_t count,
+                     sim::Clock::time_point) override {
+            if (bytes[count - 1] != 0x40) return;
+            leds ^= 1;
+            line.send({0x57, 0xAB, 0x12, 0, 0, 0, 0, leds, 0, 0, 0}, 115200, 100ms);
+        }
+        std::uint8_t leds = 0;
+    } slow;
+    ports_.attach(3, slow);
+    version = false;
+    EXPECT_TRUE(query_usb_link());
+    ports_.attach(3, device_);
 }
 
 TEST_F(Forwarding, LinkTestStrokesOnceWithoutAnAnswer) {

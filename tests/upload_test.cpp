@@ -1,5 +1,6 @@
 #include "upload.h"
 
+#include <poll.h>
 #include <sys/msg.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -153,6 +154,19 @@ TEST_F(Upload, SpeaksTheCommandsOfEveryKindAndLeavesTheImageInMemory) {
         EXPECT_NE(access(kind.name, F_OK), 0) << "the uploaded file goes";
         EXPECT_NE(access("touched", F_OK), 0) << "its name reached a shell";
     }
+}
+
+TEST_F(Upload, LateAnswerOfOneBoardIsNoneForTheNext) {
+    wire();
+    test::writeFile("a.mot", image(1, 1));
+    MyUpdata file("a.mot");
+    ASSERT_TRUE(file.FileCheckOut());
+    MySerial::nwrite("(ERO1)", 6);
+    pollfd answered{MySerial::fd_, POLLIN, 0};
+    ASSERT_EQ(poll(&answered, 1, 5000), 1);
+    mcu_->setMood(Microcontroller::kRefuses);
+    log_ = printedBy([&] { EXPECT_FALSE(file.UploadMotFile(1)); });
+    EXPECT_TRUE(logged("earse .mot of muc failed!")) << log_;
 }
 
 TEST_F(Upload, AnswersInPiecesAreJoinedAndRefusalsEndTheBoard) {
