@@ -109,8 +109,6 @@ TEST(SetUpBoard, SetsPinsPortAndFamilyOfEveryBoard) {
     }
     EXPECT_TRUE(isIdleBoard("QBRD10401m2_3020_R1"));
     EXPECT_FALSE(hasCh9329("QBRD10401m2_3020_R1"));
-    set_usb_power(true, QBX_3000);
-    EXPECT_EQ(registers.get(0x120F0170), 1U);
 }
 
 TEST(SetUsbPower, UnreadableRegisterIsReportedOnceAndNotWritten) {

@@ -110,7 +110,7 @@ TEST_F(ChipCommands, CntReadGathersUntilTheLineIsQuiet) {
 }
 
 TEST_F(ChipCommands, CntReadKeepsNoMoreThanItsRoomAndCutsABabblerOff) {
-    device_.babble(true);
+    device_.babble();
     MySerial::nwrite("?", 1);
     char destination[kReplyRoom + 1];
     destination[kReplyRoom] = 'x';

@@ -6,6 +6,7 @@
 
 #include "board.h"
 #include "commands.h"
+#include "records.h"
 #include "support.h"
 
 namespace test {
@@ -17,24 +18,61 @@ constexpr char kFast[] = "buad_rate=115200\n";
 
 class OnBoard : public testing::Test {
   protected:
-    OnBoard();
+    OnBoard() {
+        options_.consoles = {kConsole, kOther, kThird};
+        options_.daemon = PROGRAM_DIR "/quillon";
+        options_.preload = PROGRAM_DIR "/libquillon_uart.so";
+    }
 
     /// The board without its daemon.
-    void make(const std::string &settings);
-    void start(const std::string &settings);
-    void startListening(const std::string &settings);
+    void make(const std::string &settings) {
+        options_.settings = settings;
+        board_ = std::make_unique<sim::Board>(options_);
+    }
+
+    void start(const std::string &settings) {
+        make(settings);
+        board_->start();
+    }
+
+    void startListening(const std::string &settings) {
+        start(settings);
+        ASSERT_TRUE(board_->waitUntilListening(std::chrono::seconds(20)));
+    }
 
     /// Types a character from an address; tag comes before each record.
-    void type(const std::string &from, char character, const std::string &tag = "");
+    void type(const std::string &from, char character, const std::string &tag = "") {
+        console::Endpoint endpoint(kBoard, 80, from);
+        for (const console::Stroke &stroke : {*console::strokeOf(character), console::Stroke{}}) {
+            const auto record = console::keyboardRecord(stroke);
+            const std::string bytes = tag + std::string(record.begin(), record.end());
+            endpoint.send(bytes.data(), bytes.size());
+        }
+    }
+
     /// Does the computer come to have this text, or to be like this?
-    bool arrives(const std::string &text);
-    bool becomes(const std::function<bool(const sim::Computer::State &)> &wanted);
+    bool arrives(const std::string &text) {
+        return becomes([&](const auto &state) { return state.text == text; });
+    }
+    bool becomes(const std::function<bool(const sim::Computer::State &)> &wanted) {
+        return board_->computer().waitFor(wanted, std::chrono::seconds(10));
+    }
     /// Does it come to hold this key first? 0: none.
-    bool keyIs(std::uint8_t usage);
+    bool keyIs(std::uint8_t usage) {
+        return becomes([&](const auto &state) { return state.keys[0] == usage; });
+    }
+
     /// The answer to a text, "no answer" after 3 s.
-    std::string ask(const std::string &request, unsigned port = 80);
-    bool logs(const std::string &line);
-    std::string settings();
+    std::string ask(const std::string &request, std::uint16_t port = 80) {
+        return console::Endpoint(kBoard, port, kConsole)
+            .ask(request, std::chrono::seconds(3))
+            .value_or("no answer");
+    }
+
+    bool logs(const std::string &line) {
+        return board_->daemon()->waitForLine(line, std::chrono::seconds(10)).has_value();
+    }
+    std::string settings() { return readFile(board_->settingsFile()); }
 
     sim::BoardOptions options_;
     std::unique_ptr<sim::Board> board_;

@@ -1,6 +1,7 @@
 #include "main/operator_loop.h"
 
 #include "on_line.h"
+#include "registers.h"
 #include "state.h"
 #include "udpsocket/udpsocket.h"
 
@@ -47,6 +48,7 @@ TEST_F(Operator, QueryTellsWhoControlsAndIsCutAtItsField) {
 }
 
 TEST_F(Operator, SettingsAreKeptAndTakeEffect) {
+    sim::Registers registers;
     version = true;
     EXPECT_EQ(answerTo("chip=relative"), "");
     EXPECT_EQ(log_.rfind("osd rcv command-->chip=relative\nQMX set chip model:relative\n", 0), 0U);
@@ -56,6 +58,7 @@ TEST_F(Operator, SettingsAreKeptAndTakeEffect) {
     answerTo("per_enable=12");
     EXPECT_TRUE(per);
     answerTo("kUsbPower=1");
+    EXPECT_EQ(registers.get(0x120F0170), 1U);
     test::expectHeld(test::readFile("./quillon.ini"),
                      {"usb_power=1\n", "chip_model=rel\n", "per_enable=12\n"});
     answerTo("chip=abs");

@@ -67,36 +67,4 @@ std::size_t descriptors() {
         std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
 }
 
-void ScriptedDevice::receive(sim::SerialLine &line, const std::uint8_t *bytes, std::size_t count,
-                             sim::Clock::time_point) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    heard_.insert(heard_.end(), bytes, bytes + count);
-    if (bytes[count - 1] == trigger_) line.send(answer_, baud_, {});
-    for (int i = 0; babbling_ && i < 4 * 128; ++i)
-        line.send(Bytes(4, 0x42), baud_, std::chrono::milliseconds(1));
-    changed_.notify_all();
-}
-
-void ScriptedDevice::answer(std::uint8_t lastByte, const Bytes &with) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    trigger_ = lastByte;
-    answer_ = with;
-}
-
-void ScriptedDevice::babble(bool on) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    babbling_ = on;
-}
-
-Bytes ScriptedDevice::heard() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return heard_;
-}
-
-Bytes ScriptedDevice::waitFor(std::size_t count) const {
-    std::unique_lock<std::mutex> lock(mutex_);
-    changed_.wait_for(lock, std::chrono::seconds(5), [&] { return heard_.size() >= count; });
-    return heard_;
-}
-
 }  // namespace test

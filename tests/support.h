@@ -3,17 +3,13 @@
 
 #include <gtest/gtest.h>
 
-#include <condition_variable>
 #include <cstring>
 #include <functional>
-#include <mutex>
 #include <string>
 
 #include "serial_ports.h"
 
 namespace test {
-
-using sim::Bytes;
 
 /// What a piece of code printed on standard output.
 std::string printedBy(const std::function<void()> &code);
@@ -39,31 +35,5 @@ bool comesTrue(const std::function<bool()> &isSo, std::chrono::milliseconds time
 
 /// How many descriptors this process has open.
 std::size_t descriptors();
-
-/// Says on a serial line what it is told to, and remembers what it heard.
-class ScriptedDevice : public sim::SerialDevice {
-  public:
-    int baud() override { return baud_; }
-    void receive(sim::SerialLine &line, const std::uint8_t *bytes, std::size_t count,
-                 sim::Clock::time_point at) override;
-
-    /// Answers every request that ends in byte with these bytes.
-    void answer(std::uint8_t lastByte, const Bytes &with);
-    /// Answers everything, without end, until told otherwise.
-    void babble(bool on);
-    void setBaud(int baud) { baud_ = baud; }
-
-    Bytes heard() const;
-    /// Waits until it heard at least count bytes; what it heard.
-    Bytes waitFor(std::size_t count) const;
-
-  private:
-    mutable std::mutex mutex_;
-    mutable std::condition_variable changed_;
-    Bytes heard_, answer_;
-    int trigger_ = -1;
-    bool babbling_ = false;
-    int baud_ = 115200;
-};
 
 }  // namespace test
