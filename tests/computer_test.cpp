@@ -21,16 +21,17 @@ class Typing : public testing::Test {
         report(0, {});
     }
 
+    void type(const std::string &text) {
+        for (const char c : text) press(console::strokeOf(c).value());
+    }
+
     sim::Computer computer_;
 };
 
 TEST_F(Typing, AllPrintableCharactersArrive) {
     std::string all = "\t\n";
     for (char c = ' '; c < 0x7F; ++c) all += c;
-    for (const char c : all) {
-        ASSERT_TRUE(console::strokeOf(c)) << c;
-        press(*console::strokeOf(c));
-    }
+    type(all);
     EXPECT_EQ(computer_.state().text, all);
 }
 
@@ -45,10 +46,7 @@ TEST_F(Typing, HeldKeyTypesOnceAndSecondKeyBesideItTypesToo) {
 TEST_F(Typing, CapsLockInvertsLettersOnlyAndBackspaceTakesBack) {
     press({0, console::kUsageCapsLock});
     EXPECT_EQ(computer_.state().leds, sim::kCapsLed);
-    press(*console::strokeOf('a'));
-    press(*console::strokeOf('A'));
-    press(*console::strokeOf('1'));
-    press(*console::strokeOf('!'));
+    type("aA1!");
     EXPECT_EQ(computer_.state().text, "Aa1!");
     press({0, console::kUsageBackspace});
     EXPECT_EQ(computer_.state().text, "Aa1");

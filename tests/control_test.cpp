@@ -4,89 +4,58 @@
 #include "console_ears.h"
 #include "link_control.h"
 #include "link_messages.h"
-#include "link_model.h"
 #include "on_board.h"
 #include "printable.h"
 
 namespace {
 
 using namespace std::chrono_literals;
-using test::kBoard, test::kConsole, test::kFast, test::kOther;
+using test::kBoard, test::kConsole, test::kFast, test::kOther, test::kThird;
 
 class Control : public test::OnBoard {
   protected:
-    Control() {
-        options_.consoles.clear();
-        for (int i = 20; i < 29; ++i) options_.consoles.push_back("192.168.1." + std::to_string(i));
-    }
-
     // A holder whose consoles are pinged.
     void startHeldByAnn() {
         startListening(std::string(kFast) +
                        "per_enable=1\nconnect_name=192.168.1.20-ann\nconnect_per=5\n"
                        "connect_ip0=192.168.1.20\nconnect_ip1=192.168.1.21\n");
-        ears_.emplace();
     }
-
-    // Who controls it once the daemon is done with a command.
-    std::string after(const std::string &command) {
-        const auto holder = console::Session(kBoard, 80, kConsole, 2s).holderAfter(command, 15s);
-        return holder.user + "|" + std::to_string(holder.level) + (holder.linked ? "" : " free");
-    }
-
-    std::optional<test::ConsoleEars> ears_;
 };
-
-TEST_F(Control, CommandsByChanceGiveWhatTheModelGives) {
-    startListening(kFast);
-    // No heartbeats: those are only there when permissions are on at start.
-    console::Session(kBoard, 80, kConsole, 3s).setPermissions(true);
-    ears_.emplace();
-    test::LinkModel model;
-    std::mt19937 random(7);
-    for (int i = 0; i < 150 && !HasFailure(); ++i) {
-        const auto step = model.randomStep(random, {model.kNoReply, model.kRefusal, "reply|a|0|1"});
-        ears_->answer(step.answer);
-        EXPECT_EQ(after(step.command), model.holder + "|" + std::to_string(model.level) +
-                                           (model.outputs.empty() ? " free" : ""));
-        EXPECT_EQ(ears_->take(step.heard.size()), step.heard) << step.command;
-        if (i % 100 != 99) continue;
-        EXPECT_TRUE(test::holds(settings(), model.settings())) << settings();
-        board_->powerCycle();
-        ASSERT_TRUE(board_->waitUntilListening(20s));
-        model.restart();
-    }
-}
 
 TEST_F(Control, OperatorsAreServedOneAfterTheOther) {
     startHeldByAnn();
-    ears_->answer("reply|a|b|1");
-    console::Endpoint cid(kBoard, 41302, "192.168.1.22"), bob(kBoard, 41302, kOther);
-    cid.send("apply|192.168.1.22-cid|192.168.1.22|5", 37);
+    test::ConsoleEars ears;
+    ears.answer("reply|a|b|1");
+    console::Endpoint cid(kBoard, 41302, kThird), bob(kBoard, 41302, kOther);
+    cid.send("apply|192.168.1.30-cid|192.168.1.30|5", 37);
     bob.send("connect|192.168.1.21-bob|192.168.1.21|5", 39);
-    const std::string asked = "apply|192.168.1.10|192.168.1.22-cid";
+    const std::string asked = "apply|192.168.1.10|192.168.1.30-cid";
     const std::string bobHasIt = "connect|192.168.1.10|1|192.168.1.21-bob|5";
-    EXPECT_EQ(ears_->take(7),
-              (test::Heard{"41303>192.168.1.20 " + asked, "41303>192.168.1.21 " + asked,
-                           "41302>192.168.1.22 reply|192.168.1.10|1",
-                           "41304>all disconnect|192.168.1.10|0|192.168.1.20-ann|5",
-                           "41304>all connect|192.168.1.10|1|192.168.1.22-cid|5",
-                           "41304>192.168.1.22 " + bobHasIt, "41304>192.168.1.21 " + bobHasIt}));
+    const std::vector<std::string> expected{
+        "41303>192.168.1.20 " + asked,
+        "41303>192.168.1.21 " + asked,
+        "41302>192.168.1.30 reply|192.168.1.10|1",
+        "41304>all disconnect|192.168.1.10|0|192.168.1.20-ann|5",
+        "41304>all connect|192.168.1.10|1|192.168.1.30-cid|5",
+        "41304>192.168.1.30 " + bobHasIt,
+        "41304>192.168.1.21 " + bobHasIt};
+    EXPECT_EQ(ears.take(7), expected);
 }
 
 TEST_F(Control, LinkedConsoleMaySendUntilItIsTakenOver) {
     startHeldByAnn();
-    type("192.168.1.22", 'x');
+    console::Session session(kBoard, 80, kConsole, 2s);
+    type(kThird, 'x');
     type(kConsole, 'a');
     type(kOther, 'b');
-    type("192.168.1.22", 's', "software=");
+    type(kThird, 's', "software=");
     // Records and commands are served by two threads: only what has arrived came before the apply.
     EXPECT_TRUE(arrives("abs"));
-    EXPECT_EQ(after("apply|192.168.1.22-cid|192.168.1.22|6"), "192.168.1.22-cid|6");
+    EXPECT_EQ(session.holderAfter("apply|192.168.1.30-cid|192.168.1.30|6", 15s).level, 6);
     type(kConsole, 'x');
-    type("192.168.1.22", 'c');
+    type(kThird, 'c');
     EXPECT_TRUE(arrives("absc"));
-    EXPECT_EQ(after("disconnect|192.168.1.22-cid"), "|0 free");
+    EXPECT_FALSE(session.holderAfter("disconnect|192.168.1.30-cid", 15s).linked);
 }
 
 TEST(LinkMessages, AreReadWholeOrNotAtAll) {

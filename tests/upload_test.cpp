@@ -111,7 +111,6 @@ class Upload : public testing::Test {
 
     bool logged(const std::string &text) const { return test::holds(log_, text); }
 
-    [[maybe_unused]] const int priority_ = nice(-10);
     std::optional<Microcontroller> mcu_;
     std::optional<sim::SerialPorts> ports_;
     std::string log_;
