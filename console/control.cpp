@@ -63,12 +63,13 @@ class Control {
             wait();
             const auto now = Clock::now();
             readTerminal(now);
+            // Before new ones: the same user may be asked for again.
+            while (const auto late = questions_.takeLate(now))
+                news_ = "too late: " + late->message.user + " got no answer";
             ports_.serve([this](const DatagramSocket::Received &datagram) { take(datagram); });
             endpoint_.serve(now);
             feedPaste();
             followHolder();
-            if (const auto late = questions_.takeLate(now))
-                news_ = "too late: " + late->message.user + " got no answer";
             show(now);
         }
     }
@@ -173,7 +174,9 @@ class Control {
     // What is down can only be let go as software's record: others are not taken any more.
     void lostControl() {
         // Also what was let go just now: the endpoint may not have taken that any more.
-        const bool held = !endpoint_.input().keysAtRest() || forwarder_.pasting();
+        const HealedInput &input = endpoint_.input();
+        const bool held =
+            !input.keysAtRest() || input.button() != kNoButton || forwarder_.pasting();
         forwarder_.letGo();
         forwarder_.stopPaste();
         if (held) endpoint_.releaseAsSoftware();

@@ -181,8 +181,10 @@ void ControlledEndpoint::askWhoControls(Time now) {
 }
 
 void ControlledEndpoint::releaseAsSoftware() {
-    const KeyboardRecord record = keyboardRecord({});
-    trySend(records_, "software=" + std::string(record.begin(), record.end()));
+    constexpr int kTimes = 3;
+    for (int times = 0; times < kTimes; ++times)
+        for (const Datagram &record : input_.released())
+            trySend(records_, "software=" + std::string(record.begin(), record.end()));
 }
 
 void ControlledEndpoint::finish() {

@@ -29,7 +29,11 @@ bool setUp(int fd, const sockaddr_in &local, const in_addr &own, DatagramSocket:
         bind(fd, reinterpret_cast<const sockaddr *>(&local), sizeof local) != 0 ||
         setsockopt(fd, IPPROTO_IP, IP_MULTICAST_IF, &own, sizeof own) != 0)
         return false;
-    if (!IN_MULTICAST(ntohl(local.sin_addr.s_addr))) return true;
+    if (!IN_MULTICAST(ntohl(local.sin_addr.s_addr))) {
+        // From here on nobody else takes the port, and with it what comes.
+        const int alone = 0;
+        return setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &alone, sizeof alone) == 0;
+    }
     const ip_mreq membership{local.sin_addr, own};
     return setsockopt(fd, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof membership) == 0;
 }

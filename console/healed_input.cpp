@@ -87,6 +87,12 @@ void HealedInput::releaseAll() {
     refresh();
 }
 
+std::vector<Datagram> HealedInput::released() const {
+    std::vector<Datagram> records{datagram(keyboardRecord({}))};
+    if (placed_ && !relative_) records.push_back(datagram(absoluteRecord(x_, y_, kNoButton, 0)));
+    return records;
+}
+
 void HealedInput::refresh() {
     add(kKeys, datagram(keyboardRecord(keyboard_)));
     if (placed_ || relative_) add(kButton, pointerRecord());

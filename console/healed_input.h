@@ -61,6 +61,9 @@ class HealedInput {
     Button button() const { return button_; }
     void turnWheel(std::int8_t notches);
 
+    /// The records that say that everything is up, without movements: those cannot be wrapped as
+    /// software's.
+    std::vector<Datagram> released() const;
     /// Everything up, and said now.
     void releaseAll();
     /// The present state once more: the endpoint may have lost it.

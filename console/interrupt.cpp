@@ -15,7 +15,7 @@ void catchSignals() {
         if (sig != SIGHUP || before.sa_handler != SIG_IGN) sigaction(sig, &stop, nullptr);
     }
     signal(SIGPIPE, SIG_IGN);
-    signal(SIGTSTP, SIG_IGN);
+    for (const int sig : {SIGTSTP, SIGTTIN, SIGTTOU}) signal(sig, SIG_IGN);
 }
 
 }  // namespace console

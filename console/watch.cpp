@@ -31,6 +31,16 @@ std::string now(const char *format) {
     return text;
 }
 
+// A text of others must not look like another line where a terminal breaks a long one: what is
+// longer than any message is cut, and blanks do not move it to the margin.
+std::string onOneLine(const std::string &words) {
+    constexpr std::size_t kLongest = 200;
+    std::string line;
+    for (const char c : printable(words.substr(0, kLongest)))
+        if (c != ' ' || line.empty() || line.back() != ' ') line += c;
+    return line + (words.size() > kLongest ? "..." : "");
+}
+
 // So many lines in a second for each sender; the rest of a flood is counted.
 class Throttle {
   public:
@@ -78,7 +88,7 @@ class Watch {
             std::vector<pollfd> fds{{inputOpen ? STDIN_FILENO : -1, POLLIN, 0}};
             ports_.addTo(fds);
             const bool restless = !questions_.empty() || flooded_;
-            const int ready = poll(fds.data(), fds.size(), restless ? 200 : -1);
+            const int ready = poll(fds.data(), fds.size(), restless ? 200 : 1000);
             forgetOldQuestions();
             tellSurplus();
             if (ready <= 0) continue;
@@ -100,7 +110,7 @@ class Watch {
             console::print(line, true);
         } else {
             printf("%s  %-15s  %s\n", now("%T").c_str(), datagram.sender.c_str(),
-                   printable(words).c_str());
+                   onOneLine(words).c_str());
         }
         fflush(stdout);
     }

@@ -89,7 +89,9 @@ int connectTo(const std::string &name) {
 std::string converse(const std::string &name, const std::string &request, pid_t &answerer) {
     const int fd = connectTo(name);
     const int on = 1;
+    const timeval patience{10, 0};  // with one that is stopped
     setsockopt(fd, SOL_SOCKET, SO_PASSCRED, &on, sizeof on);
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
     send(fd, request.data(), request.size(), MSG_NOSIGNAL);
 
     char text[kLongestText];

@@ -159,7 +159,7 @@ TEST(FullDisk, IsNoticed) {
     const Responder operators(41302, [](const std::string &) { return "ip=1\n"; });
     for (const char *command :
          {"quillon-console --to 127.0.0.1 settings >/dev/full", "quillon-console --help >/dev/full",
-          "quillon-board --trace /dev/full -- true",
+          "quillon-board --trace /dev/full -- true", "quillon-board --help >/dev/full",
           "quillon-board -- quillon-console --to 192.168.1.10 type a >/dev/full",
           "mkdir -p /kept && ln -s /dev/full /kept/quillon.log; quillon-board --keep /kept -- "
           "true"}) {
@@ -235,6 +235,7 @@ TEST(Questions, AFloodLeavesRoomForOthers) {
     const unsigned number = questions.front().number;
     EXPECT_TRUE(questions.remove(number));
     EXPECT_FALSE(questions.remove(number));
+    EXPECT_EQ(questions.find(number), nullptr);
     EXPECT_FALSE(questions.takeLate(now + 10s));
     for (int i = 0; i < 16; ++i) EXPECT_TRUE(questions.takeLate(now + 11s));
     EXPECT_TRUE(questions.empty());
@@ -246,10 +247,11 @@ TEST(Discovery, AnAnswerCountsForWhoSentItOnce) {
     discovery.take({"query|192.168.1.10|1|bob|5", "192.168.1.66", 41302});
     discovery.take({"query|kEth0Ip|0||0", kBoard, 41302});
     discovery.take({"query|192.168.1.10|1|mallory|5", kBoard, 41302});
+    discovery.take({"garbage", "192.168.1.67", 41302});
     ASSERT_EQ(discovery.found().size(), 2U);
     EXPECT_EQ(discovery.found()[0].address, "192.168.1.66");
     EXPECT_FALSE(discovery.found()[1].holder.linked);
-    EXPECT_EQ(discovery.surplus(), 1U);
+    EXPECT_EQ(discovery.surplus(), 2U);
 }
 
 using Attack = test::OnBoard;

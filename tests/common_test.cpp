@@ -78,12 +78,15 @@ void *raise(void *word) {
     return nullptr;
 }
 
-TEST(CreateThread, IsJoinableUnlessDetached) {
+TEST(CreateThread, RunsDetachedAndJoinable) {
     int word = 0;
     const pthread_t joinable = CreateThread(raise, 0, 1, false, &word);
     ASSERT_NE(joinable, 0U);
     ASSERT_EQ(pthread_join(joinable, nullptr), 0);
     EXPECT_EQ(word, 1);
+    word = 0;
+    ASSERT_NE(CreateThread(raise, 0, 1, true, &word), 0U);
+    while (sharedLoad(word) == 0) sched_yield();
 }
 
 }  // namespace
