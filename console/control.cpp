@@ -23,7 +23,7 @@ using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
 constexpr auto kRedraw = 33ms, kTick = 500ms;
-constexpr auto kReaction = 1s;  // of a person to a new line
+constexpr std::chrono::seconds kReaction(1);  // of a person to a new line
 constexpr std::size_t kLongestLine = 4096;
 
 volatile std::sig_atomic_t resized = 0;
@@ -371,7 +371,7 @@ class Control {
     // What the person has seen for a while. A question that comes in the place of another must not
     // get the answer to that.
     void noteShown(Clock::time_point now) {
-        constexpr auto kQuiet = 10s;
+        constexpr std::chrono::seconds kQuiet(10);
         const unsigned number = questions_.empty() ? 0 : questions_.front().number;
         if (number == shown_) return;
         if (shown_ != 0) replaced_ = now;
