@@ -1,5 +1,3 @@
-#include "bench_board.h"
-
 #include <unistd.h>
 
 #include <algorithm>
@@ -7,15 +5,17 @@
 #include <fstream>
 #include <stdexcept>
 
+#include "bench/bench_board.h"
+
 namespace bench {
 
-console::Datagram record(Record kind, int i) {
+quillon::Datagram record(Record kind, int i) {
     if (kind == Record::kKeyboard)
-        return console::datagram(
-            console::keyboardRecord({0, static_cast<std::uint8_t>(i % 2 == 0 ? 0x04 : 0)}));
-    return console::datagram(console::absoluteRecord(static_cast<std::uint16_t>(i % 1920),
+        return quillon::datagram(
+            quillon::keyboardRecord({0, static_cast<std::uint8_t>(i % 2 == 0 ? 0x04 : 0)}));
+    return quillon::datagram(quillon::absoluteRecord(static_cast<std::uint16_t>(i % 1920),
                                                      static_cast<std::uint16_t>(i % 1080),
-                                                     console::kNoButton, 0));
+                                                     quillon::kNoButton, 0));
 }
 
 BenchBoard::BenchBoard(const std::string &program, bool paced, unsigned consoles) {
@@ -45,8 +45,8 @@ BenchBoard::~BenchBoard() {
     board_->chip().onFrame(nullptr);
 }
 
-std::unique_ptr<console::Endpoint> BenchBoard::console(unsigned i) const {
-    return std::make_unique<console::Endpoint>(board_->options().address, 80,
+std::unique_ptr<quillon::Endpoint> BenchBoard::console(unsigned i) const {
+    return std::make_unique<quillon::Endpoint>(board_->options().address, 80,
                                                board_->options().consoles.at(i));
 }
 

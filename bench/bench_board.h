@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "board.h"
-#include "endpoint.h"
-#include "input.h"
-#include "records.h"
+#include "protocol/input.h"
+#include "protocol/records.h"
+#include "sim/board.h"
+#include <quillon/endpoint.h>
 
 namespace bench {
 
@@ -19,7 +19,7 @@ using sim::Clock;
 enum class Record { kKeyboard, kPosition };
 
 /// One record for the i-th time; each differs from the one before.
-console::Datagram record(Record kind, int i);
+quillon::Datagram record(Record kind, int i);
 
 class BenchBoard {
   public:
@@ -31,7 +31,7 @@ class BenchBoard {
     BenchBoard &operator=(const BenchBoard &) = delete;
 
     /// A socket from the i-th console to the data server.
-    std::unique_ptr<console::Endpoint> console(unsigned i = 0) const;
+    std::unique_ptr<quillon::Endpoint> console(unsigned i = 0) const;
 
     /// Keyboard and mouse frames that the chip has had, and when the last one was whole.
     unsigned frames() const;

@@ -10,10 +10,10 @@
 #include <fstream>
 #include <thread>
 
-#include "bench_board.h"
-#include "private_host.h"
-#include "process.h"
-#include "standard_streams.h"
+#include "bench/bench_board.h"
+#include "sim/host/private_host.h"
+#include "sim/host/process.h"
+#include "terminal/standard_streams.h"
 
 namespace {
 
@@ -145,7 +145,7 @@ void growth(State &state) {
     const int burst = static_cast<int>(state.range(1));
     for (auto _ : state) {
         BenchBoard board(kQuillon, false, consoles);
-        std::vector<std::unique_ptr<console::Endpoint>> sockets;
+        std::vector<std::unique_ptr<quillon::Endpoint>> sockets;
         for (unsigned i = 0; i < consoles; ++i) sockets.push_back(board.console(i));
         const auto begin = Clock::now();
         for (int i = 0; i < burst; ++i) {
@@ -186,7 +186,7 @@ void startUp(State &state) {
         const auto begin = Clock::now();
         board.start();
         for (bool answered = false; !answered;) try {
-                answered = console::Endpoint(options.address, 41302, options.consoles[0])
+                answered = quillon::Endpoint(options.address, 41302, options.consoles[0])
                                .ask("query", 1000ms)
                                .has_value();
             } catch (const std::runtime_error &) {
@@ -235,7 +235,7 @@ void addAll() {
 }  // namespace
 
 int main(int argc, char **argv) {
-    console::holdStandardStreams();
+    quillon::holdStandardStreams();
     benchmark::Initialize(&argc, argv);
     if (argc > 1) records = atoi(argv[1]);
     if (argc > 2 || records <= 0) {

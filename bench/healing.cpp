@@ -15,14 +15,14 @@
 #include <string>
 #include <vector>
 
-#include "board.h"
-#include "controlled_endpoint.h"
-#include "private_host.h"
-#include "standard_streams.h"
+#include "sim/board.h"
+#include "sim/host/private_host.h"
+#include "terminal/standard_streams.h"
+#include <quillon/controlled_endpoint.h>
 
 namespace {
 
-using console::Stroke;
+using quillon::Stroke;
 using sim::Clock;
 using namespace std::chrono_literals;
 
@@ -51,7 +51,7 @@ struct Result {
 // A person at control's own code: keys of 40 to 180 ms, pauses, now and then a key that is held.
 class Typist {
   public:
-    Typist(const console::ControlledEndpoint::Setup &setup, unsigned seed)
+    Typist(const quillon::ControlledEndpoint::Setup &setup, unsigned seed)
         : endpoint_(setup), random_(seed) {}
 
     std::vector<State> type(int changes) {
@@ -92,7 +92,7 @@ class Typist {
         }
     }
 
-    console::ControlledEndpoint endpoint_;
+    quillon::ControlledEndpoint endpoint_;
     std::mt19937 random_;
 };
 
@@ -152,7 +152,7 @@ Result measure(int changes, unsigned seed, bool healing) {
     });
     board.start();
     if (!board.waitUntilListening(20s)) throw std::runtime_error("the daemon does not listen");
-    console::ControlledEndpoint::Setup setup;
+    quillon::ControlledEndpoint::Setup setup;
     setup.to = options.address;
     setup.from = options.consoles[0];
     setup.healing = healing;
@@ -190,7 +190,7 @@ void print(const char *label, const Result &result) {
 }  // namespace
 
 int main(int argc, char **argv) {
-    console::holdStandardStreams();
+    quillon::holdStandardStreams();
     const int events = argc > 1 ? atoi(argv[1]) : 10000;
     const int seed = argc > 2 ? atoi(argv[2]) : 1;
     if (events < kBoards || argc > 3) {

@@ -7,13 +7,13 @@
 #include <cstring>
 #include <iostream>
 
-#include "ch9329.h"
 #include "common/common.h"
 #include "main/data_server.h"
 #include "myserial.h"
-#include "private_host.h"
-#include "records.h"
-#include "serial_ports.h"
+#include "protocol/records.h"
+#include "sim/chips/ch9329.h"
+#include "sim/host/private_host.h"
+#include "sim/host/serial_ports.h"
 #include "state.h"
 #include "udpsocket/udpsocket.h"
 
@@ -33,7 +33,7 @@ void record(benchmark::State &state) {
     version = true;
     UDPSocket socket;
     ConsoleServer server;
-    const auto bytes = console::keyboardRecord({0, 0x04});
+    const auto bytes = quillon::keyboardRecord({0, 0x04});
     const auto handle = [&] {
         char buffer[kConsoleBuffer] = {};
         memcpy(buffer, bytes.data(), bytes.size());

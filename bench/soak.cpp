@@ -15,11 +15,11 @@
 #include <set>
 #include <stdexcept>
 
-#include "board.h"
-#include "commands.h"
-#include "input.h"
-#include "private_host.h"
-#include "standard_streams.h"
+#include "protocol/input.h"
+#include "sim/board.h"
+#include "sim/host/private_host.h"
+#include "terminal/standard_streams.h"
+#include <quillon/session.h>
 
 namespace {
 
@@ -104,7 +104,7 @@ class Soak {
         baseMemory_ = 0;  // read once it has worked a little
     }
 
-    console::Session session() const { return {kBoard, 80, anyLinked(), 15s}; }
+    quillon::Session session() const { return {kBoard, 80, anyLinked(), 15s}; }
     std::string anyLinked() const {
         return output_.empty() ? board_->options().consoles[0] : output_;
     }
@@ -115,10 +115,10 @@ class Soak {
         std::string word;
         for (unsigned i = pick(20) + 1; i > 0; --i)
             word += static_cast<char>('a' + static_cast<int>(pick(26)));
-        std::vector<console::Datagram> records;
+        std::vector<quillon::Datagram> records;
         std::string error;
-        console::typeText(word, records, error);
-        console::Endpoint endpoint(kBoard, 80, output_), stranger(kBoard, 80, "192.168.1.10");
+        quillon::typeText(word, records, error);
+        quillon::Endpoint endpoint(kBoard, 80, output_), stranger(kBoard, 80, "192.168.1.10");
         const auto typed = board_->computer().state().text;
         for (std::size_t i = 0; i < records.size(); ++i) {
             if (cut && i == records.size() / 2) return restart();
@@ -138,10 +138,10 @@ class Soak {
 
     void point() {
         if (output_.empty()) return;
-        console::Endpoint endpoint(kBoard, 80, output_);
+        quillon::Endpoint endpoint(kBoard, 80, output_);
         const int before = board_->computer().state().absoluteX;
         const auto x = static_cast<std::uint16_t>(pick(1920));
-        const auto record = console::absoluteRecord(x, 5, console::kNoButton, 0);
+        const auto record = quillon::absoluteRecord(x, 5, quillon::kNoButton, 0);
         endpoint.send(record.data(), record.size());
         const int expected = x * 4095 / 1920;
         require(
@@ -172,7 +172,7 @@ class Soak {
     // One address that is linked, from the settings.
     void learnOutput() {
         const auto settings = session().settings();
-        const console::Holder holder = session().holder();
+        const quillon::Holder holder = session().holder();
         const auto stored = settings.find("connect_name");
         require(stored != settings.end(), "settings without connect_name");
         require(!holder.linked || stored->second == holder.user, "the settings name another user");
@@ -193,7 +193,7 @@ class Soak {
             // everybody may send.
             if (port == 41302) bytes.insert(0, "#");
             try {
-                console::Endpoint endpoint(kBoard, static_cast<std::uint16_t>(port), anyConsole());
+                quillon::Endpoint endpoint(kBoard, static_cast<std::uint16_t>(port), anyConsole());
                 endpoint.send(bytes.data(), bytes.size());
             } catch (const std::runtime_error &) {
                 // Without a listener there, which is none of ours.
@@ -260,7 +260,7 @@ class Soak {
 }  // namespace
 
 int main(int argc, char **argv) {
-    console::holdStandardStreams();
+    quillon::holdStandardStreams();
     const int minutes = argc > 1 ? atoi(argv[1]) : 0;
     const unsigned seed = argc > 2 ? static_cast<unsigned>(atoi(argv[2])) : 1;
     if (minutes <= 0 || argc > 3) {

@@ -4,11 +4,11 @@
 #include <cstdio>
 #include <stdexcept>
 
-#include "cli.h"
-#include "discovery.h"
-#include "report.h"
+#include "console/options.h"
+#include "console/report.h"
+#include <quillon/discovery.h>
 
-namespace console {
+namespace quillon {
 namespace {
 
 // "caps=on num=off"; what is not named stays as it is.
@@ -111,4 +111,4 @@ void addEndpointCommands(CLI::App &app, Options &options) {
     addSwitches(app, options);
 }
 
-}  // namespace console
+}  // namespace quillon

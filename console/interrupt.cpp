@@ -1,8 +1,8 @@
-#include "interrupt.h"
+#include "console/interrupt.h"
 
 #include <initializer_list>
 
-namespace console {
+namespace quillon {
 
 volatile std::sig_atomic_t interrupted = 0;
 
@@ -18,4 +18,4 @@ void catchSignals() {
     for (const int sig : {SIGTSTP, SIGTTIN, SIGTTOU}) signal(sig, SIG_IGN);
 }
 
-}  // namespace console
+}  // namespace quillon

@@ -3,7 +3,7 @@
 
 #include <csignal>
 
-namespace console {
+namespace quillon {
 
 /// How many signals asked the program to end, after catchSignals().
 extern volatile std::sig_atomic_t interrupted;
@@ -14,4 +14,4 @@ extern volatile std::sig_atomic_t interrupted;
 /// could it let go. Before that, signals end the program at once.
 void catchSignals();
 
-}  // namespace console
+}  // namespace quillon

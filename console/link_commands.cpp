@@ -2,14 +2,14 @@
 
 #include <unistd.h>
 
-#include "cli.h"
-#include "interrupt.h"
-#include "link_control.h"
-#include "link_messages.h"
-#include "report.h"
-#include "watch.h"
+#include "console/interrupt.h"
+#include "console/options.h"
+#include "console/report.h"
+#include "console/watch.h"
+#include "protocol/link_messages.h"
+#include <quillon/link_control.h>
 
-namespace console {
+namespace quillon {
 namespace {
 
 using Carry = LinkOutcome (*)(Session &, const LinkRequest &);
@@ -82,4 +82,4 @@ void addLinkCommands(CLI::App &app, Options &options) {
     watching->callback([&options] { startWatch(options); });
 }
 
-}  // namespace console
+}  // namespace quillon

@@ -4,15 +4,15 @@
 #include <cstdio>
 #include <stdexcept>
 
-#include "cli.h"
-#include "interrupt.h"
-#include "printable.h"
-#include "standard_streams.h"
+#include "console/interrupt.h"
+#include "console/options.h"
+#include "terminal/printable.h"
+#include "terminal/standard_streams.h"
 
 namespace {
 
-using console::Options;
-using console::printable;
+using quillon::Options;
+using quillon::printable;
 
 constexpr char kProgram[] = "quillon-console";
 
@@ -41,10 +41,10 @@ void addCommands(CLI::App &app, Options &options) {
     app.require_subcommand(1);
     app.fallthrough();  // these may also stand behind the command
 
-    console::addRecordCommands(app, options);
-    console::addEndpointCommands(app, options);
-    console::addLinkCommands(app, options);
-    console::addControlCommand(app, options);
+    quillon::addRecordCommands(app, options);
+    quillon::addEndpointCommands(app, options);
+    quillon::addLinkCommands(app, options);
+    quillon::addControlCommand(app, options);
 }
 
 int run(int argc, char **argv) {
@@ -62,13 +62,13 @@ int run(int argc, char **argv) {
         fprintf(stderr, "%s: %s\n", kProgram, printable(error.what()).c_str());
         return 1;
     }
-    return console::interrupted != 0 ? 130 : 0;
+    return quillon::interrupted != 0 ? 130 : 0;
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
-    console::holdStandardStreams();
+    quillon::holdStandardStreams();
     const int status = run(argc, argv);
-    return console::finishOutput(kProgram) || status != 0 ? status : 1;
+    return quillon::finishOutput(kProgram) || status != 0 ? status : 1;
 }

@@ -11,11 +11,11 @@
 #include <stdexcept>
 #include <thread>
 
-#include "cli.h"
-#include "input.h"
-#include "interrupt.h"
+#include "console/interrupt.h"
+#include "console/options.h"
+#include "protocol/input.h"
 
-namespace console {
+namespace quillon {
 namespace {
 
 // Sends records at a rate that the chip takes: it has 115200 bits per second and no flow control.
@@ -238,4 +238,4 @@ void addRecordCommands(CLI::App &app, Options &options) {
     addMouse(app, options);
 }
 
-}  // namespace console
+}  // namespace quillon

@@ -1,11 +1,11 @@
-#include "report.h"
+#include "console/report.h"
 
 #include <algorithm>
 #include <cstdio>
 
-#include "printable.h"
+#include "terminal/printable.h"
 
-namespace console {
+namespace quillon {
 namespace {
 
 std::string inWords(const Report &value) {
@@ -87,4 +87,4 @@ void printTable(const std::vector<Report> &reports, bool asJson) {
     }
 }
 
-}  // namespace console
+}  // namespace quillon

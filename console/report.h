@@ -4,10 +4,10 @@
 #include <nlohmann/json.hpp>
 #include <vector>
 
-#include "answers.h"
-#include "link_messages.h"
+#include "protocol/answers.h"
+#include "protocol/link_messages.h"
 
-namespace console {
+namespace quillon {
 
 using Report = nlohmann::ordered_json;
 
@@ -22,4 +22,4 @@ void print(const Report &report, bool asJson);
 /// Several of the same fields: a table with a heading, or an object per line.
 void printTable(const std::vector<Report> &reports, bool asJson);
 
-}  // namespace console
+}  // namespace quillon

@@ -1,4 +1,4 @@
-#include "watch.h"
+#include "console/watch.h"
 
 #include <poll.h>
 #include <termios.h>
@@ -11,13 +11,13 @@
 #include <map>
 #include <utility>
 
-#include "console_ports.h"
-#include "link_messages.h"
-#include "printable.h"
-#include "questions.h"
-#include "report.h"
+#include "console/report.h"
+#include "protocol/link_messages.h"
+#include "terminal/printable.h"
+#include <quillon/console_ports.h>
+#include <quillon/questions.h>
 
-namespace console {
+namespace quillon {
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -107,7 +107,7 @@ class Watch {
         if (options_.json) {
             Report line{{"time", now("%FT%T%z")}, {"sender", datagram.sender}};
             line.update(report);
-            console::print(line, true);
+            quillon::print(line, true);
         } else {
             printf("%s  %-15s  %s\n", now("%T").c_str(), datagram.sender.c_str(),
                    onOneLine(words).c_str());
@@ -125,7 +125,7 @@ class Watch {
         if (const unsigned surplus = lines_.takeSurplus(); surplus != 0) {
             flooded_ = true;
             if (options_.json)
-                console::print({{"time", now("%FT%T%z")}, {"not_shown", surplus}}, true);
+                quillon::print({{"time", now("%FT%T%z")}, {"not_shown", surplus}}, true);
             else
                 printf("%s  %u further messages are not shown\n", now("%T").c_str(), surplus);
             fflush(stdout);
@@ -258,4 +258,4 @@ void watch(const WatchOptions &options, const volatile std::sig_atomic_t &stop) 
     Watch(options).run(stop);
 }
 
-}  // namespace console
+}  // namespace quillon

@@ -4,7 +4,7 @@
 #include <csignal>
 #include <string>
 
-namespace console {
+namespace quillon {
 
 struct WatchOptions {
     std::string address;   ///< own address, at which messages and heartbeats come in
@@ -18,4 +18,4 @@ struct WatchOptions {
 /// until stop is not 0. Throws std::runtime_error when a port cannot be had.
 void watch(const WatchOptions &options, const volatile std::sig_atomic_t &stop);
 
-}  // namespace console
+}  // namespace quillon

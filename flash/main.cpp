@@ -13,19 +13,19 @@
 #include <iterator>
 #include <stdexcept>
 
-#include "printable.h"
-#include "progress.h"
-#include "result.h"
-#include "serial_holder.h"
+#include "flash/progress.h"
+#include "flash/result.h"
+#include "flash/serial_holder.h"
+#include "flash/srecord.h"
+#include "flash/stage.h"
 #include "software_config.h"
-#include "srecord.h"
-#include "stage.h"
-#include "standard_streams.h"
+#include "terminal/printable.h"
+#include "terminal/standard_streams.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using console::printable;
+using quillon::printable;
 
 constexpr char kProgram[] = "quillon-flash";
 constexpr char kUsualFolder[] = "/data/quillon";
@@ -216,8 +216,8 @@ int runProgram(int argc, char **argv) {
 }  // namespace
 
 int main(int argc, char **argv) {
-    console::holdStandardStreams();
+    quillon::holdStandardStreams();
     handleSignals();
     const int status = runProgram(argc, argv);
-    return console::finishOutput(kProgram) || status != 0 ? status : 1;
+    return quillon::finishOutput(kProgram) || status != 0 ? status : 1;
 }

@@ -1,4 +1,4 @@
-#include "progress.h"
+#include "flash/progress.h"
 
 #include <cstdio>
 #include <cstdlib>

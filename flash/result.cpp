@@ -1,4 +1,4 @@
-#include "result.h"
+#include "flash/result.h"
 
 #include <sys/ipc.h>
 #include <sys/msg.h>
@@ -10,8 +10,8 @@
 #include <stdexcept>
 
 #include "common/common.h"
-#include "printable.h"
 #include "state.h"
+#include "terminal/printable.h"
 
 namespace flash {
 
@@ -49,8 +49,8 @@ bool printResult(const std::string &reply) {
         const std::string state = colon == std::string::npos ? "" : result.substr(colon + 1);
         if (state == "OK") ++programmed;
         if (state == "Failed") ++failed;
-        printf("board %-3s %s\n", console::printable(result.substr(0, colon)).c_str(),
-               state == "N/A" ? "absent" : console::printable(state).c_str());
+        printf("board %-3s %s\n", quillon::printable(result.substr(0, colon)).c_str(),
+               state == "N/A" ? "absent" : quillon::printable(state).c_str());
     }
     if (programmed + failed == 0) fprintf(stderr, "quillon-flash: no board is present\n");
     return programmed != 0 && failed == 0;

@@ -1,4 +1,4 @@
-#include "serial_holder.h"
+#include "flash/serial_holder.h"
 
 #include <unistd.h>
 

@@ -1,4 +1,4 @@
-#include "srecord.h"
+#include "flash/srecord.h"
 
 #include <algorithm>
 #include <cctype>

@@ -1,4 +1,4 @@
-#include "stage.h"
+#include "flash/stage.h"
 
 #include <fcntl.h>
 #include <sys/prctl.h>

@@ -1,7 +1,7 @@
 // What the microcontroller says of its boards.
 
+#include "fuzz/world.h"
 #include "upload.h"
-#include "world.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char *bytes, std::size_t size) {
     world::reset();

@@ -1,10 +1,10 @@
 // What the HID chip may say to everything that it is asked.
 
 #include "cmd_ch9329.h"
+#include "fuzz/world.h"
 #include "main/chip_setup.h"
 #include "main/forwarding.h"
 #include "state.h"
-#include "world.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char *bytes, std::size_t size) {
     FuzzedDataProvider input(bytes, size);

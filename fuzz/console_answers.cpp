@@ -1,9 +1,9 @@
 // What consoles say to questions for consent, to heartbeats, and of their level.
 
+#include "fuzz/world.h"
 #include "main/arbitration.h"
 #include "main/heartbeat.h"
 #include "state.h"
-#include "world.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char *bytes, std::size_t size) {
     FuzzedDataProvider input(bytes, size);

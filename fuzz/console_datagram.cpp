@@ -1,9 +1,9 @@
 // One console's datagram, for each chip and mode, with what the chip answers.
 
+#include "fuzz/world.h"
 #include "main/data_server.h"
 #include "state.h"
 #include "udpsocket/udpsocket.h"
-#include "world.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char *bytes, std::size_t size) {
     FuzzedDataProvider input(bytes, size);

@@ -1,16 +1,16 @@
 // Answers to the question for all endpoints of a network, from anybody.
 
-#include "discovery.h"
+#include <quillon/discovery.h>
 
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <set>
 
-#include "require.h"
+#include "fuzz/require.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char *bytes, std::size_t size) {
     FuzzedDataProvider input(bytes, size);
-    console::Discovery discovery;
+    quillon::Discovery discovery;
     unsigned datagrams = 0;
     for (; input.remaining_bytes() > 0; ++datagrams) {
         const auto last = std::to_string(input.ConsumeIntegral<unsigned char>());

@@ -6,12 +6,12 @@
 #include <cstdlib>
 #include <string>
 
-#include "report.h"
-#include "require.h"
+#include "console/report.h"
+#include "fuzz/require.h"
 
 namespace {
 
-using namespace console;
+using namespace quillon;
 
 void requirePlain(const Report &report) {
     char *text = nullptr;

@@ -1,11 +1,11 @@
-#include "invariants.h"
+#include "fuzz/invariants.h"
 
 #include <cstring>
 #include <string>
 
+#include "fuzz/world.h"
 #include "software_config.h"
 #include "state.h"
-#include "world.h"
 
 using Config = SoftwareConfig;
 

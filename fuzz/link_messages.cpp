@@ -5,13 +5,13 @@
 
 #include <set>
 
-#include "printable.h"
-#include "questions.h"
-#include "require.h"
+#include "fuzz/require.h"
+#include "terminal/printable.h"
+#include <quillon/questions.h>
 
 namespace {
 
-using namespace console;
+using namespace quillon;
 
 void check(const Questions &questions) {
     std::set<std::pair<std::string, std::string>> known;

@@ -1,7 +1,7 @@
 // What the microcontroller may say while its boards are programmed.
 
+#include "fuzz/world.h"
 #include "upload.h"
-#include "world.h"
 
 namespace {
 

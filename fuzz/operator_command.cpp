@@ -1,9 +1,9 @@
 // One operator's datagram, whole.
 
-#include "invariants.h"
+#include "fuzz/invariants.h"
+#include "fuzz/world.h"
 #include "main/operator_loop.h"
 #include "state.h"
-#include "world.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char *bytes, std::size_t size) {
     world::reset();

@@ -1,9 +1,9 @@
 // Operators' commands, one per chunk, against the link table's invariants and the settings.
 
-#include "invariants.h"
+#include "fuzz/invariants.h"
+#include "fuzz/world.h"
 #include "main/operator_loop.h"
 #include "state.h"
-#include "world.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char *bytes, std::size_t size) {
     FuzzedDataProvider input(bytes, size);

@@ -1,7 +1,7 @@
 // The four lines of a USB-link request.
 
+#include "fuzz/world.h"
 #include "kvm_comm.h"
-#include "world.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char *bytes, std::size_t size) {
     std::string text(reinterpret_cast<const char *>(bytes), size);

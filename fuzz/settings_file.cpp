@@ -1,10 +1,10 @@
 // A settings file, and what it makes of the link table.
 
-#include "invariants.h"
+#include "fuzz/invariants.h"
+#include "fuzz/world.h"
 #include "main/link_table.h"
 #include "software_config.h"
 #include "state.h"
-#include "world.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char *bytes, std::size_t size) {
     world::reset();

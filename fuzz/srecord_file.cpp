@@ -2,9 +2,9 @@
 
 #include <stdexcept>
 
+#include "flash/srecord.h"
+#include "fuzz/world.h"
 #include "myupdata.h"
-#include "srecord.h"
-#include "world.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char *bytes, std::size_t size) {
     world::reset();

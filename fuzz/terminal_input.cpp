@@ -1,14 +1,14 @@
 // What a terminal sends, in any pieces.
 
-#include "terminal_input.h"
+#include "terminal/terminal_input.h"
 
 #include <fuzzer/FuzzedDataProvider.h>
 
-#include "require.h"
+#include "fuzz/require.h"
 
 namespace {
 
-using console::TerminalEvent;
+using quillon::TerminalEvent;
 
 void check(const std::vector<TerminalEvent> &events) {
     for (const TerminalEvent &event : events) {
@@ -25,7 +25,7 @@ void check(const std::vector<TerminalEvent> &events) {
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char *bytes, std::size_t size) {
     FuzzedDataProvider input(bytes, size);
-    console::TerminalInput terminal;
+    quillon::TerminalInput terminal;
     while (input.remaining_bytes() > 0) {
         check(terminal.take(input.ConsumeRandomLengthString()));
         if (input.ConsumeBool()) check(terminal.flush());

@@ -1,4 +1,4 @@
-#include "world.h"
+#include "fuzz/world.h"
 
 #include <fcntl.h>
 #include <netinet/in.h>

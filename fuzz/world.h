@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "require.h"
+#include "fuzz/require.h"
 
 class UDPSocket;
 

@@ -1,4 +1,4 @@
-#include "board.h"
+#include "sim/board.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,8 +10,8 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "network.h"
-#include "paths.h"
+#include "sim/host/network.h"
+#include "sim/host/paths.h"
 
 namespace sim {
 namespace {

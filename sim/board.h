@@ -11,15 +11,15 @@
 #include <thread>
 #include <vector>
 
-#include "ch9329.h"
-#include "ch9350.h"
-#include "computer.h"
-#include "daemon.h"
-#include "microcontroller.h"
-#include "output_consoles.h"
-#include "registers.h"
-#include "serial_ports.h"
-#include "video_source.h"
+#include "sim/chips/ch9329.h"
+#include "sim/chips/ch9350.h"
+#include "sim/chips/microcontroller.h"
+#include "sim/computer/computer.h"
+#include "sim/host/daemon.h"
+#include "sim/host/output_consoles.h"
+#include "sim/host/registers.h"
+#include "sim/host/serial_ports.h"
+#include "sim/host/video_source.h"
 
 namespace sim {
 

@@ -1,9 +1,9 @@
-#include "board_control.h"
+#include "sim/board_control.h"
 
 #include <cstdio>
 #include <sstream>
 
-#include "board.h"
+#include "sim/board.h"
 
 namespace sim {
 namespace {

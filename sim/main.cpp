@@ -17,17 +17,17 @@
 #include <optional>
 #include <stdexcept>
 
-#include "board.h"
-#include "board_control.h"
-#include "board_screen.h"
-#include "control.h"
-#include "event_printer.h"
-#include "printable.h"
-#include "private_host.h"
-#include "process.h"
-#include "standard_streams.h"
-#include "terminal.h"
-#include "trace.h"
+#include "sim/board.h"
+#include "sim/board_control.h"
+#include "sim/host/control_socket.h"
+#include "sim/host/private_host.h"
+#include "sim/host/process.h"
+#include "sim/view/board_screen.h"
+#include "sim/view/event_printer.h"
+#include "sim/view/trace.h"
+#include "terminal/printable.h"
+#include "terminal/standard_streams.h"
+#include "terminal/terminal.h"
 
 namespace {
 
@@ -96,9 +96,9 @@ class Session {
         boardOptions.onTrouble = [this](const std::string &trouble) { note(trouble); };
         sim::Board board(boardOptions);
         std::optional<sim::EventPrinter> printer;
-        std::optional<console::Terminal> terminal;
+        std::optional<quillon::Terminal> terminal;
         if (options_.screen) {
-            terminal.emplace(console::Terminal::kPlain);
+            terminal.emplace(quillon::Terminal::kPlain);
             screen_ = std::make_unique<sim::BoardScreen>(board);
             terminal_ = &*terminal;
         } else if (!options_.quiet) {
@@ -115,13 +115,13 @@ class Session {
             screen_.reset();
         }
         terminal.reset();  // the daemon takes its time to end
-        fputs(console::printableLines(lastWords_).c_str(), stderr);
+        fputs(quillon::printableLines(lastWords_).c_str(), stderr);
         board.stop();
         board_ = nullptr;
         if (trace) note(trace->finish());
         const std::lock_guard<std::mutex> lock(mutex_);
         if (trouble_.empty()) return status;
-        fprintf(stderr, "quillon-board: %s\n", console::printable(trouble_).c_str());
+        fprintf(stderr, "quillon-board: %s\n", quillon::printable(trouble_).c_str());
         return status != 0 ? status : 1;
     }
 
@@ -248,7 +248,7 @@ class Session {
     std::mutex mutex_;  ///< of screen_ and trouble_, which the log's thread uses
     std::string trouble_;
     std::unique_ptr<sim::BoardScreen> screen_;
-    console::Terminal *terminal_ = nullptr;
+    quillon::Terminal *terminal_ = nullptr;
     std::string lastWords_;  ///< for when the terminal shows lines again
     int signals_ = -1;
     int signal_ = 0;
@@ -371,7 +371,7 @@ void complete(CLI::App &app, Options &options) {
                      options.board.mcuBoards == 0 && ownsScreen();
     if (options.log)
         options.board.onLogLine = [](const std::string &line) {
-            printf("log       %s\n", console::printable(line).c_str());
+            printf("log       %s\n", quillon::printable(line).c_str());
             fflush(stdout);
         };
 }
@@ -387,17 +387,17 @@ int speakToRunningBoard(const CLI::App &app, const Options &options) {
     for (const std::string &word : options.command) request += (request.empty() ? "" : " ") + word;
     const std::string answer = sim::askBoard(options.name, request);
     const bool refused = answer.rfind(sim::kRefused, 0) == 0;
-    fprintf(refused ? stderr : stdout, "%s\n", console::printableLines(answer).c_str());
+    fprintf(refused ? stderr : stdout, "%s\n", quillon::printableLines(answer).c_str());
     return refused ? 1 : 0;
 }
 
 int complain(const std::exception &error, int status) {
-    fprintf(stderr, "%s: %s\n", kProgram, console::printableLines(error.what()).c_str());
+    fprintf(stderr, "%s: %s\n", kProgram, quillon::printableLines(error.what()).c_str());
     return status;
 }
 
 int runBoard(const Options &options) {
-    const auto restoreTerminal = console::Terminal::restorer();
+    const auto restoreTerminal = quillon::Terminal::restorer();
     const int status = sim::runOnPrivateHost([&] {
         int ended = 1;
         try {
@@ -405,7 +405,7 @@ int runBoard(const Options &options) {
         } catch (const std::runtime_error &error) {
             return complain(error, 1);
         }
-        return console::finishOutput(kProgram) || ended != 0 ? ended : 1;
+        return quillon::finishOutput(kProgram) || ended != 0 ? ended : 1;
     });
     // Killed, it could not give the terminal back.
     if (options.screen && status > 128) restoreTerminal();
@@ -417,7 +417,7 @@ int run(int argc, char **argv) {
     Options options;
     describe(app, options);
     app.failure_message([](const CLI::App *, const CLI::Error &error) {
-        return kProgram + (": " + console::printable(error.what())) + " (--help says more)\n";
+        return kProgram + (": " + quillon::printable(error.what())) + " (--help says more)\n";
     });
     try {
         app.parse(argc, argv);
@@ -439,7 +439,7 @@ int run(int argc, char **argv) {
 }  // namespace
 
 int main(int argc, char **argv) {
-    console::holdStandardStreams();
+    quillon::holdStandardStreams();
     const int status = run(argc, argv);
-    return console::finishOutput(kProgram) || status != 0 ? status : 1;
+    return quillon::finishOutput(kProgram) || status != 0 ? status : 1;
 }

@@ -1,0 +1,115 @@
+// Keyboard and mouse of one endpoint, as records that are sent again: neither the network nor the
+// chip's line repeats what it loses, and a lost release would leave a key down.
+#pragma once
+
+#include <chrono>
+#include <deque>
+#include <optional>
+#include <vector>
+
+#include "protocol/input.h"
+
+namespace quillon {
+
+/// When the same state is sent again.
+class Resends {
+  public:
+    using Time = std::chrono::steady_clock::time_point;
+
+    /// tail: how long after a change a state is sent every second, though nothing is down.
+    explicit Resends(std::chrono::milliseconds tail) : tail_(tail) {}
+
+    /// A new state was sent, and is sent again so long after now.
+    void changed(Time now, std::vector<std::chrono::milliseconds> after);
+    /// The state was sent again.
+    void sent(Time now) { last_ = now; }
+    /// False while the state is so new that it is due to be sent again soon.
+    bool settled() const;
+    /// When to send it again, Time::max() for not any more; held: something is down.
+    Time due(bool held) const;
+
+  private:
+    const std::chrono::milliseconds tail_;
+    std::vector<std::chrono::milliseconds> after_;
+    Time changed_{}, last_{};
+    bool active_ = false;
+};
+
+/// Knows no socket and no clock: the caller sends what next() gives when due() has come. A record
+/// is the whole state of the keyboard, or of the pointer in absolute mode, so that once more does
+/// no harm; movements of relative mode are given once.
+class HealedInput {
+  public:
+    using Time = Resends::Time;
+
+    /// pace: least time between two records, which the chip behind a slow line needs. Without
+    /// healing every record is sent once.
+    explicit HealedInput(std::chrono::milliseconds pace, bool healing = true)
+        : pace_(pace), healing_(healing) {}
+
+    /// The state before it goes out so many times at least, however short it was, unless records
+    /// wait already: one in 33 that is lost leaves one in a million.
+    void setKeyboard(const Stroke &down, int timesBefore = 4);
+    const Stroke &keyboard() const { return keyboard_; }
+
+    /// Whether the endpoint wants positions or movements. Buttons stay as they are.
+    void setRelative(bool relative) { relative_ = relative; }
+    void moveTo(std::uint16_t x, std::uint16_t y);
+    void moveByDistance(int dx, int dy);
+    /// The one button that is down: more do not reach the computer.
+    void setButton(Button button);
+    Button button() const { return button_; }
+    void turnWheel(std::int8_t notches);
+
+    /// The records that say that everything is up, without movements: those cannot be wrapped as
+    /// software's.
+    std::vector<Datagram> released() const;
+    /// Everything up, and said now.
+    void releaseAll();
+    /// The present state once more: the endpoint may have lost it.
+    void refresh();
+    /// Forgets what waits to be sent, and sends no slower than so from now on.
+    void abandon(std::chrono::milliseconds slowest);
+
+    /// The record to send at this time, none when nothing is due.
+    std::optional<Datagram> next(Time now);
+    /// When next() gives something; Time::max() for never.
+    Time due() const;
+    /// No key is down, and that has been said as often as a change is.
+    bool keysAtRest() const { return !keysHeld() && keysWaiting_ == 0 && keys_.settled(); }
+    /// Nothing that a person did waits to be sent.
+    bool idle() const { return queue_.empty(); }
+    std::size_t waiting() const { return queue_.size(); }
+
+  private:
+    enum Kind { kKeys, kKeysAgain, kPosition, kButton, kMovement, kOnce };
+    struct Entry {
+        Kind kind;
+        Datagram record;  ///< not of a movement, which is cut into records as it goes
+        int dx = 0, dy = 0;
+        Button button = kNoButton;
+    };
+
+    Datagram pointerRecord(std::int8_t wheel = 0) const;
+    std::optional<Datagram> resend(Time now);
+    void noteSent(Kind kind, Time now);
+    void add(Kind kind, Datagram record);
+    std::optional<Datagram> nextStep();
+    bool keysHeld() const { return !(keyboard_ == Stroke{}); }
+
+    std::chrono::milliseconds pace_;
+    const bool healing_;
+    Stroke keyboard_;
+    bool relative_ = false;
+    std::uint16_t x_ = 0, y_ = 0;
+    bool placed_ = false;  ///< a position is known
+    Button button_ = kNoButton;
+
+    std::deque<Entry> queue_;
+    Resends keys_{std::chrono::seconds(5)}, pointer_{std::chrono::seconds(0)};
+    int keysWaiting_ = 0;  ///< entries of the queue that are keys
+    int keysTimes_ = 4;    ///< how often the present state of the keyboard went out, or will
+    Time free_{};          ///< from when on the next record may go
+};
+
+}  // namespace quillon

@@ -1,0 +1,138 @@
+#include "console/control/forwarder.h"
+
+#include <algorithm>
+
+namespace quillon {
+namespace {
+
+// The modifiers that are down, of which the terminal knows kinds but not sides.
+std::uint8_t reconciled(std::uint8_t down, std::uint8_t reported) {
+    constexpr unsigned kRightSide = 4;  // bits from a left one to its right one
+    unsigned result = 0;
+    for (unsigned bit = 1; bit <= kLeftGui; bit <<= 1) {
+        const unsigned both = bit | bit << kRightSide;
+        if ((reported & bit) != 0) result |= (down & both) != 0 ? down & both : bit;
+    }
+    return static_cast<std::uint8_t>(result);
+}
+
+}  // namespace
+
+std::string Forwarder::key(const TerminalEvent &event) {
+    if (event.kind == TerminalEvent::kTap) return tap(event.stroke);
+    Stroke state = input().keyboard();
+    if (event.stroke.usage >= kUsageLeftCtrl) {
+        const auto bit = static_cast<std::uint8_t>(1 << (event.stroke.usage - kUsageLeftCtrl));
+        state.modifiers = static_cast<std::uint8_t>(
+            event.kind == TerminalEvent::kRelease ? state.modifiers & ~bit : state.modifiers | bit);
+        input().setKeyboard(state);
+        return "";
+    }
+    state.modifiers = reconciled(state.modifiers, event.stroke.modifiers);
+    if (event.kind == TerminalEvent::kPress) {
+        press({state.modifiers, event.stroke.usage});
+        return "";
+    }
+    // Of a repeat nothing is said: the computer repeats what is down.
+    if (event.kind == TerminalEvent::kRelease && state.usage == event.stroke.usage) state.usage = 0;
+    input().setKeyboard(state);
+    return "";
+}
+
+// Modifiers go down before the key.
+void Forwarder::press(const Stroke &stroke) {
+    if (stroke.modifiers != input().keyboard().modifiers)
+        input().setKeyboard({stroke.modifiers, 0});
+    input().setKeyboard(stroke);
+    for (const std::uint8_t usage : {kUsageCapsLock, kUsageNumLock, kUsageScrollLock})
+        if (stroke.usage == usage) endpoint_.askLockKeys();
+}
+
+std::string Forwarder::tap(const Stroke &stroke) {
+    constexpr std::size_t kMostWaiting = 2000;  // records
+    if (input().waiting() > kMostWaiting) return "keys come faster than the endpoint takes them";
+    press(stroke);
+    input().setKeyboard({});
+    return "";
+}
+
+void Forwarder::letGo() {
+    input().releaseAll();
+    mouseDown_ = 0;
+}
+
+std::string Forwarder::mouse(const TerminalEvent &event, const PictureArea &area) {
+    if (event.action == TerminalEvent::kUp) return event.button == mouseDown_ ? setButton(0) : "";
+    const auto &link = endpoint_.status().link;
+    if (!link || !area.holds(event.row, event.column)) return "";
+    if (link->relative && asSoftware_) return "movements cannot be wrapped as software's";
+    if (link->relative)
+        moveBy(event, area, *link);
+    else
+        moveTo(event, area, *link);
+    if (event.action == TerminalEvent::kWheel && event.button != 0)
+        input().turnWheel(static_cast<std::int8_t>(event.button));
+    return event.action == TerminalEvent::kDown ? setButton(event.button) : "";
+}
+
+// As the terminal counts: 1 left, 2 middle, 3 right. Others do not reach the computer.
+std::string Forwarder::setButton(int button) {
+    constexpr Button kButtons[] = {kNoButton, kLeft, kMiddle, kRight};
+    if (button > 3) return "an endpoint knows three buttons";
+    mouseDown_ = button;
+    input().setButton(kButtons[button]);
+    return "";
+}
+
+void Forwarder::moveTo(const TerminalEvent &event, const PictureArea &area, const Link &link) {
+    const auto pixel = [](int cell, int cells, int pixels) {
+        const double part = (cell + 0.5) / cells;
+        return std::clamp(static_cast<int>(part * pixels), 0, std::max(0, pixels - 1));
+    };
+    const std::pair<int, int> to{pixel(event.column - area.column, area.columns, link.width),
+                                 pixel(event.row - area.row, area.rows, link.height)};
+    if (pointer_ == to) return;
+    pointer_ = to;
+    input().moveTo(static_cast<std::uint16_t>(to.first), static_cast<std::uint16_t>(to.second));
+}
+
+// A cell is as far as it would be on the picture.
+void Forwarder::moveBy(const TerminalEvent &event, const PictureArea &area, const Link &link) {
+    const auto cell = std::make_pair(event.column, event.row);
+    const auto last = lastCell_.value_or(cell);
+    lastCell_ = cell;
+    pointer_.reset();
+    const int dx = (cell.first - last.first) * std::max(1, link.width / area.columns);
+    const int dy = (cell.second - last.second) * std::max(1, link.height / area.rows);
+    if (dx != 0 || dy != 0) input().moveByDistance(dx, dy);
+}
+
+void Forwarder::forgetPointer() {
+    pointer_.reset();
+    lastCell_.reset();
+}
+
+std::string Forwarder::paste(const std::string &text) {
+    std::vector<Stroke> states;
+    std::string error;
+    if (pasting()) return "a paste is still being typed";
+    if (!typeStrokes(text, states, error)) return error;
+    paste_.assign(states.begin(), states.end());
+    pasteTotal_ = paste_.size();
+    return "";
+}
+
+bool Forwarder::feedPaste() {
+    if (!pasting() || !input().idle()) return false;
+    if (!endpoint_.status().reachable || endpoint_.testsUsb()) return false;  // it waits for that
+    constexpr int kTimesBefore = 2;  // more would make a long text crawl
+    input().setKeyboard(paste_.front(), kTimesBefore);
+    paste_.pop_front();
+    return true;
+}
+
+std::size_t Forwarder::pastedPercent() const {
+    return pasteTotal_ == 0 ? 100 : 100 - 100 * paste_.size() / pasteTotal_;
+}
+
+}  // namespace quillon

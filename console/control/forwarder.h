@@ -1,0 +1,59 @@
+// Keys, mouse and pasted text of a terminal, on their way to an endpoint.
+#pragma once
+
+#include <deque>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "console/control/view.h"
+#include "terminal/terminal_input.h"
+#include <quillon/controlled_endpoint.h>
+
+namespace quillon {
+
+/// Every function that takes what a person did answers with why the endpoint cannot have it, empty
+/// when it can.
+class Forwarder {
+  public:
+    /// asSoftware: records are wrapped, which movements cannot be.
+    Forwarder(ControlledEndpoint &endpoint, bool asSoftware)
+        : endpoint_(endpoint), asSoftware_(asSoftware) {}
+
+    std::string key(const TerminalEvent &event);
+    /// Down and up again.
+    std::string tap(const Stroke &stroke);
+    /// area: where on the terminal the picture is.
+    std::string mouse(const TerminalEvent &event, const PictureArea &area);
+    /// Begins to type a text.
+    std::string paste(const std::string &text);
+
+    /// Types on when the line is free; false when there was nothing to do.
+    bool feedPaste();
+    bool pasting() const { return !paste_.empty(); }
+    std::size_t pastedPercent() const;
+    void stopPaste() { paste_.clear(); }
+
+    /// Everything up.
+    void letGo();
+    /// The endpoint wants positions now, or movements.
+    void forgetPointer();
+    /// Where the pointer was sent, pixels of the picture; none where that is not known.
+    const std::optional<std::pair<int, int>> &pointer() const { return pointer_; }
+
+  private:
+    void press(const Stroke &stroke);
+    std::string setButton(int button);
+    void moveTo(const TerminalEvent &event, const PictureArea &area, const Link &link);
+    void moveBy(const TerminalEvent &event, const PictureArea &area, const Link &link);
+    HealedInput &input() { return endpoint_.input(); }
+
+    ControlledEndpoint &endpoint_;
+    const bool asSoftware_;
+    std::deque<Stroke> paste_;  ///< states that are still to come
+    std::size_t pasteTotal_ = 0;
+    int mouseDown_ = 0;  ///< the button, as the terminal counts
+    std::optional<std::pair<int, int>> pointer_, lastCell_;
+};
+
+}  // namespace quillon

@@ -1,0 +1,43 @@
+// What a person does with keyboard and mouse, as the datagrams that say so.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "protocol/records.h"
+
+namespace quillon {
+
+using Datagram = std::vector<std::uint8_t>;
+
+/// The keyboard's states that type a text: press and release for every character; where Shift
+/// changes, it does so in a state of its own before the key. Ends with all keys up. False, with
+/// error naming character and place, when the layout lacks one.
+bool typeStrokes(const std::string &text, std::vector<Stroke> &states, std::string &error);
+
+/// The same as records.
+bool typeText(const std::string &text, std::vector<Datagram> &records, std::string &error);
+
+/// Modifiers down, the key with them, everything up.
+std::vector<Datagram> strokeKey(const Stroke &stroke);
+
+/// Moves by any distance, in steps that a record can hold, with a button down or none.
+std::vector<Datagram> moveBy(int dx, int dy, Button button = kNoButton);
+
+/// Moves there, presses the button and lets it go.
+std::vector<Datagram> clickAt(std::uint16_t x, std::uint16_t y, Button button);
+
+/// Turns the wheel by any number of notches, in steps that a record can hold.
+std::vector<Datagram> wheelAt(std::uint16_t x, std::uint16_t y, int notches);
+
+/// The record after which nothing of what this one pressed is down: all keys up, or the same
+/// position, or no movement, without a button.
+Datagram released(const Datagram &record);
+
+template <class Record>
+Datagram datagram(const Record &record) {
+    return Datagram(record.begin(), record.end());
+}
+
+}  // namespace quillon

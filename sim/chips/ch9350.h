@@ -1,0 +1,47 @@
+// A CH9350 as the chip beside the computer, in its states 2 (boot keyboard, relative mouse) and 3
+// (boot keyboard, absolute mouse): records in raw, status frames out.
+#pragma once
+
+#include <mutex>
+
+#include "sim/chips/losses.h"
+#include "sim/chips/serial_device.h"
+#include "sim/computer/computer.h"
+
+namespace sim {
+
+/// Acknowledges nothing. It listens at 115200, as its pins are strapped, and starts in state 3.
+class Ch9350 : public HidChip {
+  public:
+    explicit Ch9350(Computer &computer);
+
+    int baud() override { return 115200; }
+    void receive(SerialLine &line, const std::uint8_t *bytes, std::size_t count,
+                 Clock::time_point at) override;
+    Clock::time_point due() override;
+    void run(SerialLine &line, Clock::time_point now) override;
+
+    void powerCycle() override;
+    void plug() override;
+    void unplug() override;
+    void silence(bool on) override;
+    /// Sends a status frame every second unasked, as real ones do.
+    void chatter(bool on);
+    /// Frames are lost on their way in.
+    void lose(const Losses &losses);
+
+  private:
+    std::size_t frameSize() const;
+    void handleFrame(SerialLine &line);
+    Bytes status() const;
+
+    mutable std::mutex mutex_;
+    Computer &computer_;
+    Bytes pending_;
+    Clock::time_point nextStatus_ = Clock::time_point::max();
+    Losses losses_;
+    int state_ = 3;
+    bool plugged_ = true, silent_ = false;
+};
+
+}  // namespace sim

@@ -1,0 +1,51 @@
+#include "sim/host/network.h"
+
+#include <net/if.h>
+
+#include <cstdio>
+#include <optional>
+
+#include "sim/host/process.h"
+
+namespace sim {
+namespace {
+
+// Bytes in the receive queue of the socket on a port, as the kernel's table has it.
+std::optional<unsigned long> receiveQueue(unsigned port) {
+    FILE *table = fopen("/proc/self/net/udp", "r");
+    if (table == nullptr) return std::nullopt;
+    std::optional<unsigned long> found;
+    char line[512];
+    while (!found && fgets(line, sizeof line, table) != nullptr) {
+        unsigned localPort = 0;
+        unsigned long queued = 0;
+        constexpr char kFormat[] = "%*d: %*8x:%4x %*8x:%*4x %*2x %*8x:%8lx";
+        if (sscanf(line, kFormat, &localPort, &queued) == 2 && localPort == port) found = queued;
+    }
+    fclose(table);
+    return found;
+}
+
+}  // namespace
+
+void makeEth0(const std::vector<std::string> &addresses) {
+    if (if_nametoindex("eth0") != 0) runTool({"ip", "link", "del", "eth0"}, "");
+    std::string commands =
+        "link add eth0 type veth peer name wire0\n"
+        "link set eth0 up\n"
+        "link set wire0 up\n";
+    for (const std::string &address : addresses)
+        commands += "addr add " + address + "/24 brd + dev eth0\n";
+    commands += "route add 224.0.0.0/4 dev eth0\n";
+    runTool({"ip", "-batch", "-"}, commands);
+}
+
+bool udpPortBound(unsigned port) {
+    return receiveQueue(port).has_value();
+}
+
+unsigned long udpBytesWaiting(unsigned port) {
+    return receiveQueue(port).value_or(0);
+}
+
+}  // namespace sim

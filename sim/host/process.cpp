@@ -1,0 +1,116 @@
+#include "sim/host/process.h"
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <stdexcept>
+
+namespace sim {
+namespace {
+
+// The merged environment as execvpe takes it; made before the fork, which may have threads around.
+class Environment {
+  public:
+    explicit Environment(const std::vector<std::string> &additions) {
+        for (char **entry = environ; *entry != nullptr; ++entry) texts_.emplace_back(*entry);
+        for (const std::string &addition : additions) {
+            const std::string name = addition.substr(0, addition.find('=') + 1);
+            for (std::size_t i = 0; i < texts_.size(); ++i)
+                if (texts_[i].rfind(name, 0) == 0)
+                    texts_.erase(texts_.begin() + static_cast<long>(i));
+            texts_.push_back(addition);
+        }
+        pointers_.reserve(texts_.size() + 1);
+        for (std::string &text : texts_) pointers_.push_back(text.data());
+        pointers_.push_back(nullptr);
+    }
+    char **pointers() { return pointers_.data(); }
+
+  private:
+    std::vector<std::string> texts_;
+    std::vector<char *> pointers_;
+};
+
+void toDescriptor(int from, int to) {
+    if (from >= 0) dup2(from, to);
+}
+
+// Between fork and exec: calls that are safe beside other threads only.
+[[noreturn]] void become(const Launch &what, char *const *arguments, char **environment,
+                         int report) {
+    if (what.ownSession) setsid();
+    for (int sig = 1; sig < NSIG; ++sig) signal(sig, SIG_DFL);
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+    toDescriptor(what.input, STDIN_FILENO);
+    toDescriptor(what.output, STDOUT_FILENO);
+    toDescriptor(what.error, STDERR_FILENO);
+    if (what.directory.empty() || chdir(what.directory.c_str()) == 0)
+        execvpe(arguments[0], arguments, environment);
+    const int error = errno;
+    [[maybe_unused]] const ssize_t n = write(report, &error, sizeof error);
+    _exit(127);
+}
+
+std::string readAll(int fd) {
+    std::string text;
+    char chunk[4096];
+    for (ssize_t n; (n = read(fd, chunk, sizeof chunk)) > 0;)
+        text.append(chunk, static_cast<std::size_t>(n));
+    return text;
+}
+
+}  // namespace
+
+pid_t launch(const Launch &what) {
+    std::vector<std::string> texts = what.arguments;
+    std::vector<char *> arguments;
+    arguments.reserve(texts.size() + 1);
+    for (std::string &text : texts) arguments.push_back(text.data());
+    arguments.push_back(nullptr);
+    Environment environment(what.environment);
+
+    int report[2];  // closed by a successful exec
+    if (pipe2(report, O_CLOEXEC) != 0)
+        throw std::runtime_error("pipe: " + std::string(strerror(errno)));
+    const pid_t pid = fork();
+    if (pid == 0) become(what, arguments.data(), environment.pointers(), report[1]);
+    close(report[1]);
+    int error = pid < 0 ? errno : 0;
+    if (pid > 0 && read(report[0], &error, sizeof error) > 0) awaitExit(pid);
+    close(report[0]);
+    if (error != 0)
+        throw std::runtime_error("cannot start " + what.arguments[0] + ": " + strerror(error));
+    return pid;
+}
+
+int awaitExit(pid_t pid) {
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) continue;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+void runTool(const std::vector<std::string> &arguments, const std::string &input) {
+    int in[2], out[2];
+    if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0)
+        throw std::runtime_error("pipe: " + std::string(strerror(errno)));
+    Launch tool;
+    tool.arguments = arguments;
+    tool.input = in[0];
+    tool.output = tool.error = out[1];
+    const pid_t pid = launch(tool);
+    close(in[0]);
+    close(out[1]);
+    const bool fed = write(in[1], input.data(), input.size()) == static_cast<ssize_t>(input.size());
+    close(in[1]);
+    const std::string said = readAll(out[0]);
+    close(out[0]);
+    if (awaitExit(pid) != 0 || !fed) throw std::runtime_error(arguments[0] + ": " + said);
+}
+
+}  // namespace sim

@@ -1,0 +1,66 @@
+// A board live on a terminal: its computer, who controls it, its serial line, its daemon's log.
+#pragma once
+
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "sim/board.h"
+#include "sim/chips/frames.h"
+#include <quillon/controlled_endpoint.h>
+#include <quillon/endpoint.h>
+
+namespace sim {
+
+/// Needs a Terminal. take and takeLog may be called from any thread.
+class BoardScreen {
+  public:
+    explicit BoardScreen(Board &board);
+
+    void take(const Traffic &traffic);
+    void takeLog(const std::string &line);
+
+    /// Keys that a person pressed; false when one of them ends the board.
+    bool typed(const std::string &bytes);
+    /// Asks what is to be asked, and draws.
+    void show();
+
+  private:
+    struct Passed {
+        std::string time;
+        bool toDevice;
+        Bytes bytes;
+    };
+
+    void askWhoControls();
+    bool press(char key);
+    void typeRequest(char key);
+    void request(const std::string &text);
+    void drawTitle() const;
+    void drawPicture(const Computer::State &state) const;
+    void drawComputer(const Computer::State &state) const;
+    void drawControl();
+    void drawFrames(int row, int rows);
+    void drawLog(int row, int rows);
+    void drawFoot() const;
+    std::string rates();
+
+    Board &board_;
+    std::unique_ptr<quillon::Endpoint> asking_;
+    quillon::EndpointStatus status_;  ///< holder and settings
+    Clock::time_point asked_{};
+    bool silent_ = false, signal_ = true;
+    std::optional<std::string> request_;  ///< that is being typed
+    std::string said_;                    ///< what the last request answered
+
+    std::mutex mutex_;  ///< for what follows
+    FrameSplitter splitters_[2];
+    std::deque<Passed> passed_;
+    std::deque<Clock::time_point> lately_[2];  ///< frames of the last second, by direction
+    std::deque<std::string> log_;
+    bool holderChanged_ = true;
+};
+
+}  // namespace sim

@@ -1,0 +1,70 @@
+#include "tests/support/support.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <thread>
+
+namespace test {
+
+std::string printedBy(const std::function<void()> &code) {
+    testing::internal::CaptureStdout();
+    code();
+    return testing::internal::GetCapturedStdout();
+}
+
+std::string complainedBy(const std::function<void()> &code) {
+    testing::internal::CaptureStderr();
+    code();
+    return testing::internal::GetCapturedStderr();
+}
+
+void writeFile(const std::string &path, const std::string &text) {
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+std::string readFile(const std::string &path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+Outcome run(const std::string &command) {
+    FILE *pipe = popen(("{ " + command + "\n} 2>&1").c_str(), "r");
+    Outcome outcome{-1, ""};
+    if (pipe == nullptr) return outcome;
+    char chunk[4096];
+    for (std::size_t n; (n = fread(chunk, 1, sizeof chunk, pipe)) > 0;)
+        outcome.said.append(chunk, n);
+    const int status = pclose(pipe);
+    outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return outcome;
+}
+
+bool holds(const std::string &all, const std::string &text) {
+    return all.find(text) != std::string::npos;
+}
+
+bool holds(const Outcome &outcome, const std::string &text) {
+    return holds(outcome.said, text);
+}
+
+void expectHeld(const std::string &all, std::initializer_list<const char *> texts) {
+    for (const char *text : texts) EXPECT_TRUE(holds(all, text)) << text << "\nin\n" << all;
+}
+
+bool comesTrue(const std::function<bool()> &isSo, std::chrono::milliseconds timeout) {
+    const auto end = sim::Clock::now() + timeout;
+    while (!isSo()) {
+        if (sim::Clock::now() > end) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return true;
+}
+
+std::size_t descriptors() {
+    return static_cast<std::size_t>(
+        std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
+}
+
+}  // namespace test
