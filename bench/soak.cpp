@@ -16,6 +16,7 @@
 #include <stdexcept>
 
 #include "protocol/input.h"
+#include "protocol/us_layout.h"
 #include "sim/board.h"
 #include "sim/host/private_host.h"
 #include "terminal/standard_streams.h"
@@ -115,9 +116,10 @@ class Soak {
         std::string word;
         for (unsigned i = pick(20) + 1; i > 0; --i)
             word += static_cast<char>('a' + static_cast<int>(pick(26)));
-        std::vector<quillon::Datagram> records;
+        std::vector<quillon::Stroke> states;
         std::string error;
-        quillon::typeText(word, records, error);
+        quillon::typeStrokes(word, states, error);
+        const auto records = quillon::recordsOf(states);
         quillon::Endpoint endpoint(kBoard, 80, output_), stranger(kBoard, 80, "192.168.1.10");
         const auto typed = board_->computer().state().text;
         for (std::size_t i = 0; i < records.size(); ++i) {

@@ -5,11 +5,12 @@
 #include <system_error>
 
 #include "protocol/link_messages.h"
+#include "protocol/ports.h"
+#include "protocol/requests.h"
 
 namespace quillon {
 namespace {
 
-constexpr std::uint16_t kHeartbeatPort = 41237;
 constexpr std::chrono::milliseconds kAtOnce(0);
 
 using Take = std::function<void(const DatagramSocket::Received &)>;
@@ -38,7 +39,7 @@ bool send(DatagramSocket &socket, const DatagramSocket::Received &to, const std:
 }  // namespace
 
 ConsolePorts::ConsolePorts(const std::string &address, Owner owner)
-    : address_(address), group_(kAllConsoles, kLinkPort, address) {
+    : address_(address), group_(kConsoleGroup, kConsolePort, address) {
     try {
         takePorts();
     } catch (const std::system_error &error) {
@@ -51,7 +52,7 @@ ConsolePorts::ConsolePorts(const std::string &address, Owner owner)
 void ConsolePorts::takePorts() {
     tried_ = std::chrono::steady_clock::now();
     auto link =
-        std::make_unique<DatagramSocket>(address_, kLinkPort, address_, DatagramSocket::kAlone);
+        std::make_unique<DatagramSocket>(address_, kConsolePort, address_, DatagramSocket::kAlone);
     auto heartbeats = std::make_unique<DatagramSocket>(address_, kHeartbeatPort, address_);
     try {
         relay_ = std::make_unique<WatchRelay>(address_);
@@ -112,7 +113,7 @@ void ConsolePorts::serve(const Take &take) {
     });
     drain(*heartbeats_, [&](const auto &ping) {
         std::string why;  // the network is down for a while: as good as no answer
-        if (ping.text == "heart") send(*heartbeats_, ping, "ackheart", why);
+        if (ping.text == kHeartbeat) send(*heartbeats_, ping, kHeartbeatAnswer, why);
     });
 }
 

@@ -4,6 +4,8 @@
 #include <stdexcept>
 #include <thread>
 
+#include "protocol/ports.h"
+#include "protocol/requests.h"
 #include <quillon/session.h>
 
 namespace quillon {
@@ -23,13 +25,13 @@ constexpr milliseconds kFarewell{250};  // the last state and its resends
 }  // namespace
 
 ControlledEndpoint::ControlledEndpoint(const Setup &setup)
-    : tag_(setup.asSoftware ? "software=" : ""),
+    : tag_(setup.asSoftware ? kSoftwareTag : ""),
       records_(setup.to, setup.port, setup.from),
       commands_(setup.to, kOperatorPort, setup.from),
-      link_(setup, setup.port, "link", kLinkPeriod),
-      locks_(setup, setup.port, "syncled", kPatience),
-      holder_(setup, kOperatorPort, "query", kPatience),
-      settings_(setup, kOperatorPort, "getKvmInfo", kPatience),
+      link_(setup, setup.port, kLinkQuestion, kLinkPeriod),
+      locks_(setup, setup.port, kLockKeysQuestion, kPatience),
+      holder_(setup, kOperatorPort, kHolderQuestion, kPatience),
+      settings_(setup, kOperatorPort, kSettingsQuestion, kPatience),
       usb_(setup, kOperatorPort, usbQuestion(setup.to), kUsbPatience),
       input_(setup.pace, setup.healing) {
     link_.next = holder_.next = settings_.next = Time{};
@@ -184,7 +186,7 @@ void ControlledEndpoint::releaseAsSoftware() {
     constexpr int kTimes = 3;
     for (int times = 0; times < kTimes; ++times)
         for (const Datagram &record : input_.released())
-            trySend(records_, "software=" + std::string(record.begin(), record.end()));
+            trySend(records_, kSoftwareTag + std::string(record.begin(), record.end()));
 }
 
 void ControlledEndpoint::finish() {

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "protocol/ports.h"
+#include "protocol/requests.h"
 #include <quillon/session.h>
 
 namespace quillon {
@@ -19,7 +21,7 @@ void Discovery::take(const DatagramSocket::Received &datagram) {
 Discovery discover(const std::string &from, std::chrono::milliseconds timeout) {
     using Clock = std::chrono::steady_clock;
     DatagramSocket socket(from, 0, from);
-    socket.send(kEndpointGroup, kOperatorPort, "query");
+    socket.send(kEndpointGroup, kOperatorPort, kHolderQuestion);
     const auto deadline = Clock::now() + timeout;
     Discovery discovery;
     for (;;) {

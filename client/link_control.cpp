@@ -1,32 +1,27 @@
 #include <quillon/link_control.h>
 
-#include <arpa/inet.h>
-
 #include <algorithm>
-#include <cctype>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <system_error>
-#include <utility>
 
 #include "client/watch_relay.h"
 #include "protocol/link_messages.h"
-#include "terminal/printable.h"
+#include "protocol/ports.h"
 #include <quillon/datagram_socket.h>
 
 namespace quillon {
 namespace {
 
 constexpr std::chrono::seconds kPatience(12);
-constexpr std::size_t kLongestName = 31, kLongestAddress = 15;
 
 // What an endpoint says to one address: heard there, or through the watch that has the port.
 class ReplyEar {
   public:
     explicit ReplyEar(const std::string &address) {
         try {
-            socket_ = std::make_unique<DatagramSocket>(address, kLinkPort, address,
+            socket_ = std::make_unique<DatagramSocket>(address, kConsolePort, address,
                                                        DatagramSocket::kAlone);
         } catch (const std::system_error &) {
             listener_ = std::make_unique<WatchListener>(address);
@@ -94,40 +89,9 @@ LinkOutcome succeed(Session &session, const LinkRequest &request, const Holder &
 
 }  // namespace
 
-std::string conventionalName(const std::string &name, const std::string &address) {
-    in_addr parsed{};
-    const std::size_t dash = name.find('-');
-    const bool complete =
-        dash != std::string::npos && inet_pton(AF_INET, name.substr(0, dash).c_str(), &parsed) == 1;
-    return complete ? name : address + "-" + name;
-}
-
-std::string objection(const LinkRequest &request, bool keepsName) {
-    const auto wrong = [](const std::string &text, bool kept) {
-        return std::any_of(text.begin(), text.end(), [&](unsigned char c) {
-            return (kept && c == '=') || c == '|' || isspace(c) != 0 || iscntrl(c) != 0;
-        });
-    };
-    for (const auto &[text, kept] : {std::pair{request.name, keepsName}, {request.output, true}})
-        if (wrong(text, kept))
-            return "\"" + printable(text) + "\" holds a blank, \"=\", \"|\" or control character";
-    if (keepsName && request.name.size() > kLongestName)
-        return request.name + " has more than " + std::to_string(kLongestName) + " characters";
-    if (request.output.size() > kLongestAddress) return request.output + " is no address";
-    return "";
-}
-
-std::string requestText(const std::string &word, const LinkRequest &request) {
-    return word + "|" + request.name + "|" + request.output + "|" + std::to_string(request.level);
-}
-
-std::string disconnectText(const LinkRequest &request) {
-    return "disconnect|" + request.name + "|" + std::to_string(request.level);
-}
-
 LinkOutcome connectUser(Session &session, const LinkRequest &request) {
     const Holder before = session.holder();
-    const Holder after = session.holderAfter(requestText("connect", request), kPatience);
+    const Holder after = session.holderAfter(connectRequest(request), kPatience);
     if (!holds(after, request))
         explain(session, after.linked ? described(after) : "the endpoint did not take it");
     return succeed(session, request, before, after, false);
@@ -136,7 +100,7 @@ LinkOutcome connectUser(Session &session, const LinkRequest &request) {
 LinkOutcome applyUser(Session &session, const LinkRequest &request) {
     ReplyEar ear(session.ownAddress());
     const Holder before = session.holder();
-    const Holder after = session.holderAfter(requestText("apply", request), kPatience);
+    const Holder after = session.holderAfter(applyRequest(request), kPatience);
     const bool asked = before.linked && before.user != request.name;
     const int code = asked && ear.hears() ? ear.reply(session.to()) : ReplyEar::kNone;
     if (holds(after, request))
@@ -159,7 +123,7 @@ LinkOutcome disconnectUser(Session &session, const LinkRequest &request) {
     // An endpoint takes the beginning of a name for the whole.
     if (!before.linked) explain(session, "nobody controls it");
     if (!holds(before, request)) explain(session, described(before));
-    const Holder after = session.holderAfter(disconnectText(request), kPatience);
+    const Holder after = session.holderAfter(disconnectRequest(request), kPatience);
     if (after.linked) explain(session, described(after));
     return {before.user + " is disconnected", after};
 }

@@ -2,13 +2,13 @@
 
 #include <stdexcept>
 
+#include "protocol/ports.h"
 #include "protocol/records.h"
+#include "protocol/requests.h"
 #include <quillon/datagram_socket.h>
 
 namespace quillon {
 namespace {
-
-constexpr std::uint16_t kSettingsPort = 4001;
 
 template <class T>
 T understood(const std::optional<T> &parsed, const std::string &answer) {
@@ -33,17 +33,17 @@ std::string Session::ask(Endpoint &endpoint, const std::string &request) {
 }
 
 Link Session::link() {
-    const std::string answer = ask(data_, "link");
+    const std::string answer = ask(data_, kLinkQuestion);
     return understood(parseLink(answer), answer);
 }
 
 LockKeys Session::lockKeys() {
-    const std::string answer = ask(data_, "syncled");
+    const std::string answer = ask(data_, kLockKeysQuestion);
     return understood(parseLockKeys(answer), answer);
 }
 
 Holder Session::holder() {
-    const std::string answer = ask(operators_, "query");
+    const std::string answer = ask(operators_, kHolderQuestion);
     return understood(parseHolder(answer), answer);
 }
 
@@ -54,19 +54,19 @@ Holder Session::holderAfter(const std::string &command, std::chrono::millisecond
     Endpoint asking(to_, kOperatorPort, from_);
     const auto deadline = std::chrono::steady_clock::now() + patience;
     while (std::chrono::steady_clock::now() < deadline) {
-        const auto answer = asking.ask("query", timeout_);
+        const auto answer = asking.ask(kHolderQuestion, timeout_);
         if (answer) return understood(parseHolder(*answer), *answer);
     }
     throw std::runtime_error("no answer from " + operators_.name());
 }
 
 Settings Session::settings() {
-    return parseSettings(ask(operators_, "getKvmInfo"));
+    return parseSettings(ask(operators_, kSettingsQuestion));
 }
 
 Settings Session::settingsViaGroup() {
     DatagramSocket group(kEndpointGroup, kSettingsPort, ownAddress());
-    const std::string command = "getKvmInfo:" + to_;
+    const std::string command = settingsViaGroupRequest(to_);
     operators_.send(command.data(), command.size());
     // Others of the network can send to the group, too.
     const auto deadline = std::chrono::steady_clock::now() + timeout_;
@@ -87,7 +87,7 @@ bool Session::usbLinked() {
 
 void Session::setLockKeys(LockKeys wanted) {
     const auto word = [](bool on) { return std::string(on ? "on" : "off"); };
-    const std::string request = "out=" + word(wanted.caps) + "&num=" + word(wanted.num);
+    const std::string request = lockKeysRequest(wanted.caps, wanted.num);
     data_.send(request.data(), request.size());
     // An endpoint with a CH9350 leaves the Num Lock key down. It takes these after the request,
     // and before anything that could keep them from being sent.
@@ -101,7 +101,7 @@ void Session::setLockKeys(LockKeys wanted) {
 }
 
 void Session::setMouseMode(bool relative) {
-    const std::string command = relative ? "chip=rel" : "chip=abs";
+    const std::string command = mouseModeRequest(relative);
     operators_.send(command.data(), command.size());
     // Commands are taken one after the other: this one is done, and the chip told, when the next
     // one is answered.

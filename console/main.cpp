@@ -41,11 +41,23 @@ void addCommands(CLI::App &app, Options &options) {
     app.require_subcommand(1);
     app.fallthrough();  // these may also stand behind the command
 
-    quillon::addRecordCommands(app, options);
-    quillon::addEndpointCommands(app, options);
-    quillon::addLinkCommands(app, options);
+    quillon::addTypingCommands(app, options);
+    quillon::addMouseCommands(app, options);
+    quillon::addQuestionCommands(app, options);
+    quillon::addSwitchCommands(app, options);
+    quillon::addTakingCommands(app, options);
+    quillon::addWatchCommand(app, options);
     quillon::addControlCommand(app, options);
 }
+
+}  // namespace
+
+quillon::Session quillon::openSession(const Options &options) {
+    if (options.to.empty()) throw CLI::RequiredError("--to");
+    return {options.to, options.port, options.from, std::chrono::milliseconds(options.timeoutMs)};
+}
+
+namespace {
 
 int run(int argc, char **argv) {
     CLI::App app{"Keyboard, mouse and questions for a KVM extender endpoint", kProgram};

@@ -1,4 +1,4 @@
-// The pieces of the command line, which main.cpp puts together.
+// The command line: its options, and the subcommands that main.cpp puts together.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -37,13 +37,13 @@ struct Options {
 /// Throws CLI::RequiredError without an address to talk to.
 Session openSession(const Options &options);
 
-/// "type", "key" and "mouse".
-void addRecordCommands(CLI::App &app, Options &options);
-/// Questions and switches.
-void addEndpointCommands(CLI::App &app, Options &options);
-/// "apply", "connect", "disconnect" and "watch".
-void addLinkCommands(CLI::App &app, Options &options);
-/// "control".
+// Each adds subcommands; the file of that name says which.
+void addTypingCommands(CLI::App &app, Options &options);
+void addMouseCommands(CLI::App &app, Options &options);
+void addQuestionCommands(CLI::App &app, Options &options);
+void addSwitchCommands(CLI::App &app, Options &options);
+void addTakingCommands(CLI::App &app, Options &options);
+void addWatchCommand(CLI::App &app, Options &options);
 void addControlCommand(CLI::App &app, Options &options);
 
 }  // namespace quillon

@@ -4,7 +4,33 @@
 #include <cstdlib>
 #include <sstream>
 
+#include "protocol/requests.h"
+
 namespace quillon {
+namespace {
+
+std::string holderWords(const std::optional<Holder> &holder,
+                        const std::optional<Settings> &settings, const std::string &ownName) {
+    if (settings && !permissionsOn(*settings)) return "permissions are off: everybody may send";
+    if (!holder) return "it is not known yet who holds control";
+    if (!holder->linked) return "nobody holds control";
+    return "held by " + holder->user + (holder->user == ownName ? " (you)" : "") + ", level " +
+           std::to_string(holder->level);
+}
+
+// Eight outputs have to fit on one line.
+std::string outputWords(const std::vector<std::string> &outputs) {
+    std::string words, network;
+    for (const std::string &output : outputs) {
+        const std::size_t dot = output.rfind('.');
+        const bool same = dot != std::string::npos && output.substr(0, dot) == network;
+        words += " " + (same ? output.substr(dot) : output);
+        network = output.substr(0, dot);
+    }
+    return words.empty() ? " none" : words;
+}
+
+}  // namespace
 
 std::optional<Link> parseLink(const std::string &answer) {
     Link link;
@@ -33,14 +59,10 @@ std::optional<Holder> parseHolder(const std::string &answer) {
     std::getline(text, holder.endpoint, '|');
     std::getline(text, linked, '|');
     std::getline(text, holder.user, '|');
-    if (word != "query" || !std::getline(text, level)) return std::nullopt;
+    if (word != kHolderQuestion || !std::getline(text, level)) return std::nullopt;
     holder.linked = linked == "1";
     holder.level = atoi(level.c_str());
     return holder;
-}
-
-std::string usbQuestion(const std::string &endpoint) {
-    return "[seq]\n[controlled]=" + endpoint + "\n[answer]=0.0.0.0000000:0\nusb_is_link_pc";
 }
 
 std::optional<bool> parseUsbLinked(const std::string &answer) {
@@ -85,6 +107,14 @@ MaySend maySend(const Settings &settings, const std::string &address) {
     for (const std::string &output : outputs)
         if (address.rfind(output, 0) == 0) return MaySend::kYes;
     return outputs.empty() ? MaySend::kByChance : MaySend::kNo;
+}
+
+std::string whoWords(const std::optional<Holder> &holder, const std::optional<Settings> &settings,
+                     const std::string &ownName) {
+    std::string words = holderWords(holder, settings, ownName);
+    if (settings && permissionsOn(*settings))
+        words += " | outputs" + outputWords(linkedOutputs(*settings));
+    return words;
 }
 
 }  // namespace quillon

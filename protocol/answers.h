@@ -1,4 +1,6 @@
-// The short texts that an endpoint answers, taken apart.
+// The short texts that an endpoint answers, taken apart. Every parse function returns none for a
+// text that is no such answer. Names in an answer are foreign text: make them printable before a
+// terminal or a page gets them.
 #pragma once
 
 #include <map>
@@ -29,9 +31,7 @@ struct Holder {
 };
 std::optional<Holder> parseHolder(const std::string &answer);
 
-/// What asks an endpoint whether a computer is on its USB cable, and the answer. The question names
-/// no address to answer to: it comes back to the sender.
-std::string usbQuestion(const std::string &endpoint);
+/// Whether a computer is on the endpoint's USB cable, see usbQuestion().
 std::optional<bool> parseUsbLinked(const std::string &answer);
 
 /// The settings file's lines, key to value.
@@ -46,5 +46,11 @@ std::vector<std::string> linkedOutputs(const Settings &settings);
 /// is left to chance: the endpoint decides as for the sender before.
 enum class MaySend { kYes, kNo, kByChance };
 MaySend maySend(const Settings &settings, const std::string &address);
+
+/// For a person: "held by 192.168.1.20-ann (you), level 5 | outputs 192.168.1.20 .21", the holder
+/// and the linked outputs, those of one network after the first by their last number. What is not
+/// known yet is none.
+std::string whoWords(const std::optional<Holder> &holder, const std::optional<Settings> &settings,
+                     const std::string &ownName);
 
 }  // namespace quillon

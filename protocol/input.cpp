@@ -1,7 +1,6 @@
 #include "protocol/input.h"
 
 #include <algorithm>
-#include <cstdio>
 
 namespace quillon {
 namespace {
@@ -12,40 +11,13 @@ std::int8_t stepTowards(int distance) {
     return static_cast<std::int8_t>(std::clamp(distance, -kLargestStep, kLargestStep));
 }
 
-std::string describe(unsigned char byte) {
-    char text[32];
-    snprintf(text, sizeof text, byte > 0x20 && byte < 0x7F ? "'%c'" : "byte 0x%02x", byte);
-    return text;
-}
-
 }  // namespace
 
-bool typeStrokes(const std::string &text, std::vector<Stroke> &states, std::string &error) {
-    std::uint8_t held = 0;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const auto stroke = strokeOf(text[i]);
-        if (!stroke) {
-            error = "the US layout has no key for " +
-                    describe(static_cast<unsigned char>(text[i])) + ", character " +
-                    std::to_string(i + 1) + " of the text";
-            return false;
-        }
-        if (stroke->modifiers != held) {
-            held = stroke->modifiers;
-            states.push_back({held, 0});
-        }
-        states.push_back(*stroke);
-        states.push_back({held, 0});
-    }
-    if (held != 0) states.push_back({});
-    return true;
-}
-
-bool typeText(const std::string &text, std::vector<Datagram> &records, std::string &error) {
-    std::vector<Stroke> states;
-    const bool ok = typeStrokes(text, states, error);
+std::vector<Datagram> recordsOf(const std::vector<Stroke> &states) {
+    std::vector<Datagram> records;
+    records.reserve(states.size());
     for (const Stroke &state : states) records.push_back(datagram(keyboardRecord(state)));
-    return ok;
+    return records;
 }
 
 std::vector<Datagram> strokeKey(const Stroke &stroke) {

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 #include <vector>
 
 #include "protocol/records.h"
@@ -11,13 +10,8 @@ namespace quillon {
 
 using Datagram = std::vector<std::uint8_t>;
 
-/// The keyboard's states that type a text: press and release for every character; where Shift
-/// changes, it does so in a state of its own before the key. Ends with all keys up. False, with
-/// error naming character and place, when the layout lacks one.
-bool typeStrokes(const std::string &text, std::vector<Stroke> &states, std::string &error);
-
-/// The same as records.
-bool typeText(const std::string &text, std::vector<Datagram> &records, std::string &error);
+/// Keyboard states, one after the other.
+std::vector<Datagram> recordsOf(const std::vector<Stroke> &states);
 
 /// Modifiers down, the key with them, everything up.
 std::vector<Datagram> strokeKey(const Stroke &stroke);

@@ -1,39 +1,49 @@
 #include "protocol/keys.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstdio>
-#include <cstring>
 
 namespace quillon {
 namespace {
 
-struct Key {
+struct NamedKey {
     std::uint8_t usage;
-    const char *name;  ///< null: the plain character names the key
-    char plain;        ///< what it types, 0 for nothing
-    char shifted;
+    const char *name;
 };
 
-// Usages of the HID keyboard page. Names that come first are the ones printed.
-constexpr Key kKeys[] = {
-    {0x28, "enter", '\n', '\n'}, {0x29, "escape", 0, 0},       {0x2A, "backspace", 0, 0},
-    {0x2B, "tab", '\t', '\t'},   {0x2C, "space", ' ', ' '},    {0x2D, nullptr, '-', '_'},
-    {0x2E, nullptr, '=', '+'},   {0x2F, nullptr, '[', '{'},    {0x30, nullptr, ']', '}'},
-    {0x31, nullptr, '\\', '|'},  {0x33, nullptr, ';', ':'},    {0x34, nullptr, '\'', '"'},
-    {0x35, nullptr, '`', '~'},   {0x36, nullptr, ',', '<'},    {0x37, nullptr, '.', '>'},
-    {0x38, nullptr, '/', '?'},   {0x39, "capslock", 0, 0},     {0x46, "printscreen", 0, 0},
-    {0x47, "scrolllock", 0, 0},  {0x48, "pause", 0, 0},        {0x49, "insert", 0, 0},
-    {0x4A, "home", 0, 0},        {0x4B, "pageup", 0, 0},       {0x4C, "delete", 0, 0},
-    {0x4D, "end", 0, 0},         {0x4E, "pagedown", 0, 0},     {0x4F, "right", 0, 0},
-    {0x50, "left", 0, 0},        {0x51, "down", 0, 0},         {0x52, "up", 0, 0},
-    {0x53, "numlock", 0, 0},     {0x65, "menu", 0, 0},         {0x27, nullptr, '0', ')'},
-    {0x1E, nullptr, '1', '!'},   {0x1F, nullptr, '2', '@'},    {0x20, nullptr, '3', '#'},
-    {0x21, nullptr, '4', '$'},   {0x22, nullptr, '5', '%'},    {0x23, nullptr, '6', '^'},
-    {0x24, nullptr, '7', '&'},   {0x25, nullptr, '8', '*'},    {0x26, nullptr, '9', '('},
-    {0x29, "esc", 0, 0},         {0x28, "return", '\n', '\n'}, {0x4C, "del", 0, 0},
-    {0x2D, "minus", '-', '_'},   {0x2E, "equal", '=', '+'},
+// Where a key has several names, the first is the one that is printed.
+constexpr NamedKey kNames[] = {
+    {kUsageEnter, "enter"},
+    {kUsageEscape, "escape"},
+    {kUsageBackspace, "backspace"},
+    {kUsageTab, "tab"},
+    {kUsageSpace, "space"},
+    {kUsageCapsLock, "capslock"},
+    {0x46, "printscreen"},
+    {kUsageScrollLock, "scrolllock"},
+    {0x48, "pause"},
+    {0x49, "insert"},
+    {0x4A, "home"},
+    {0x4B, "pageup"},
+    {0x4C, "delete"},
+    {0x4D, "end"},
+    {0x4E, "pagedown"},
+    {0x4F, "right"},
+    {0x50, "left"},
+    {0x51, "down"},
+    {0x52, "up"},
+    {kUsageNumLock, "numlock"},
+    {0x65, "menu"},
+    {kUsageEscape, "esc"},
+    {kUsageEnter, "return"},
+    {0x4C, "del"},
 };
+
+// The same for keys that are printed by their character.
+constexpr NamedKey kOtherNames[] = {{0x2D, "minus"}, {0x2E, "equal"}};
+
+// From kUsageA on; '\0' for keys with a name of their own and for 0x32, which a US keyboard lacks.
+constexpr char kCharacters[] = "abcdefghijklmnopqrstuvwxyz1234567890\0\0\0\0\0-=[]\\\0;'`,./";
 
 struct ModifierName {
     const char *name;
@@ -48,18 +58,6 @@ constexpr ModifierName kModifiers[] = {
 };
 constexpr int kModifierBits = 8;  // the first names above, one for each bit
 
-constexpr std::uint8_t kUsageA = 0x04, kUsageF1 = 0x3A, kUsageF13 = 0x68;
-
-bool isLetterUsage(std::uint8_t usage) {
-    return usage >= kUsageA && usage < kUsageA + 26;
-}
-
-const Key *keyOf(std::uint8_t usage) {
-    const auto *key = std::find_if(std::begin(kKeys), std::end(kKeys),
-                                   [&](const Key &k) { return k.usage == usage; });
-    return key == std::end(kKeys) ? nullptr : key;
-}
-
 // Usage of "f1" to "f24", 0 for another text.
 std::uint8_t functionKey(const std::string &name) {
     int number = 0, end = 0;
@@ -70,12 +68,12 @@ std::uint8_t functionKey(const std::string &name) {
 }
 
 std::uint8_t usageOfName(const std::string &name) {
-    for (const Key &key : kKeys)
-        if (key.name != nullptr && name == key.name) return key.usage;
-    if (name.size() == 1) {
-        const auto stroke = strokeOf(name[0]);
-        if (stroke && stroke->modifiers == 0) return stroke->usage;
-    }
+    for (const NamedKey &key : kNames)
+        if (name == key.name) return key.usage;
+    for (const NamedKey &key : kOtherNames)
+        if (name == key.name) return key.usage;
+    for (std::size_t i = 0; name.size() == 1 && i + 1 < sizeof kCharacters; ++i)
+        if (name[0] == kCharacters[i]) return static_cast<std::uint8_t>(kUsageA + i);
     return functionKey(name);
 }
 
@@ -87,33 +85,15 @@ std::uint8_t modifierOfName(const std::string &name) {
 
 }  // namespace
 
-std::optional<Stroke> strokeOf(char character) {
-    const auto byte = static_cast<unsigned char>(character);
-    if (byte == 0) return std::nullopt;
-    if (byte < 0x80 && isalpha(byte) != 0) {
-        const std::uint8_t modifiers = isupper(byte) != 0 ? kLeftShift : 0;
-        return Stroke{modifiers, static_cast<std::uint8_t>(kUsageA + (tolower(byte) - 'a'))};
-    }
-    for (const Key &key : kKeys) {
-        if (key.plain == character) return Stroke{0, key.usage};
-        if (key.shifted == character) return Stroke{kLeftShift, key.usage};
-    }
-    return std::nullopt;
-}
-
-char characterOf(std::uint8_t usage, bool shift, bool capsLock) {
-    if (isLetterUsage(usage))
-        return static_cast<char>((shift != capsLock ? 'A' : 'a') + (usage - kUsageA));
-    const Key *key = keyOf(usage);
-    if (key == nullptr) return '\0';
-    return shift ? key->shifted : key->plain;
+char positionCharacter(std::uint8_t usage) {
+    const bool known = usage >= kUsageA && usage - kUsageA + 1U < sizeof kCharacters;
+    return known ? kCharacters[usage - kUsageA] : '\0';
 }
 
 std::string keyName(std::uint8_t usage) {
-    const Key *key = keyOf(usage);
-    if (key != nullptr && key->name != nullptr) return key->name;
-    const char character = characterOf(usage, false, false);
-    if (character != '\0') return std::string(1, character);
+    for (const NamedKey &key : kNames)
+        if (key.usage == usage) return key.name;
+    if (const char character = positionCharacter(usage)) return std::string(1, character);
     const bool upper = usage >= kUsageF13;
     const int number = upper ? usage - kUsageF13 + 13 : usage - kUsageF1 + 1;
     char text[16];
@@ -132,6 +112,12 @@ std::string modifierNames(std::uint8_t modifiers) {
         names += kModifiers[i].name;
     }
     return names;
+}
+
+std::string strokeName(const Stroke &stroke) {
+    const std::string modifiers = modifierNames(stroke.modifiers);
+    if (stroke.usage == 0) return modifiers.empty() ? "all keys up" : modifiers;
+    return (modifiers.empty() ? "" : modifiers + "+") + keyName(stroke.usage);
 }
 
 std::optional<Stroke> parseCombo(const std::string &text, std::string &error) {

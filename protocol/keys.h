@@ -1,5 +1,5 @@
-// The keys of a US keyboard: their HID usages (keyboard page), names and characters. The console
-// looks characters up to send them, the simulated computer looks usages up to read them.
+// The keys of a keyboard: their HID usages (keyboard page) and names. A key is a position: which
+// character it types is a matter of the computer's layout, see us_layout.h.
 #pragma once
 
 #include <cstdint>
@@ -22,15 +22,21 @@ enum Modifier : std::uint8_t {
 
 constexpr std::uint8_t kAnyShift = kLeftShift | kRightShift;
 
-/// Usages that programs of ours speak of by name.
+/// Usages of the HID keyboard page that the programs name.
 enum Usage : std::uint8_t {
+    kUsageA = 0x04,  ///< "a" to "z" follow each other
     kUsageEnter = 0x28,
     kUsageEscape = 0x29,
     kUsageBackspace = 0x2A,
+    kUsageTab = 0x2B,
+    kUsageSpace = 0x2C,
     kUsageCapsLock = 0x39,
+    kUsageF1 = 0x3A,  ///< to F12
     kUsageScrollLock = 0x47,
     kUsageNumLock = 0x53,
-    kUsageKeypadEnter = 0x58
+    kUsageKeypadEnter = 0x58,
+    kUsageF13 = 0x68,      ///< to F24
+    kUsageLeftCtrl = 0xE0  ///< kUsageLeftCtrl + n is the key of bit n of the modifier byte
 };
 
 /// A key and the modifiers that go down with it. usage 0: modifiers alone.
@@ -43,21 +49,21 @@ inline bool operator==(const Stroke &a, const Stroke &b) {
     return a.modifiers == b.modifiers && a.usage == b.usage;
 }
 
-/// The stroke that types an ASCII character (line feed is Enter), with Caps Lock off; none for
-/// one that the layout lacks.
-std::optional<Stroke> strokeOf(char character);
+/// The character by which a key is called: what a US keyboard has printed on it, without Shift.
+/// '\0' for a key with a longer name, or none.
+char positionCharacter(std::uint8_t usage);
 
-/// The character that a key types, '\n' for Enter; '\0' for one that types none.
-char characterOf(std::uint8_t usage, bool shift, bool capsLock);
-
-/// Name of a key, as parseCombo takes it ("a", "f5", "delete"); "key 0x%02x" for one without.
+/// Name of a key, as parseCombo() takes it ("a", "f5", "delete"); "key 0x%02x" for one without.
 std::string keyName(std::uint8_t usage);
 
 /// Names of the modifiers in a byte, joined by '+'; empty for none.
 std::string modifierNames(std::uint8_t modifiers);
 
-/// Reads "ctrl+alt+delete": any number of modifiers and at most one other key, which is all that
-/// reaches the computer. On failure none, and error says why.
+/// "ctrl+a"; "all keys up" for a stroke without modifiers and key.
+std::string strokeName(const Stroke &stroke);
+
+/// Reads "ctrl+alt+delete": any number of modifiers and at most one other key, because an endpoint
+/// passes one key at a time. On failure none, and error says why.
 std::optional<Stroke> parseCombo(const std::string &text, std::string &error);
 
 }  // namespace quillon

@@ -1,15 +1,10 @@
 // What endpoints tell consoles about who controls them.
 #pragma once
 
-#include <cstdint>
 #include <optional>
 #include <string>
 
 namespace quillon {
-
-/// Where consoles hear it, at their own address and in the group of all consoles.
-constexpr std::uint16_t kLinkPort = 2333;
-constexpr char kAllConsoles[] = "225.168.1.168";
 
 struct LinkMessage {
     enum Kind {

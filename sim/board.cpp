@@ -10,13 +10,13 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "protocol/ports.h"
 #include "sim/host/network.h"
 #include "sim/host/paths.h"
 
 namespace sim {
 namespace {
 
-constexpr unsigned kOperatorPort = 41302;
 constexpr auto kTick = std::chrono::milliseconds(2);
 
 struct Wiring {
@@ -182,7 +182,7 @@ void Board::watchLine(const std::string &line) {
 void Board::supervise() {
     while (!stopping_) {
         if (!listening_ && dataPort_ != 0 && udpPortBound(dataPort_) &&
-            udpPortBound(kOperatorPort)) {
+            udpPortBound(quillon::kOperatorPort)) {
             // Somebody who sees "reboot" waits until the daemon has settled, then cuts the power.
             if (wantsReboot_ && options_.powerCycle)
                 powerCycle();

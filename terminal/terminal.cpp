@@ -11,6 +11,8 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "terminal/screen.h"
+
 namespace quillon {
 namespace {
 
@@ -45,13 +47,7 @@ Terminal::Terminal(Reports reports) : reports_(reports) {
     noecho();
     nonl();
     curs_set(0);
-    if (has_colors()) {
-        start_color();
-        use_default_colors();
-        init_pair(1, COLOR_GREEN, -1);
-        init_pair(2, COLOR_RED, -1);
-        init_pair(3, COLOR_YELLOW, -1);
-    }
+    startColours();
     // The first refresh would clear what is drawn before it.
     refresh();
     if (reports_ == kAll) writeAll(kEnter);

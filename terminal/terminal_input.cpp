@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <optional>
 
 namespace quillon {
@@ -14,61 +13,42 @@ constexpr std::size_t kLongestSequence = 64, kLongestPaste = 1 << 20;
 
 struct Named {
     int code;
-    std::uint8_t usage;
+    int key;
 };
 
 // CSI ... letter, and SS3 letter.
-constexpr Named kLetters[] = {{'A', 0x52}, {'B', 0x51}, {'C', 0x4F}, {'D', 0x50},
-                              {'E', 0x5D}, {'F', 0x4D}, {'H', 0x4A}, {'P', 0x3A},
-                              {'Q', 0x3B}, {'R', 0x3C}, {'S', 0x3D}, {'Z', 0x2B}};
+constexpr Named kLetters[] = {{'A', kKeyUp},     {'B', kKeyDown},   {'C', kKeyRight},
+                              {'D', kKeyLeft},   {'E', kKeyBegin},  {'F', kKeyEnd},
+                              {'H', kKeyHome},   {'P', kKeyF1},     {'Q', kKeyF1 + 1},
+                              {'R', kKeyF1 + 2}, {'S', kKeyF1 + 3}, {'Z', kKeyTab}};
 
 // CSI number ~.
 constexpr Named kNumbers[] = {
-    {1, 0x4A},  {2, 0x49},  {3, 0x4C},  {4, 0x4D},  {5, 0x4B},  {6, 0x4E},  {7, 0x4A},
-    {8, 0x4D},  {11, 0x3A}, {12, 0x3B}, {13, 0x3C}, {14, 0x3D}, {15, 0x3E}, {17, 0x3F},
-    {18, 0x40}, {19, 0x41}, {20, 0x42}, {21, 0x43}, {23, 0x44}, {24, 0x45}, {25, 0x68},
-    {26, 0x69}, {28, 0x6A}, {29, 0x6B}, {31, 0x6C}, {32, 0x6D}, {33, 0x6E}, {34, 0x6F}};
-
-// Codes of the kitty protocol for keys without a character.
-constexpr Named kPrivateUse[] = {
-    {27, 0x29},    {13, 0x28},    {9, 0x2B},     {127, 0x2A},   {57358, 0x39}, {57359, 0x47},
-    {57360, 0x53}, {57361, 0x46}, {57362, 0x48}, {57363, 0x65}, {57409, 0x63}, {57410, 0x54},
-    {57411, 0x55}, {57412, 0x56}, {57413, 0x57}, {57414, 0x58}, {57415, 0x67}, {57417, 0x5C},
-    {57418, 0x5E}, {57419, 0x60}, {57420, 0x5A}, {57421, 0x61}, {57422, 0x5B}, {57423, 0x5F},
-    {57424, 0x59}, {57425, 0x62}, {57426, 0x63}, {57427, 0x5D}, {57441, 0xE1}, {57442, 0xE0},
-    {57443, 0xE2}, {57444, 0xE3}, {57447, 0xE5}, {57448, 0xE4}, {57449, 0xE6}, {57450, 0xE7},
-    {57453, 0xE6}};
+    {1, kKeyHome},     {2, kKeyInsert},   {3, kKeyDelete},   {4, kKeyEnd},      {5, kKeyPageUp},
+    {6, kKeyPageDown}, {7, kKeyHome},     {8, kKeyEnd},      {11, kKeyF1},      {12, kKeyF1 + 1},
+    {13, kKeyF1 + 2},  {14, kKeyF1 + 3},  {15, kKeyF1 + 4},  {17, kKeyF1 + 5},  {18, kKeyF1 + 6},
+    {19, kKeyF1 + 7},  {20, kKeyF1 + 8},  {21, kKeyF1 + 9},  {23, kKeyF1 + 10}, {24, kKeyF1 + 11},
+    {25, kKeyF1 + 12}, {26, kKeyF1 + 13}, {28, kKeyF1 + 14}, {29, kKeyF1 + 15}, {31, kKeyF1 + 16},
+    {32, kKeyF1 + 17}, {33, kKeyF1 + 18}, {34, kKeyF1 + 19}};
 
 template <std::size_t N>
-std::uint8_t find(const Named (&table)[N], int code) {
+int find(const Named (&table)[N], int code) {
     const auto *named = std::find_if(std::begin(table), std::end(table),
                                      [&](const Named &n) { return n.code == code; });
-    return named == std::end(table) ? std::uint8_t{0} : named->usage;
+    return named == std::end(table) ? 0 : named->key;
 }
 
-std::uint8_t usageOfKittyCode(int code) {
-    if (const std::uint8_t usage = find(kPrivateUse, code)) return usage;
-    if (code >= 57376 && code <= 57387)  // F13 to F24
-        return static_cast<std::uint8_t>(0x68 + code - 57376);
-    if (code >= 57399 && code <= 57408)  // keypad, 0 behind 9 on the usage page
-        return static_cast<std::uint8_t>(code == 57399 ? 0x62 : 0x59 + code - 57400);
-    if (code < 0x20 || code > 0x7E) return 0;
-    const auto stroke = strokeOf(static_cast<char>(code));
-    return stroke ? stroke->usage : std::uint8_t{0};
+// The modifiers of a sequence: 1 and the bits, of which others than these do not count.
+unsigned modifiersOf(int parameter) {
+    constexpr unsigned kKnown = kTerminalShift | kTerminalAlt | kTerminalCtrl | kTerminalSuper;
+    return static_cast<unsigned>(std::max(parameter, 1) - 1) & kKnown;
 }
 
-// The modifiers of a sequence: 1 and the bits shift, alt, ctrl, super.
-std::uint8_t modifiersOf(int parameter) {
-    const int bits = std::max(parameter, 1) - 1;
-    return static_cast<std::uint8_t>(
-        ((bits & 1) != 0 ? kLeftShift : 0) | ((bits & 2) != 0 ? kLeftAlt : 0) |
-        ((bits & 4) != 0 ? kLeftCtrl : 0) | ((bits & 8) != 0 ? kLeftGui : 0));
-}
-
-TerminalEvent keyEvent(TerminalEvent::Kind kind, std::uint8_t modifiers, std::uint8_t usage) {
+TerminalEvent keyEvent(TerminalEvent::Kind kind, unsigned modifiers, int key) {
     TerminalEvent event;
-    event.kind = usage == 0 ? TerminalEvent::kUnknown : kind;
-    event.stroke = {modifiers, usage};
+    event.kind = key == 0 ? TerminalEvent::kUnknown : kind;
+    event.modifiers = modifiers;
+    event.key = key;
     return event;
 }
 
@@ -86,31 +66,36 @@ TerminalEvent flagEvent(TerminalEvent::Kind kind, bool on) {
     return event;
 }
 
-// What one byte without an escape before it stands for.
-std::optional<Stroke> strokeOfByte(char byte) {
+struct KeyWithModifiers {
+    unsigned modifiers;
+    int key;
+};
+
+// What one byte without an escape before it stands for; none for a byte that is no ASCII.
+std::optional<KeyWithModifiers> keyOfByte(char byte) {
     switch (byte) {
         case '\r':
-            return Stroke{0, kUsageEnter};
+            return KeyWithModifiers{0, kKeyEnter};
         case '\t':
-            return strokeOf('\t');
+            return KeyWithModifiers{0, kKeyTab};
         case '\b':
         case '\x7f':
-            return Stroke{0, kUsageBackspace};
+            return KeyWithModifiers{0, kKeyBackspace};
         case kEscape:
-            return Stroke{0, kUsageEscape};
+            return KeyWithModifiers{0, kKeyEscape};
         case '\0':
-            return Stroke{kLeftCtrl, strokeOf(' ')->usage};
+            return KeyWithModifiers{kTerminalCtrl, ' '};
         default:
             break;
     }
     const auto value = static_cast<unsigned char>(byte);
-    if (value >= 0x20) return strokeOf(byte);
+    if (value >= 0x80) return std::nullopt;
+    if (value >= 0x20) return KeyWithModifiers{0, value};
     // Ctrl takes the upper bits from a character: letters, and [ \ ] 6 / for what follows them.
     constexpr char kBehindLetters[] = "[\\]6/";
     const char plain =
         value <= 26 ? static_cast<char>('a' + value - 1) : kBehindLetters[value - 27];
-    const std::uint8_t usage = strokeOf(plain)->usage;
-    return Stroke{kLeftCtrl, usage};
+    return KeyWithModifiers{kTerminalCtrl, plain};
 }
 
 char printableOrNone(int code) {
@@ -165,12 +150,12 @@ TerminalEvent mouseEvent(const Parameters &parameters, bool up) {
 }
 
 // A key of which the kitty protocol, or a terminal's own modifiers, tell.
-TerminalEvent reportedKey(const Parameters &parameters, std::uint8_t usage, bool reports) {
+TerminalEvent reportedKey(const Parameters &parameters, int key, bool reports) {
     constexpr TerminalEvent::Kind kKinds[] = {TerminalEvent::kPress, TerminalEvent::kPress,
                                               TerminalEvent::kRepeat, TerminalEvent::kRelease};
     const int type = std::min(parameters[1][1], 3);
     const auto kind = reports || type != 0 ? kKinds[type] : TerminalEvent::kTap;
-    return keyEvent(kind, modifiersOf(parameters[1][0]), usage);
+    return keyEvent(kind, modifiersOf(parameters[1][0]), key);
 }
 
 }  // namespace
@@ -203,11 +188,10 @@ std::vector<TerminalEvent> TerminalInput::flush() {
     if (pasting_) {
         takePaste(pending_.size(), events);
     } else if (!pending_.empty() && pending_[0] == kEscape && pending_.size() <= 2) {
-        events.push_back(keyEvent(TerminalEvent::kTap, 0, strokeOfByte(kEscape)->usage));
+        events.push_back(keyEvent(TerminalEvent::kTap, 0, kKeyEscape));
         if (pending_.size() == 2) {  // Alt and a key that sequences begin with
-            const auto stroke = strokeOfByte(pending_[1]);
-            events.back().stroke = {static_cast<std::uint8_t>(stroke->modifiers | kLeftAlt),
-                                    stroke->usage};
+            const auto key = keyOfByte(pending_[1]);
+            events.back() = keyEvent(TerminalEvent::kTap, key->modifiers | kTerminalAlt, key->key);
         }
     }
     pending_.clear();
@@ -221,9 +205,9 @@ std::size_t TerminalInput::readOne(std::vector<TerminalEvent> &events) {
         if (i == pending_.size()) return 0;
         if ((pending_[i] & 0xC0) != 0x80) return i;  // no character at all
     }
-    const auto stroke = size == 1 ? strokeOfByte(pending_[0]) : std::nullopt;
-    if (stroke) {
-        events.push_back(keyEvent(TerminalEvent::kTap, stroke->modifiers, stroke->usage));
+    const auto key = size == 1 ? keyOfByte(pending_[0]) : std::nullopt;
+    if (key) {
+        events.push_back(keyEvent(TerminalEvent::kTap, key->modifiers, key->key));
         events.back().character = printableOrNone(static_cast<unsigned char>(pending_[0]));
     } else {
         events.push_back(textEvent(TerminalEvent::kUnknown, pending_.substr(0, size)));
@@ -236,21 +220,19 @@ std::size_t TerminalInput::readEscape(std::vector<TerminalEvent> &events) {
     if (pending_[1] == '[') return readControlSequence(events);
     if (pending_[1] == 'O') {
         if (pending_.size() < 3) return 0;
-        std::uint8_t usage = find(kLetters, pending_[2]);
-        if (pending_[2] == 'M') usage = kUsageKeypadEnter;
-        if (usage != 0) {
-            events.push_back(keyEvent(TerminalEvent::kTap, 0, usage));
+        const int key = pending_[2] == 'M' ? int{kKeyKeypadEnter} : find(kLetters, pending_[2]);
+        if (key != 0) {
+            events.push_back(keyEvent(TerminalEvent::kTap, 0, key));
             return 3;
         }
     }
     // Alt puts an escape before what the key sends.
-    const auto stroke = strokeOfByte(pending_[1]);
-    if (!stroke || pending_[1] == kEscape) {
-        events.push_back(keyEvent(TerminalEvent::kTap, 0, strokeOfByte(kEscape)->usage));
+    const auto key = keyOfByte(pending_[1]);
+    if (!key || pending_[1] == kEscape) {
+        events.push_back(keyEvent(TerminalEvent::kTap, 0, kKeyEscape));
         return 1;
     }
-    const auto modifiers = static_cast<std::uint8_t>(stroke->modifiers | kLeftAlt);
-    events.push_back(keyEvent(TerminalEvent::kTap, modifiers, stroke->usage));
+    events.push_back(keyEvent(TerminalEvent::kTap, key->modifiers | kTerminalAlt, key->key));
     return 2;
 }
 
@@ -259,9 +241,9 @@ std::size_t TerminalInput::readControlSequence(std::vector<TerminalEvent> &event
     // The Linux console has a second bracket in F1 to F5.
     if (pending_.size() > kStart && pending_[kStart] == '[') {
         if (pending_.size() == kStart + 1) return 0;
-        const auto usage = static_cast<std::uint8_t>(0x3A + pending_[kStart + 1] - 'A');
-        const bool known = pending_[kStart + 1] >= 'A' && pending_[kStart + 1] <= 'E';
-        events.push_back(keyEvent(TerminalEvent::kTap, 0, known ? usage : std::uint8_t{0}));
+        const int number = pending_[kStart + 1] - 'A';
+        const bool known = number >= 0 && number < 5;
+        events.push_back(keyEvent(TerminalEvent::kTap, 0, known ? kKeyF1 + number : 0));
         return kStart + 2;
     }
     std::size_t end = kStart;
@@ -297,13 +279,12 @@ void TerminalInput::takeControlSequence(const std::string &body, char last,
     } else if (last == '~') {
         events.push_back(reportedKey(parameters, find(kNumbers, code), reports_));
     } else if (last == 'u') {  // base: the key of a US layout at the same place
-        events.push_back(
-            reportedKey(parameters, usageOfKittyCode(base != 0 ? base : code), reports_));
-        const bool shift = (events.back().stroke.modifiers & kLeftShift) != 0;
+        events.push_back(reportedKey(parameters, base != 0 ? base : code, reports_));
+        const bool shift = (events.back().modifiers & kTerminalShift) != 0;
         events.back().character = printableOrNone(shift && shifted != 0 ? shifted : code);
     } else {
         events.push_back(reportedKey(parameters, find(kLetters, last), reports_));
-        if (last == 'Z') events.back().stroke.modifiers |= kLeftShift;
+        if (last == 'Z') events.back().modifiers |= kTerminalShift;
     }
 }
 

@@ -4,32 +4,92 @@
 #pragma once
 
 #include <chrono>
-#include <cstdint>
 #include <string>
 #include <vector>
 
-#include "protocol/keys.h"
-
 namespace quillon {
 
-/// HID usages of the modifier keys: kUsageLeftCtrl + n is bit n of the modifier byte.
-constexpr std::uint8_t kUsageLeftCtrl = 0xE0, kUsageRightGui = 0xE7;
+/// Keys without a character of their own, by the numbers of the kitty keyboard protocol. Every
+/// other key has the code point that it types without modifiers.
+enum TerminalKey : int {
+    kKeyTab = 9,
+    kKeyEnter = 13,
+    kKeyEscape = 27,
+    kKeyBackspace = 127,
+    kKeyInsert = 57348,
+    kKeyDelete,
+    kKeyLeft,
+    kKeyRight,
+    kKeyUp,
+    kKeyDown,
+    kKeyPageUp,
+    kKeyPageDown,
+    kKeyHome,
+    kKeyEnd,
+    kKeyCapsLock,
+    kKeyScrollLock,
+    kKeyNumLock,
+    kKeyPrintScreen,
+    kKeyPause,
+    kKeyMenu,
+    kKeyF1,               ///< F2 to F24 follow
+    kKeyKeypad0 = 57399,  ///< 1 to 9 follow
+    kKeyKeypadDecimal = 57409,
+    kKeyKeypadDivide,
+    kKeyKeypadMultiply,
+    kKeyKeypadSubtract,
+    kKeyKeypadAdd,
+    kKeyKeypadEnter,
+    kKeyKeypadEqual,
+    kKeyKeypadLeft = 57417,
+    kKeyKeypadRight,
+    kKeyKeypadUp,
+    kKeyKeypadDown,
+    kKeyKeypadPageUp,
+    kKeyKeypadPageDown,
+    kKeyKeypadHome,
+    kKeyKeypadEnd,
+    kKeyKeypadInsert,
+    kKeyKeypadDelete,
+    kKeyBegin,  ///< 5 of a keypad without Num Lock
+    kKeyLeftShift = 57441,
+    kKeyLeftCtrl,
+    kKeyLeftAlt,
+    kKeyLeftSuper,
+    kKeyRightShift = 57447,
+    kKeyRightCtrl,
+    kKeyRightAlt,
+    kKeyRightSuper,
+    kKeyLevel3Shift = 57453  ///< AltGr
+};
+
+/// Modifiers as a terminal reports them, which does not tell left from right.
+enum TerminalModifier : unsigned {
+    kTerminalShift = 1,
+    kTerminalAlt = 2,
+    kTerminalCtrl = 4,
+    kTerminalSuper = 8
+};
 
 struct TerminalEvent {
     enum Kind {
-        kTap,      ///< a key, with no word of when it was released
-        kPress,    ///< a key that will be released, see stroke
+        kTap,      ///< a key, by a terminal that does not report when it was released
+        kPress,    ///< a key went down; its release is reported
         kRepeat,   ///< it is still down
         kRelease,  ///< it is up
         kMouse,
         kPaste,       ///< text
-        kFocus,       ///< on: the terminal has it, else lost it
-        kKeyReports,  ///< on: the terminal tells presses and releases
-        kUnknown      ///< text: what no key of the layout gives
+        kFocus,       ///< on: the terminal has the focus; else it lost it
+        kKeyReports,  ///< on: the terminal reports presses and releases
+        kUnknown      ///< text: a character that is not ASCII; empty for an unknown sequence
     };
     Kind kind = kUnknown;
-    Stroke stroke;       ///< usage may be a modifier key's
-    char character = 0;  ///< what the key types for the person, where the terminal tells
+
+    // Of keys.
+    int key = 0;             ///< a code point or a TerminalKey, see there
+    unsigned modifiers = 0;  ///< of TerminalModifier
+    char character = 0;      ///< what the key types in the person's layout; 0 where not reported
+
     bool on = false;
     std::string text;
 

@@ -5,8 +5,11 @@
 #include <algorithm>
 #include <optional>
 
+#include "console/control/consent.h"
 #include "console/control/forwarder.h"
 #include "console/control/guardian.h"
+#include "console/control/keys.h"
+#include "console/control/menu.h"
 #include "console/control/view.h"
 #include "console/control/words.h"
 #include "protocol/link_messages.h"
@@ -14,7 +17,6 @@
 #include "terminal/terminal_input.h"
 #include <quillon/console_ports.h>
 #include <quillon/link_control.h>
-#include <quillon/questions.h>
 
 namespace quillon {
 namespace {
@@ -22,22 +24,9 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
-constexpr auto kRedraw = 33ms, kTick = 500ms;
-constexpr std::chrono::seconds kReaction(1);  // of a person to a new line
-constexpr std::size_t kLongestLine = 4096;
+constexpr std::chrono::milliseconds kRedraw(33), kTick(500);
 
 volatile std::sig_atomic_t resized = 0;
-
-struct Combination {
-    char key;
-    const char *combo;
-};
-
-// What a terminal, or the desktop around it, keeps to itself.
-constexpr Combination kCombinations[] = {
-    {'x', "ctrl+alt+delete"},   {'t', "alt+tab"}, {'f', "alt+f4"},
-    {'e', "ctrl+shift+escape"}, {'w', "gui"},     {'s', "printscreen"},
-    {'1', "capslock"},          {'2', "numlock"}, {'3', "scrolllock"}};
 
 class Control {
   public:
@@ -47,7 +36,8 @@ class Control {
           address_(endpoint_.ownAddress()),
           name_(conventionalName(options.user, address_)),
           ports_(address_, ConsolePorts::kSelfOrOther),
-          questions_(options.endpoint.to),
+          consent_(address_, options.endpoint.to),
+          menu_(options.escapeName),
           forwarder_(endpoint_, options.endpoint.asSoftware) {
         applying_ = options.apply;
         news_ = ports_.trouble();
@@ -63,9 +53,9 @@ class Control {
             wait();
             const auto now = Clock::now();
             readTerminal(now);
-            // Before new ones: the same user may be asked for again.
-            while (const auto late = questions_.takeLate(now))
-                news_ = "too late: " + late->message.user + " got no answer";
+            // Before new questions: the same user may ask again.
+            while (const auto user = consent_.takeLate(now))
+                news_ = "too late: " + *user + " got no answer";
             ports_.serve([this](const DatagramSocket::Received &datagram) { take(datagram); });
             endpoint_.serve(now);
             feedPaste();
@@ -113,12 +103,11 @@ class Control {
         dirty_ = true;
         switch (event.kind) {
             case TerminalEvent::kMouse:
-                if (!menuOpen_ && !prompting()) mouse(event);
+                if (!menu_.open() && !menu_.prompting()) mouse(event);
                 return;
             case TerminalEvent::kPaste:
-                if (prompting())
-                    line_ +=
-                        event.text.substr(0, kLongestLine - std::min(kLongestLine, line_.size()));
+                if (menu_.prompting())
+                    menu_.paste(event.text);
                 else
                     paste(event.text);
                 return;
@@ -130,38 +119,104 @@ class Control {
                 return;
             case TerminalEvent::kUnknown:
                 if (!event.text.empty())
-                    refused_ = "no key of the layout for \"" + event.text + "\"";
+                    refused_ = "the US layout has no key for \"" + event.text + "\"";
                 return;
             default:
-                key(event);
+                if (const auto stroke = strokeOf(event)) key(event, *stroke);
         }
     }
 
-    // ---- keys
+    // ---- what a person does
 
-    static bool down(const TerminalEvent &event) {
-        return event.kind == TerminalEvent::kTap || event.kind == TerminalEvent::kPress;
-    }
-
-    void key(const TerminalEvent &event) {
-        const bool modifier = event.stroke.usage >= kUsageLeftCtrl;
-        if (down(event) && event.stroke == options_.escape) {
+    void key(const TerminalEvent &event, const Stroke &stroke) {
+        const bool modifier = stroke.usage >= kUsageLeftCtrl;
+        const bool down = event.kind == TerminalEvent::kTap || event.kind == TerminalEvent::kPress;
+        if (down && stroke == options_.escape) {
             forwarder_.letGo();
             escape();
-        } else if (menuOpen_ || prompting()) {
-            if (event.kind != TerminalEvent::kRelease && !modifier) typeInMenu(event);
+        } else if (menu_.open() || menu_.prompting()) {
+            if (event.kind != TerminalEvent::kRelease && !modifier)
+                carryOut(menu_.type(stroke, event.character));
         } else if (forwarder_.pasting()) {
-            if (down(event) && !modifier)
+            if (down && !modifier)
                 refused_ = "keys wait for the paste; " + options_.escapeName + " stops it";
         } else {
-            const std::string why = forwarder_.key(event);
-            if (down(event)) complain(why);
+            const std::string why = forwarder_.key(event.kind, stroke);
+            if (down) complain(why);
         }
     }
 
     void mouse(const TerminalEvent &event) {
         const std::string why = forwarder_.mouse(event, pictureArea());
         if (event.action != TerminalEvent::kMove || !why.empty()) complain(why);
+    }
+
+    void paste(const std::string &text) { complain(forwarder_.paste(text)); }
+
+    void feedPaste() {
+        if (!forwarder_.feedPaste()) return;
+        dirty_ = true;
+        news_ = !forwarder_.pasting() ? "pasted"
+                                      : "pasting, " + std::to_string(forwarder_.pastedPercent()) +
+                                            " %; " + options_.escapeName + " stops it";
+    }
+
+    void escape() {
+        if (forwarder_.pasting()) {
+            news_ = "the paste was stopped";
+            forwarder_.stopPaste();
+            return;
+        }
+        menu_.toggle();
+        // y and n are for the user whom the menu names, whoever else asks meanwhile.
+        consent_.offer();
+    }
+
+    void carryOut(const Menu::Choice &choice) {
+        const auto now = Clock::now();
+        switch (choice.action) {
+            case Menu::kNothing:
+                return;
+            case Menu::kApply:
+                return apply();
+            case Menu::kDisconnect:
+                return disconnect(now);
+            case Menu::kMouseMode:
+                forwarder_.forgetPointer();
+                return endpoint_.command(mouseModeRequest(!relative()), now);
+            case Menu::kUsbTest:
+                news_ = "testing whether a computer is on the USB cable";
+                usbAsked_ = true;
+                return endpoint_.testUsb();
+            case Menu::kEscapeKey:
+                return complain(forwarder_.tap(options_.escape));
+            case Menu::kQuit:
+                leaving_ = true;
+                return;
+            case Menu::kGrant:
+            case Menu::kRefuse:
+                return answer(choice.action == Menu::kGrant);
+            case Menu::kKeys:
+                return sendCombo(choice.text);
+            case Menu::kText:
+                return paste(choice.text);
+        }
+    }
+
+    void sendCombo(const std::string &text) {
+        std::string error;
+        const auto stroke = parseCombo(text, error);
+        if (!stroke) {
+            refused_ = error;
+            return;
+        }
+        news_ = "sent " + strokeName(*stroke);
+        complain(forwarder_.tap(*stroke));
+    }
+
+    void answer(bool granted) {
+        const std::string done = consent_.answer(granted, ports_, Clock::now(), refused_);
+        if (!done.empty()) news_ = done;
     }
 
     // Why something could not be done, or else why the endpoint will not take it.
@@ -171,7 +226,12 @@ class Control {
                        : whyNotTaken(endpoint_.status(), address_);
     }
 
-    // What is down can only be let go as software's record: others are not taken any more.
+    bool relative() const { return endpoint_.status().link && endpoint_.status().link->relative; }
+
+    // ---- who holds control
+
+    // What is down can only be let go as software's record, because an endpoint takes no others
+    // from a console that lost control.
     void lostControl() {
         // Also what was let go just now: the endpoint may not have taken that any more.
         const HealedInput &input = endpoint_.input();
@@ -191,157 +251,31 @@ class Control {
         if (applying_ && holder && endpoint_.status().settings) apply();
     }
 
-    // ---- pasted text
-
-    void paste(const std::string &text) { complain(forwarder_.paste(text)); }
-
-    void feedPaste() {
-        if (!forwarder_.feedPaste()) return;
-        dirty_ = true;
-        news_ = !forwarder_.pasting() ? "pasted"
-                                      : "pasting, " + std::to_string(forwarder_.pastedPercent()) +
-                                            " %; " + options_.escapeName + " stops it";
-    }
-
-    // ---- the menu
-
-    bool prompting() const { return prompt_ != kNoPrompt; }
-
-    void escape() {
-        if (forwarder_.pasting()) {
-            news_ = "the paste was stopped";
-            forwarder_.stopPaste();
-            return;
-        }
-        if (prompting()) {
-            prompt_ = kNoPrompt;
-            line_.clear();
-            return;
-        }
-        menuOpen_ = !menuOpen_;
-        // y and n are for who is named in the menu, whatever comes meanwhile.
-        offered_ = questions_.empty() ? std::nullopt : std::make_optional(questions_.front());
-    }
-
-    std::vector<std::string> menuLines() const {
-        const bool relative = endpoint_.status().link && endpoint_.status().link->relative;
-        std::vector<std::string> lines;
-        if (offered_) {
-            const std::string &user = offered_->message.user;
-            const std::string of = " of " + endpointWords(offered_->from.sender, offered_->message);
-            lines = {"y  give control" + of + " to " + user, "n  refuse it to " + user};
-        }
-        lines.insert(lines.end(),
-                     {"a  apply for control", "d  disconnect, give control up",
-                      std::string("m  mouse: send ") + (relative ? "positions" : "movements")});
-        for (const Combination &combination : kCombinations)
-            lines.push_back(std::string(1, combination.key) + "  " + combination.combo);
-        lines.insert(lines.end(),
-                     {"k  other keys, by name", "p  paste a text",
-                      "u  is a computer on the USB cable?", "]  " + options_.escapeName + " itself",
-                      "q  quit", "   " + options_.escapeName + " closes this"});
-        return lines;
-    }
-
-    void typeInMenu(const TerminalEvent &event) {
-        // The person's layout counts here, not the computer's.
-        const char character = event.character;
-        if (prompting()) return typeInPrompt(event.stroke, character);
-        menuOpen_ = false;
-        for (const Combination &combination : kCombinations)
-            if (character == combination.key) return sendCombo(combination.combo);
-        carryOut(character);
-    }
-
-    void carryOut(char choice) {
-        const auto now = Clock::now();
-        const bool relative = endpoint_.status().link && endpoint_.status().link->relative;
-        switch (choice) {
-            case 'a':
-                return apply();
-            case 'd':
-                return disconnect(now);
-            case 'm':
-                forwarder_.forgetPointer();
-                return endpoint_.command(relative ? "chip=abs" : "chip=rel", now);
-            case 'k':
-                prompt_ = kKeysPrompt;
-                return;
-            case 'p':
-                prompt_ = kTextPrompt;
-                return;
-            case 'u':
-                news_ = "asking the chip for the computer";
-                usbAsked_ = true;
-                return endpoint_.testUsb();
-            case ']':
-                return complain(forwarder_.tap(options_.escape));
-            case 'q':
-                leaving_ = true;
-                return;
-            case 'y':
-            case 'n':
-                return consent(choice == 'y');
-            default:
-                return;
-        }
-    }
-
-    void typeInPrompt(const Stroke &stroke, char character) {
-        if (stroke.usage == kUsageBackspace) {
-            if (!line_.empty()) line_.pop_back();
-        } else if (stroke.usage == kUsageEscape) {
-            escape();
-        } else if (stroke.usage == kUsageEnter || stroke.usage == kUsageKeypadEnter) {
-            const Prompt asked = prompt_;
-            const std::string text = std::move(line_);
-            prompt_ = kNoPrompt;
-            line_.clear();
-            if (asked == kTextPrompt) return paste(text);
-            sendCombo(text);
-        } else if (character != '\0' && line_.size() < kLongestLine) {
-            line_ += character;
-        }
-    }
-
-    void sendCombo(const std::string &text) {
-        std::string error;
-        const auto stroke = parseCombo(text, error);
-        if (!stroke) {
-            refused_ = error;
-            return;
-        }
-        news_ = "sent " + strokeWords(*stroke);
-        complain(forwarder_.tap(*stroke));
-    }
-
-    // ---- who controls it
-
     void apply() {
         applying_ = false;
         const LinkRequest wanted{name_, address_, options_.level};
         const EndpointStatus &status = endpoint_.status();
         refused_ = objection(wanted);
         if (status.settings && !permissionsOn(*status.settings))
-            refused_ = "permissions are off: there is no control to apply for";
+            refused_ = "permissions are off, so there is no control to apply for";
         if (!refused_.empty()) return;
-        // Of who has control, "apply" would link the same output again.
+        // For the user who holds control, "apply" would link the same output a second time.
         if (mine_ && status.settings && maySend(*status.settings, address_) == MaySend::kYes) {
-            news_ = "you have control already";
+            news_ = "you hold control already";
             return;
         }
-        news_ = "applying for control; who has it may take 10 s to answer";
-        endpoint_.command(requestText(mine_ ? "connect" : "apply", wanted), Clock::now());
+        news_ = "applying for control; the user who holds it has 10 s to answer";
+        endpoint_.command(mine_ ? connectRequest(wanted) : applyRequest(wanted), Clock::now());
     }
 
     // An endpoint takes the beginning of a name for the whole.
     void disconnect(Clock::time_point now) {
         if (!mine_) {
-            refused_ = "you have no control to give up";
+            refused_ = "you do not hold control";
             return;
         }
         news_ = "giving control up";
-        endpoint_.command(disconnectText({name_, address_, options_.level}), now);
+        endpoint_.command(disconnectRequest({name_, address_, options_.level}), now);
     }
 
     void take(const DatagramSocket::Received &datagram) {
@@ -365,34 +299,7 @@ class Control {
             lostControl();
         }
         if (message->kind != LinkMessage::kAsked || !ports_.own()) return;
-        if (questions_.add(*message, datagram, Clock::now()) != nullptr) ring();
-    }
-
-    // What the person has seen for a while. A question that comes in the place of another must not
-    // get the answer to that.
-    void noteShown(Clock::time_point now) {
-        constexpr std::chrono::seconds kQuiet(10);
-        const unsigned number = questions_.empty() ? 0 : questions_.front().number;
-        if (number == shown_) return;
-        if (shown_ != 0) replaced_ = now;
-        shown_ = number;
-        certainFrom_ = now - replaced_ < kQuiet ? now + kReaction : now;
-    }
-
-    void consent(bool granted) {
-        if (!offered_) return;
-        if (offered_->number != shown_ || Clock::now() < certainFrom_) {
-            refused_ = "the question has just changed; answer again";
-            return;
-        }
-        if (!questions_.remove(offered_->number)) {
-            refused_ = "too late";
-            return;
-        }
-        const std::string &user = offered_->message.user;
-        if (ports_.answer(offered_->from, consentAnswer(address_, offered_->message, granted),
-                          refused_))
-            news_ = (granted ? "gave control to " : "refused ") + user;
+        if (consent_.add(*message, datagram, Clock::now())) ring();
     }
 
     // ---- what is seen
@@ -401,11 +308,11 @@ class Control {
         const EndpointStatus &status = endpoint_.status();
         if (usbAsked_ && !endpoint_.testsUsb()) {
             usbAsked_ = false;
-            news_ = !status.usb   ? "the USB-link test was not answered"
+            news_ = !status.usb   ? "the endpoint did not answer the USB-link test"
                     : *status.usb ? "a computer is on the USB cable"
-                                  : "no computer on the USB cable";
+                                  : "no computer is on the USB cable";
         }
-        const std::string who = whoWords(status, name_);
+        const std::string who = whoWords(status.holder, status.settings, name_);
         const std::string devices = deviceWords(status, endpoint_.input());
         if (who != view_.who || devices != view_.devices || now - drawn_ >= kTick) dirty_ = true;
         if (!dirty_ || now - drawn_ < kRedraw) return;
@@ -414,9 +321,8 @@ class Control {
         view_.title = " quillon  " + options_.endpoint.to + "   " + options_.escapeName + " menu" +
                       (keyReports_ ? "   keys are held as long as you hold them" : "");
         view_.lost = !status.reachable;
-        view_.inThePicture = status.link && status.link->relative
-                                 ? "the mouse here moves the computer's pointer"
-                                 : "the mouse here places the computer's pointer";
+        view_.inThePicture = relative() ? "the mouse here moves the computer's pointer"
+                                        : "the mouse here places the computer's pointer";
         view_.who = who;
         view_.devices = devices;
         const bool linked = status.holder && status.holder->linked;
@@ -424,24 +330,13 @@ class Control {
                          : status.holder->user == name_ ? ControlView::kMine
                                                         : ControlView::kForeign;
         showPointer(status);
-        view_.news = news_;
-        if (!questions_.empty()) view_.news = questionWords();
-        noteShown(now);
+        const std::string question = consent_.shown(options_.escapeName, now);
+        view_.news = question.empty() ? news_ : question;
         view_.refused = refused_.empty() ? "" : "refused: " + refused_;
-        view_.menu = menuOpen_ ? menuLines() : std::vector<std::string>{};
-        constexpr const char *kPrompts[] = {"", "keys, e.g. ctrl+alt+f2:", "text:"};
-        view_.prompt = kPrompts[prompt_];
-        view_.input = line_;
+        view_.menu = menu_.lines(relative(), consent_.offered());
+        view_.prompt = menu_.prompt();
+        view_.input = menu_.input();
         draw(view_);
-    }
-
-    std::string questionWords() const {
-        const Question &first = questions_.front();
-        const std::size_t more = questions_.size() - 1 + questions_.surplus();
-        return first.message.user + " asks for control of " +
-               endpointWords(first.from.sender, first.message) +
-               (more == 0 ? "" : " (and " + std::to_string(more) + " more)") + ": " +
-               options_.escapeName + " y gives it, n refuses";
     }
 
     void showPointer(const EndpointStatus &status) {
@@ -457,22 +352,17 @@ class Control {
     ControlledEndpoint endpoint_;
     const std::string address_, name_;
     ConsolePorts ports_;
-    Questions questions_;
+    Consent consent_;
+    Menu menu_;
     Forwarder forwarder_;
     Terminal terminal_{Terminal::kAll};
     TerminalInput input_;
 
     bool leaving_ = false, readable_ = false, dirty_ = true, keyReports_ = false;
-    bool menuOpen_ = false, usbAsked_ = false;
-    bool applying_ = false;  ///< as soon as it is known who has control
-    bool mine_ = false;      ///< control
-    enum Prompt { kNoPrompt, kKeysPrompt, kTextPrompt } prompt_ = kNoPrompt;
-    std::string line_;  ///< what was typed at the prompt
+    bool usbAsked_ = false;
+    bool applying_ = false;  ///< apply() is to run once holder and settings are known
+    bool mine_ = false;      ///< this user holds control
     Clock::time_point lastInput_{}, drawn_{};
-    std::optional<Question> offered_;  ///< in the menu
-    unsigned shown_ = 0;               ///< number of the question on the screen, 0 for none
-    Clock::time_point replaced_{};     ///< when one was there no more
-    Clock::time_point certainFrom_{};  ///< from when on an answer is for the one that is there
     std::string news_, refused_;
     ControlView view_;
 };
@@ -486,8 +376,8 @@ void followResizes() {
 }  // namespace
 
 void control(const ControlOptions &options, const volatile std::sig_atomic_t &stop) {
-    // What is left to do when control itself was killed.
-    // The keys first: a terminal may take its time.
+    // What is left to do when this process is killed: the keys first, for a terminal may take its
+    // time.
     const Guardian guardian([&options, restore = Terminal::restorer()] {
         ControlledEndpoint(options.endpoint).finish();
         restore();

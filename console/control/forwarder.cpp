@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "protocol/us_layout.h"
+
 namespace quillon {
 namespace {
 
@@ -18,23 +20,23 @@ std::uint8_t reconciled(std::uint8_t down, std::uint8_t reported) {
 
 }  // namespace
 
-std::string Forwarder::key(const TerminalEvent &event) {
-    if (event.kind == TerminalEvent::kTap) return tap(event.stroke);
+std::string Forwarder::key(TerminalEvent::Kind kind, const Stroke &stroke) {
+    if (kind == TerminalEvent::kTap) return tap(stroke);
     Stroke state = input().keyboard();
-    if (event.stroke.usage >= kUsageLeftCtrl) {
-        const auto bit = static_cast<std::uint8_t>(1 << (event.stroke.usage - kUsageLeftCtrl));
+    if (stroke.usage >= kUsageLeftCtrl) {
+        const auto bit = static_cast<std::uint8_t>(1 << (stroke.usage - kUsageLeftCtrl));
         state.modifiers = static_cast<std::uint8_t>(
-            event.kind == TerminalEvent::kRelease ? state.modifiers & ~bit : state.modifiers | bit);
+            kind == TerminalEvent::kRelease ? state.modifiers & ~bit : state.modifiers | bit);
         input().setKeyboard(state);
         return "";
     }
-    state.modifiers = reconciled(state.modifiers, event.stroke.modifiers);
-    if (event.kind == TerminalEvent::kPress) {
-        press({state.modifiers, event.stroke.usage});
+    state.modifiers = reconciled(state.modifiers, stroke.modifiers);
+    if (kind == TerminalEvent::kPress) {
+        press({state.modifiers, stroke.usage});
         return "";
     }
     // Of a repeat nothing is said: the computer repeats what is down.
-    if (event.kind == TerminalEvent::kRelease && state.usage == event.stroke.usage) state.usage = 0;
+    if (kind == TerminalEvent::kRelease && state.usage == stroke.usage) state.usage = 0;
     input().setKeyboard(state);
     return "";
 }

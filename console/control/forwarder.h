@@ -20,7 +20,8 @@ class Forwarder {
     Forwarder(ControlledEndpoint &endpoint, bool asSoftware)
         : endpoint_(endpoint), asSoftware_(asSoftware) {}
 
-    std::string key(const TerminalEvent &event);
+    /// A key event; kind is one of its kinds.
+    std::string key(TerminalEvent::Kind kind, const Stroke &stroke);
     /// Down and up again.
     std::string tap(const Stroke &stroke);
     /// area: where on the terminal the picture is.

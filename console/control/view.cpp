@@ -5,35 +5,17 @@
 #include <algorithm>
 #include <cmath>
 
-#include "terminal/printable.h"
+#include "terminal/screen.h"
 
 namespace quillon {
 namespace {
 
-constexpr int kGreen = 1, kRed = 2, kYellow = 3;  // pairs of the Terminal
 constexpr int kStatusLines = 4;
-
-// One line, cut at the width of the screen. All that is shown, also what others wrote, passes here
-// or through its like below.
-void line(int row, const std::string &text, attr_t attributes = A_NORMAL, int pair = 0) {
-    attr_set(attributes, static_cast<short>(pair), nullptr);
-    mvaddnstr(row, 0, printable(text).c_str(), COLS);
-    attr_set(A_NORMAL, 0, nullptr);
-}
-
-void bar(int row, const std::string &text, int pair) {
-    std::string filled = text;
-    filled.resize(static_cast<std::size_t>(std::max(COLS, 0)), ' ');
-    line(row, filled, A_REVERSE, pair);
-}
 
 void centered(const PictureArea &area, int row, const std::string &text, attr_t attributes) {
     if (row < area.row || row >= area.row + area.rows) return;
     const std::string cut = text.substr(0, static_cast<std::size_t>(std::max(area.columns, 0)));
-    attr_set(attributes, 0, nullptr);
-    mvaddstr(row, area.column + (area.columns - static_cast<int>(cut.size())) / 2,
-             printable(cut).c_str());
-    attr_set(A_NORMAL, 0, nullptr);
+    put(row, area.column + (area.columns - static_cast<int>(cut.size())) / 2, cut, attributes);
 }
 
 void frame(const PictureArea &area) {
@@ -73,9 +55,7 @@ void drawMenu(const std::vector<std::string> &lines) {
         if (row >= LINES - 1) return;
         std::string padded = " " + text;
         padded.resize(width + 2, ' ');
-        attr_set(A_REVERSE, 0, nullptr);
-        mvaddnstr(row++, left, printable(padded).c_str(), COLS - left);
-        attr_set(A_NORMAL, 0, nullptr);
+        put(row++, left, padded, A_REVERSE);
     }
 }
 
@@ -88,24 +68,24 @@ PictureArea pictureArea() {
 void draw(const ControlView &view) {
     erase();
     drawPicture(view);
-    bar(0, view.title, view.lost ? kRed : 0);
+    bar(0, view.title, view.lost ? kRed : kNoColour);
     const int status = LINES - kStatusLines;
-    const int pair = view.standing == ControlView::kMine      ? kGreen
-                     : view.standing == ControlView::kForeign ? kYellow
-                                                              : 0;
-    line(status, view.who, A_BOLD, pair);
-    line(status + 1, view.devices);
-    line(status + 2, view.news);
-    line(status + 3, view.refused, A_NORMAL, kRed);
+    const Colour colour = view.standing == ControlView::kMine      ? kGreen
+                          : view.standing == ControlView::kForeign ? kYellow
+                                                                   : kNoColour;
+    put(status, 0, view.who, A_BOLD, colour);
+    put(status + 1, 0, view.devices);
+    put(status + 2, 0, view.news);
+    put(status + 3, 0, view.refused, A_NORMAL, kRed);
     if (!view.menu.empty()) drawMenu(view.menu);
     curs_set(view.prompt.empty() ? 0 : 1);
     if (!view.prompt.empty()) {
-        bar(LINES - 1, "", 0);
+        bar(LINES - 1, "");
         const std::size_t room =
             static_cast<std::size_t>(std::max(0, COLS - 2 - static_cast<int>(view.prompt.size())));
         const std::string shown =
             view.input.size() <= room ? view.input : view.input.substr(view.input.size() - room);
-        line(LINES - 1, view.prompt + " " + shown, A_REVERSE);
+        put(LINES - 1, 0, view.prompt + " " + shown, A_REVERSE);
     }
     refresh();
 }

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "protocol/keys.h"
+#include "protocol/us_layout.h"
 
 namespace sim {
 namespace {
@@ -101,8 +102,7 @@ void Computer::keyDown(std::uint8_t usage) {
     }
     if (usage == quillon::kUsageBackspace && !commanding && !state_.text.empty())
         state_.text.pop_back();
-    const std::string modifiers = quillon::modifierNames(state_.modifiers);
-    tell(Event::kKey, (modifiers.empty() ? "" : modifiers + "+") + quillon::keyName(usage));
+    tell(Event::kKey, quillon::strokeName({state_.modifiers, usage}));
 }
 
 void Computer::keyboardReport(const std::uint8_t (&report)[8]) {

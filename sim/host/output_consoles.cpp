@@ -11,10 +11,11 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "protocol/ports.h"
+#include "protocol/requests.h"
+
 namespace sim {
 namespace {
-
-constexpr unsigned short kHeartbeatPort = 41237;
 
 int listenAt(const std::string &address) {
     const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
@@ -22,7 +23,7 @@ int listenAt(const std::string &address) {
     setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     sockaddr_in local{};
     local.sin_family = AF_INET;
-    local.sin_port = htons(kHeartbeatPort);
+    local.sin_port = htons(quillon::kHeartbeatPort);
     inet_pton(AF_INET, address.c_str(), &local.sin_addr);
     if (bind(fd, reinterpret_cast<sockaddr *>(&local), sizeof local) != 0)
         throw std::runtime_error("cannot listen at " + address + ": " + strerror(errno));
@@ -35,8 +36,11 @@ void answerHeartbeat(int fd, bool silent) {
     char text[64];
     const ssize_t n =
         recvfrom(fd, text, sizeof text, MSG_DONTWAIT, reinterpret_cast<sockaddr *>(&from), &size);
-    if (silent || n != 5 || memcmp(text, "heart", 5) != 0) return;
-    sendto(fd, "ackheart", 8, 0, reinterpret_cast<sockaddr *>(&from), size);
+    if (silent || n <= 0 || std::string(text, static_cast<std::size_t>(n)) != quillon::kHeartbeat)
+        return;
+    constexpr std::size_t kAnswerSize = sizeof quillon::kHeartbeatAnswer - 1;
+    sendto(fd, quillon::kHeartbeatAnswer, kAnswerSize, 0, reinterpret_cast<sockaddr *>(&from),
+           size);
 }
 
 }  // namespace

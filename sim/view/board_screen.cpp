@@ -1,15 +1,11 @@
 #include "sim/view/board_screen.h"
 
-#include <curses.h>
-
 #include <algorithm>
 #include <ctime>
-#include <stdexcept>
 
-#include "console/control/words.h"
 #include "protocol/keys.h"
 #include "sim/board_control.h"
-#include "terminal/printable.h"
+#include "terminal/screen.h"
 
 namespace sim {
 namespace {
@@ -17,25 +13,15 @@ namespace {
 using Lock = std::lock_guard<std::mutex>;
 
 constexpr std::chrono::seconds kSecond(1), kPatience(2);
-constexpr int kGreen = 1, kRed = 2, kYellow = 3;  // pairs of the Terminal
-constexpr std::size_t kKept = 200;                // lines and frames
+using quillon::bar, quillon::put, quillon::kGreen, quillon::kNoColour, quillon::kRed,
+    quillon::kYellow;
+
+constexpr std::size_t kKept = 200;  // lines and frames
 constexpr int kPictureRows = 8, kPictureColumns = 30;
 constexpr int kTextColumn = kPictureColumns + 4;
 constexpr int kControlRow = kPictureRows + 3;
 constexpr char kHelp[] =
     "u cable  s chip silent  v no signal  r restart chip  p power  : more  q quit";
-
-void put(int row, int column, const std::string &text, attr_t attributes = A_NORMAL, int pair = 0) {
-    if (row < 0 || row >= LINES || column >= COLS) return;
-    attr_set(attributes, static_cast<short>(pair), nullptr);
-    mvaddnstr(row, column, quillon::printable(text).c_str(), COLS - column);
-    attr_set(A_NORMAL, 0, nullptr);
-}
-
-void bar(int row, std::string text, int pair = 0) {
-    text.resize(static_cast<std::size_t>(std::max(COLS, 0)), ' ');
-    put(row, 0, text, A_REVERSE, pair);
-}
 
 std::string timeNow() {
     timespec now{};
@@ -161,27 +147,20 @@ void BoardScreen::request(const std::string &text) {
 
 void BoardScreen::askWhoControls() {
     const auto now = Clock::now();
-    try {
-        if (asking_)
-            if (const auto answer = asking_->receive()) {
-                status_.holder = quillon::parseHolder(*answer);
-                asking_.reset();
-            }
-        {
-            const Lock lock(mutex_);
-            if (!board_.listening() || (asking_ && now - asked_ < kPatience)) return;
-            if (!holderChanged_ && !asking_) return;
-            holderChanged_ = false;
+    if (asking_)
+        if (const auto answer = asking_->answer()) {
+            holder_ = answer;
+            asking_.reset();
         }
-        asking_ = std::make_unique<quillon::Endpoint>(board_.options().address, 41302,
-                                                      board_.options().consoles.front());
-        asked_ = now;
-        asking_->send("query", 5);
-    } catch (const std::runtime_error &) {
-        asking_.reset();  // it is just starting
+    {
         const Lock lock(mutex_);
-        holderChanged_ = true;
+        if (!board_.listening() || (asking_ && now - asked_ < kPatience)) return;
+        if (!holderChanged_ && !asking_) return;
+        holderChanged_ = false;
     }
+    asking_ = std::make_unique<HolderQuestion>(board_.options().address,
+                                               board_.options().consoles.front());
+    asked_ = now;
 }
 
 // ---- what is seen
@@ -194,7 +173,7 @@ void BoardScreen::drawTitle() const {
     std::string text = " " + options.identifier + "  " + options.address;
     text += board_.listening() ? ":" + std::to_string(board_.dataPort()) : "  starting";
     text += std::string("  ") + chip + "  line at " + std::to_string(board_.lineBaud());
-    bar(0, text, board_.listening() ? 0 : kYellow);
+    bar(0, text, board_.listening() ? kNoColour : kYellow);
 }
 
 void BoardScreen::drawPicture(const Computer::State &state) const {
@@ -247,12 +226,11 @@ void BoardScreen::drawComputer(const Computer::State &state) const {
 void BoardScreen::drawControl() {
     // Caught while it is written, the file says less.
     const auto read = quillon::parseSettings(board_.settings());
-    if (read.count("per_enable") != 0) status_.settings = read;
-    int pair = 0;
-    if (status_.holder && status_.holder->linked)
-        pair = status_.holder->level > 0 ? kGreen : kYellow;
+    if (read.count("per_enable") != 0) settings_ = read;
+    quillon::Colour colour = kNoColour;
+    if (holder_ && holder_->linked) colour = holder_->level > 0 ? kGreen : kYellow;
     put(kControlRow, 0, "CONTROL", A_BOLD);
-    put(kControlRow, 9, quillon::whoWords(status_, ""), A_NORMAL, pair);
+    put(kControlRow, 9, quillon::whoWords(holder_, settings_, ""), A_NORMAL, colour);
 }
 
 std::string BoardScreen::rates() {
@@ -275,7 +253,7 @@ void BoardScreen::drawFrames(int row, int rows) {
         const std::string words = inWords(frame.bytes);
         const bool bad = words.rfind("refused", 0) == 0 || words.rfind("bytes", 0) == 0;
         put(++row, 0, frame.time + (frame.toDevice ? " > " : " < ") + words, A_NORMAL,
-            bad ? kRed : 0);
+            bad ? kRed : kNoColour);
         // The meaning comes before the bytes where a screen is narrow.
         const int behind = 16 + static_cast<int>(words.size());
         put(row, std::max({36, COLS - 44, behind}), " " + inHex(frame.bytes, kBytes), A_DIM);
@@ -296,7 +274,7 @@ void BoardScreen::drawFoot() const {
         bar(LINES - 1, " ctl " + *request_ + "_");
     else
         bar(LINES - 1, " " + std::string(kHelp));
-    if (!request_ && !said_.empty()) put(LINES - 2, 0, said_, A_BOLD, refused ? kRed : 0);
+    if (!request_ && !said_.empty()) put(LINES - 2, 0, said_, A_BOLD, refused ? kRed : kNoColour);
     if (request_) put(LINES - 2, 0, controlHelp());
 }
 

@@ -9,8 +9,7 @@
 
 #include "sim/board.h"
 #include "sim/chips/frames.h"
-#include <quillon/controlled_endpoint.h>
-#include <quillon/endpoint.h>
+#include "sim/view/holder_question.h"
 
 namespace sim {
 
@@ -48,8 +47,9 @@ class BoardScreen {
     std::string rates();
 
     Board &board_;
-    std::unique_ptr<quillon::Endpoint> asking_;
-    quillon::EndpointStatus status_;  ///< holder and settings
+    std::unique_ptr<HolderQuestion> asking_;
+    std::optional<quillon::Holder> holder_;
+    std::optional<quillon::Settings> settings_;
     Clock::time_point asked_{};
     bool silent_ = false, signal_ = true;
     std::optional<std::string> request_;  ///< that is being typed

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "protocol/records.h"
+#include "protocol/us_layout.h"
 #include "sim/board.h"
 #include "tests/support/support.h"
 #include <quillon/session.h>

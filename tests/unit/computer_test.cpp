@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "protocol/keys.h"
+#include "protocol/us_layout.h"
 
 namespace {
 

@@ -5,6 +5,7 @@
 
 #include "main/link_table.h"
 #include "protocol/records.h"
+#include "protocol/us_layout.h"
 #include "state.h"
 #include "tests/support/on_line.h"
 #include "udpsocket/udpsocket.h"

@@ -4,8 +4,9 @@
 
 #include <cstring>
 
-#include "console/control/words.h"
+#include "protocol/answers.h"
 #include "protocol/input.h"
+#include "protocol/us_layout.h"
 
 namespace {
 
@@ -20,11 +21,11 @@ std::optional<Stroke> combo(const std::string &text) {
 }
 
 std::vector<std::pair<int, int>> typed(const std::string &text) {
-    std::vector<Datagram> records;
+    std::vector<Stroke> states;
     std::string error;
-    EXPECT_TRUE(quillon::typeText(text, records, error)) << error;
+    EXPECT_TRUE(quillon::typeStrokes(text, states, error)) << error;
     std::vector<std::pair<int, int>> strokes;
-    for (const Datagram &record : records) {
+    for (const Datagram &record : quillon::recordsOf(states)) {
         EXPECT_EQ(record.size(), 11U);
         strokes.emplace_back(record[3], record[5]);
     }
@@ -88,18 +89,21 @@ TEST(MaySend, EveryLinkedOutputAndItsBeginnings) {
 }
 
 TEST(Words, WhoControlsAndOnWhichOutputs) {
-    quillon::EndpointStatus status;
-    EXPECT_EQ(quillon::whoWords(status, "ann"), "who controls it is not known yet");
-    status.holder = quillon::Holder{"192.168.1.10", "ann", true, 5};
-    status.settings = quillon::Settings{{"per_enable", "1"}};
-    EXPECT_EQ(quillon::whoWords(status, "ann"), "held by ann (you), level 5 | outputs none");
+    std::optional<quillon::Holder> holder;
+    std::optional<quillon::Settings> settings;
+    EXPECT_EQ(quillon::whoWords(holder, settings, "ann"), "it is not known yet who holds control");
+    holder = quillon::Holder{"192.168.1.10", "ann", true, 5};
+    settings = quillon::Settings{{"per_enable", "1"}};
+    EXPECT_EQ(quillon::whoWords(holder, settings, "ann"),
+              "held by ann (you), level 5 | outputs none");
     int slot = 0;
     for (const char *output : {"10.0.0.20", "10.0.0.21", "10.0.1.21", "no_address", "no_address"})
-        (*status.settings)["connect_ip" + std::to_string(slot++)] = output;
-    EXPECT_EQ(quillon::whoWords(status, "bob"),
+        (*settings)["connect_ip" + std::to_string(slot++)] = output;
+    EXPECT_EQ(quillon::whoWords(holder, settings, "bob"),
               "held by ann, level 5 | outputs 10.0.0.20 .21 10.0.1.21 no_address no_address");
-    (*status.settings)["per_enable"] = "0";
-    EXPECT_EQ(quillon::whoWords(status, "bob"), "permissions are off: everybody may send");
+    (*settings)["per_enable"] = "0";
+    EXPECT_EQ(quillon::whoWords(holder, settings, "bob"),
+              "permissions are off: everybody may send");
 }
 
 }  // namespace

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "console/control/keys.h"
+
 namespace {
 
 using quillon::TerminalEvent, quillon::TerminalInput, quillon::Stroke;
@@ -11,9 +13,8 @@ std::string inWords(const TerminalEvent &event) {
                                       "paste", "focus", "keys",   "unknown"};
     std::string words = kKinds[event.kind];
     if (event.kind <= TerminalEvent::kRelease) {
-        const std::string modifiers = quillon::modifierNames(event.stroke.modifiers);
-        words +=
-            " " + (modifiers.empty() ? "" : modifiers + "+") + quillon::keyName(event.stroke.usage);
+        const auto stroke = quillon::strokeOf(event);
+        words = stroke ? words + " " + quillon::strokeName(*stroke) : "no key";
     }
     if (event.kind == TerminalEvent::kMouse)
         words += " " + std::to_string(event.column) + "," + std::to_string(event.row) + " " +
@@ -79,7 +80,7 @@ TEST(TerminalInput, KittyTellsPressesAndReleasesByPlaceOnTheKeyboard) {
               "press ctrl+key 0xe0, press key 0x59, press key 0x58");
     EXPECT_EQ(read(input, "\x1b[A\x1b[1;1:3A\x1b[3;5:1~"),
               "press up, release up, press ctrl+delete");
-    EXPECT_EQ(read(input, "\x1b[27u\x1b[1114111u"), "press escape, unknown");
+    EXPECT_EQ(read(input, "\x1b[27u\x1b[1114111u"), "press escape, no key");
 }
 
 TEST(TerminalInput, LoneEscapeIsTheKeyAndGarbageEnds) {

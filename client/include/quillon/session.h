@@ -11,11 +11,6 @@
 
 namespace quillon {
 
-/// Where endpoints take operators' commands.
-constexpr std::uint16_t kOperatorPort = 41302;
-/// The group that all endpoints hear them in.
-constexpr char kEndpointGroup[] = "224.168.1.1";
-
 /// An endpoint's two ports.
 class Session {
   public:

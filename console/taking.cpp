@@ -1,12 +1,7 @@
-// Commands that take control of an endpoint, give it up, and watch who has it.
+// The subcommands that take control and give it up: "apply", "connect" and "disconnect".
 
-#include <unistd.h>
-
-#include "console/interrupt.h"
 #include "console/options.h"
 #include "console/report.h"
-#include "console/watch.h"
-#include "protocol/link_messages.h"
 #include <quillon/link_control.h>
 
 namespace quillon {
@@ -30,28 +25,9 @@ void request(const Options &options, Carry carryOut) {
     print(report, options.json);
 }
 
-void startWatch(const Options &options) {
-    WatchOptions watching;
-    // The address that this machine has towards the endpoint, or towards all consoles.
-    watching.address =
-        Endpoint(options.to.empty() ? kAllConsoles : options.to, kLinkPort, options.from)
-            .ownAddress();
-    watching.endpoint = options.to;
-    watching.json = options.json;
-    if (options.grant)
-        watching.consent = WatchOptions::kGrant;
-    else if (options.refuse)
-        watching.consent = WatchOptions::kRefuse;
-    else if (isatty(STDIN_FILENO) != 0)
-        watching.consent = WatchOptions::kAsk;
-    catchSignals();
-    watch(watching, interrupted);
-    interrupted = 0;  // which is how it is meant to end
-}
-
 }  // namespace
 
-void addLinkCommands(CLI::App &app, Options &options) {
+void addTakingCommands(CLI::App &app, Options &options) {
     const auto add = [&](const char *name, const char *help, Carry carryOut) {
         auto *added = app.add_subcommand(name, help);
         added->add_option("--name", options.user, "User; the own address is put before it")
@@ -73,13 +49,6 @@ void addLinkCommands(CLI::App &app, Options &options) {
     addTaking("connect", "Take control from who is not stronger, or link one more console",
               connectUser);
     add("disconnect", "End a user's control", disconnectUser);
-
-    auto *watching = app.add_subcommand(
-        "watch", "Stay on: answer heartbeats, show who takes control; needs no --to");
-    auto *grant = watching->add_flag("--grant", options.grant, "Give control to who asks for it");
-    watching->add_flag("--refuse", options.refuse, "Refuse it; without either a terminal is asked")
-        ->excludes(grant);
-    watching->callback([&options] { startWatch(options); });
 }
 
 }  // namespace quillon

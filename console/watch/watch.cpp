@@ -1,4 +1,4 @@
-#include "console/watch.h"
+#include "console/watch/watch.h"
 
 #include <poll.h>
 #include <termios.h>
@@ -8,10 +8,10 @@
 #include <chrono>
 #include <cstdio>
 #include <ctime>
-#include <map>
 #include <utility>
 
 #include "console/report.h"
+#include "console/watch/throttle.h"
 #include "protocol/link_messages.h"
 #include "terminal/printable.h"
 #include <quillon/console_ports.h>
@@ -40,35 +40,6 @@ std::string onOneLine(const std::string &words) {
         if (c != ' ' || line.empty() || line.back() != ' ') line += c;
     return line + (words.size() > kLongest ? "..." : "");
 }
-
-// So many lines in a second for each sender; the rest of a flood is counted.
-class Throttle {
-  public:
-    /// preferred: an address that has its lines however many others there are.
-    explicit Throttle(std::string preferred) : preferred_(std::move(preferred)) {}
-
-    bool admits(const std::string &sender, Clock::time_point now) {
-        constexpr unsigned kMostLines = 10;
-        constexpr std::size_t kMostSenders = 64;
-        constexpr std::chrono::seconds kPeriod(1);
-        if (now - begin_ >= kPeriod) {
-            begin_ = now;
-            lines_.clear();
-        }
-        const bool known = lines_.size() < kMostSenders || sender == preferred_;
-        if ((known || lines_.count(sender) != 0) && ++lines_[sender] <= kMostLines) return true;
-        ++surplus_;
-        return false;
-    }
-    /// How many were not admitted since the last call.
-    unsigned takeSurplus() { return std::exchange(surplus_, 0); }
-
-  private:
-    const std::string preferred_;
-    Clock::time_point begin_{};
-    std::map<std::string, unsigned> lines_;
-    unsigned surplus_ = 0;
-};
 
 class Watch {
   public:

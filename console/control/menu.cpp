@@ -1,0 +1,103 @@
+#include "console/control/menu.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace quillon {
+namespace {
+
+constexpr std::size_t kLongestLine = 4096;
+
+struct Entry {
+    char key;
+    Menu::Action action;
+    const char *words;  ///< of kKeys and kText with a prompt: see kPrompts
+    bool prompts = false;
+};
+
+constexpr Entry kEntries[] = {
+    {'a', Menu::kApply, "apply for control"},
+    {'d', Menu::kDisconnect, "disconnect: give control up"},
+    {'m', Menu::kMouseMode, ""},
+    // What a terminal, or the desktop around it, keeps to itself.
+    {'x', Menu::kKeys, "ctrl+alt+delete"},
+    {'t', Menu::kKeys, "alt+tab"},
+    {'f', Menu::kKeys, "alt+f4"},
+    {'e', Menu::kKeys, "ctrl+shift+escape"},
+    {'w', Menu::kKeys, "gui"},
+    {'s', Menu::kKeys, "printscreen"},
+    {'1', Menu::kKeys, "capslock"},
+    {'2', Menu::kKeys, "numlock"},
+    {'3', Menu::kKeys, "scrolllock"},
+    {'k', Menu::kKeys, "other keys, by name", true},
+    {'p', Menu::kText, "type a text", true},
+    {'u', Menu::kUsbTest, "test whether a computer is on the USB cable"},
+    {']', Menu::kEscapeKey, ""},
+    {'q', Menu::kQuit, "quit"},
+};
+
+}  // namespace
+
+void Menu::toggle() {
+    if (prompting()) {
+        prompt_ = kNothing;
+        line_.clear();
+        return;
+    }
+    open_ = !open_;
+}
+
+Menu::Choice Menu::type(const Stroke &stroke, char character) {
+    // The person's layout counts here, not the computer's.
+    if (prompting()) return typeInPrompt(stroke, character);
+    open_ = false;
+    if (character == 'y') return {kGrant, ""};
+    if (character == 'n') return {kRefuse, ""};
+    for (const Entry &entry : kEntries) {
+        if (entry.key != character) continue;
+        if (!entry.prompts) return {entry.action, entry.words};
+        prompt_ = entry.action;
+    }
+    return {};
+}
+
+Menu::Choice Menu::typeInPrompt(const Stroke &stroke, char character) {
+    if (stroke.usage == kUsageBackspace) {
+        if (!line_.empty()) line_.pop_back();
+    } else if (stroke.usage == kUsageEscape) {
+        toggle();
+    } else if (stroke.usage == kUsageEnter || stroke.usage == kUsageKeypadEnter) {
+        return {std::exchange(prompt_, kNothing), std::exchange(line_, "")};
+    } else if (character != '\0' && line_.size() < kLongestLine) {
+        line_ += character;
+    }
+    return {};
+}
+
+void Menu::paste(const std::string &text) {
+    line_ += text.substr(0, kLongestLine - std::min(kLongestLine, line_.size()));
+}
+
+std::vector<std::string> Menu::lines(bool relative, const std::optional<Asking> &asking) const {
+    std::vector<std::string> lines;
+    if (!open_) return lines;
+    if (asking)
+        lines = {"y  give control of " + asking->endpoint + " to " + asking->user,
+                 "n  refuse it to " + asking->user};
+    for (const Entry &entry : kEntries) {
+        std::string words = entry.words;
+        if (entry.action == kMouseMode)
+            words = std::string("mouse: send ") + (relative ? "positions" : "movements");
+        if (entry.action == kEscapeKey) words = "send " + escapeName_ + " itself";
+        lines.push_back(std::string(1, entry.key) + "  " + words);
+    }
+    lines.push_back("   " + escapeName_ + " closes this menu");
+    return lines;
+}
+
+std::string Menu::prompt() const {
+    if (!prompting()) return "";
+    return prompt_ == kKeys ? "keys, e.g. ctrl+alt+f2:" : "text:";
+}
+
+}  // namespace quillon

@@ -1,0 +1,56 @@
+// The subcommands that ask: "link", "leds", "query", "discover", "usb-link" and "settings".
+
+#include <chrono>
+#include <cstdio>
+#include <stdexcept>
+
+#include "console/options.h"
+#include "console/report.h"
+#include <quillon/discovery.h>
+
+namespace quillon {
+namespace {
+
+void showEndpoints(const Options &options) {
+    const Discovery discovery =
+        discover(options.from, std::chrono::milliseconds(options.timeoutMs));
+    if (discovery.found().empty()) throw std::runtime_error("no endpoint answered");
+    std::vector<Report> reports;
+    reports.reserve(discovery.found().size());
+    for (const auto &[address, holder] : discovery.found()) {
+        reports.push_back({{"address", address}});
+        reports.back().update(reportOf(holder));
+    }
+    printTable(reports, options.json);
+    if (discovery.surplus() != 0)
+        fprintf(stderr, "quillon-console: %u further answers are not shown\n", discovery.surplus());
+}
+
+void showUsbLink(const Options &options) {
+    auto session = openSession(options);
+    print({{"computer", session.usbLinked()}}, options.json);
+}
+
+}  // namespace
+
+void addQuestionCommands(CLI::App &app, Options &options) {
+    const auto command = [&](const char *name, const char *help, auto carryOut) {
+        auto *added = app.add_subcommand(name, help);
+        added->callback([&options, carryOut] { carryOut(options); });
+        return added;
+    };
+    command("link", "Picture size and mouse mode",
+            [](const Options &o) { print(reportOf(openSession(o).link()), o.json); });
+    command("leds", "Caps Lock and Num Lock of the computer",
+            [](const Options &o) { print(reportOf(openSession(o).lockKeys()), o.json); });
+    command("query", "Who controls the endpoint",
+            [](const Options &o) { print(reportOf(openSession(o).holder()), o.json); });
+    command("discover", "All endpoints on the network; needs no --to", showEndpoints);
+    command("usb-link", "Is a computer attached? Strokes Num Lock to see", showUsbLink);
+    command("settings", "The endpoint's settings", [](const Options &o) {
+        auto session = openSession(o);
+        print(reportOf(o.viaGroup ? session.settingsViaGroup() : session.settings()), o.json);
+    })->add_flag("--via-group", options.viaGroup, "Let it send them to everybody");
+}
+
+}  // namespace quillon
