@@ -61,6 +61,7 @@ namespace {
 
 int run(int argc, char **argv) {
     CLI::App app{"Keyboard, mouse and questions for a KVM extender endpoint", kProgram};
+    app.set_version_flag("--version", kProgram + std::string(" " QUILLON_VERSION));
     Options options;
     addCommands(app, options);
     app.failure_message([](const CLI::App *, const CLI::Error &error) {

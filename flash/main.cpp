@@ -189,6 +189,7 @@ int run(const Options &options) {
 
 int runProgram(int argc, char **argv) {
     CLI::App app{"Programs the boards behind an endpoint's microcontroller", kProgram};
+    app.set_version_flag("--version", kProgram + std::string(" " QUILLON_VERSION));
     Options options;
     app.add_option("file", options.file, "Motorola S-records, *.mot")
         ->required()

@@ -1,10 +1,7 @@
 #include "sim/host/control_socket.h"
 
 #include <fcntl.h>
-#include <sched.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/syscall.h>
 #include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -16,9 +13,6 @@
 #include <cstring>
 #include <stdexcept>
 #include <thread>
-
-#include "sim/host/private_host.h"
-#include "sim/host/process.h"
 
 namespace sim {
 namespace {
@@ -85,78 +79,6 @@ int connectTo(const std::string &name) {
     return fd;
 }
 
-// Asks, and tells which process answered.
-std::string converse(const std::string &name, const std::string &request, pid_t &answerer) {
-    const int fd = connectTo(name);
-    const int on = 1;
-    const timeval patience{10, 0};  // with one that is stopped
-    setsockopt(fd, SOL_SOCKET, SO_PASSCRED, &on, sizeof on);
-    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-    send(fd, request.data(), request.size(), MSG_NOSIGNAL);
-
-    char text[kLongestText];
-    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(ucred))];
-    iovec part{text, sizeof text};
-    msghdr message{};
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    message.msg_control = control;
-    message.msg_controllen = sizeof control;
-    const ssize_t n = recvmsg(fd, &message, 0);
-    close(fd);
-    ucred sender{};
-    if (const cmsghdr *header = n > 0 ? CMSG_FIRSTHDR(&message) : nullptr)
-        memcpy(&sender, CMSG_DATA(header), sizeof sender);
-    if (n <= 0 || sender.pid <= 0 || sender.uid != getuid())
-        throw std::runtime_error("the board named " + name + " does not answer");
-    answerer = sender.pid;
-    return std::string(text, static_cast<std::size_t>(n));
-}
-
-bool inOtherNamespace(pid_t pid, const char *which) {
-    char own[64] = "", other[64] = "";
-    const std::string name = std::string("/ns/") + which;
-    return readlink(("/proc/self" + name).c_str(), own, sizeof own - 1) < 0 ||
-           readlink(("/proc/" + std::to_string(pid) + name).c_str(), other, sizeof other - 1) < 0 ||
-           strcmp(own, other) != 0;
-}
-
-// A descriptor that is closed on every way out.
-class Handle {
-  public:
-    Handle(int fd, const char *what) : fd_(fd) {
-        if (fd < 0) fail(what);
-    }
-    ~Handle() { close(fd_); }
-    Handle(const Handle &) = delete;
-    Handle &operator=(const Handle &) = delete;
-    int get() const { return fd_; }
-
-  private:
-    const int fd_;
-};
-
-void joinNamespacesOf(pid_t board) {
-    constexpr char kRefused[] = "cannot enter the board";
-    char cwd[4096];
-    if (getcwd(cwd, sizeof cwd) == nullptr) strcpy(cwd, "/");
-    const std::string process = "/proc/" + std::to_string(board);
-    const Handle handle(static_cast<int>(syscall(SYS_pidfd_open, board, 0)), kRefused);
-    // The number may have gone to another process since the answer, but not from here on.
-    struct stat owner {};
-    if (stat(process.c_str(), &owner) != 0) fail(kRefused);
-    if (owner.st_uid != getuid()) throw std::runtime_error(kRefused);
-    // In a chroot the root of the board's mount namespace is the host's, not the board's.
-    const Handle root(open((process + "/root").c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC),
-                      kRefused);
-    int spaces = CLONE_NEWNS | CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWPID;
-    if (inOtherNamespace(board, "user")) spaces |= CLONE_NEWUSER;
-    if (setns(handle.get(), spaces) != 0 || fchdir(root.get()) != 0 || chroot(".") != 0)
-        fail(kRefused);
-    if (chdir(cwd) != 0 && chdir("/") != 0) fail("chdir");
-    putToolsInPath();
-}
-
 }  // namespace
 
 int listenForControl(const std::string &name) {
@@ -192,27 +114,31 @@ void serveControl(int listening, const std::function<std::string(const std::stri
     close(client);
 }
 
-std::string askBoard(const std::string &name, const std::string &request) {
-    pid_t board = 0;
-    return converse(name, request, board);
-}
+std::string askBoard(const std::string &name, const std::string &request, pid_t *answerer) {
+    const int fd = connectTo(name);
+    const int on = 1;
+    const timeval patience{10, 0};  // with one that is stopped
+    setsockopt(fd, SOL_SOCKET, SO_PASSCRED, &on, sizeof on);
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    send(fd, request.data(), request.size(), MSG_NOSIGNAL);
 
-int enterBoard(const std::string &name, const std::vector<std::string> &command) {
-    pid_t board = 0;
-    converse(name, "status", board);
-    fflush(nullptr);
-    // A process of its own does it, for one that joined a PID namespace is in neither.
-    const pid_t entered = fork();
-    if (entered < 0) fail("fork");
-    if (entered > 0) return awaitExit(entered);
-    int status = 1;
-    try {
-        joinNamespacesOf(board);
-        status = awaitExit(launch({command, {}, "", -1, -1, -1, false}));
-    } catch (const std::runtime_error &error) {
-        fprintf(stderr, "quillon-board: %s\n", error.what());
-    }
-    _exit(status);
+    char text[kLongestText];
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(ucred))];
+    iovec part{text, sizeof text};
+    msghdr message{};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    message.msg_control = control;
+    message.msg_controllen = sizeof control;
+    const ssize_t n = recvmsg(fd, &message, 0);
+    close(fd);
+    ucred sender{};
+    if (const cmsghdr *header = n > 0 ? CMSG_FIRSTHDR(&message) : nullptr)
+        memcpy(&sender, CMSG_DATA(header), sizeof sender);
+    if (n <= 0 || sender.pid <= 0 || sender.uid != getuid())
+        throw std::runtime_error("the board named " + name + " does not answer");
+    if (answerer != nullptr) *answerer = sender.pid;
+    return std::string(text, static_cast<std::size_t>(n));
 }
 
 }  // namespace sim

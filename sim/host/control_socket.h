@@ -2,9 +2,10 @@
 // namespace, so that nothing lies about in the file system.
 #pragma once
 
+#include <sys/types.h>
+
 #include <functional>
 #include <string>
-#include <vector>
 
 namespace sim {
 
@@ -16,12 +17,10 @@ int listenForControl(const std::string &name);
 /// are turned away at once.
 void serveControl(int listening, const std::function<std::string(const std::string &)> &answer);
 
-/// Sends a request to a running board of this user; its answer. Throws std::runtime_error when none
-/// runs, or another user has taken its name: of what that says nothing is believed or printed.
-std::string askBoard(const std::string &name, const std::string &request);
-
-/// Runs a command on the private host of a running board; its exit status, 1 with a line on
-/// standard error when the kernel refuses. Throws std::runtime_error when none runs.
-int enterBoard(const std::string &name, const std::vector<std::string> &command);
+/// Sends a request to a running board of this user; its answer, and in answerer the process that
+/// gave it. Throws std::runtime_error when none runs, or another user has taken its name: of what
+/// that one says nothing is believed or printed.
+std::string askBoard(const std::string &name, const std::string &request,
+                     pid_t *answerer = nullptr);
 
 }  // namespace sim

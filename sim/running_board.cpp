@@ -1,0 +1,106 @@
+#include "sim/running_board.h"
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+
+#include "sim/board_control.h"
+#include "sim/host/control_socket.h"
+#include "sim/host/private_host.h"
+#include "sim/host/process.h"
+#include "terminal/printable.h"
+
+namespace sim {
+namespace {
+
+[[noreturn]] void fail(const std::string &what) {
+    throw std::runtime_error(what + ": " + strerror(errno));
+}
+
+bool inOtherNamespace(pid_t pid, const char *which) {
+    char own[64] = "", other[64] = "";
+    const std::string name = std::string("/ns/") + which;
+    return readlink(("/proc/self" + name).c_str(), own, sizeof own - 1) < 0 ||
+           readlink(("/proc/" + std::to_string(pid) + name).c_str(), other, sizeof other - 1) < 0 ||
+           strcmp(own, other) != 0;
+}
+
+// A descriptor that is closed on every way out.
+class Handle {
+  public:
+    Handle(int fd, const char *what) : fd_(fd) {
+        if (fd < 0) fail(what);
+    }
+    ~Handle() { close(fd_); }
+    Handle(const Handle &) = delete;
+    Handle &operator=(const Handle &) = delete;
+    int get() const { return fd_; }
+
+  private:
+    const int fd_;
+};
+
+void joinNamespacesOf(pid_t board) {
+    constexpr char kCannot[] = "cannot enter the board";
+    char cwd[4096];
+    if (getcwd(cwd, sizeof cwd) == nullptr) strcpy(cwd, "/");
+    const std::string process = "/proc/" + std::to_string(board);
+    const Handle handle(static_cast<int>(syscall(SYS_pidfd_open, board, 0)), kCannot);
+    // The number may have gone to another process since the answer, but not from here on.
+    struct stat owner {};
+    if (stat(process.c_str(), &owner) != 0) fail(kCannot);
+    if (owner.st_uid != getuid()) throw std::runtime_error(kCannot);
+    // In a chroot the root of the board's mount namespace is the host's, not the board's.
+    const Handle root(open((process + "/root").c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC),
+                      kCannot);
+    int spaces = CLONE_NEWNS | CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWPID;
+    if (inOtherNamespace(board, "user")) spaces |= CLONE_NEWUSER;
+    if (setns(handle.get(), spaces) != 0 || fchdir(root.get()) != 0 || chroot(".") != 0)
+        fail(kCannot);
+    if (chdir(cwd) != 0 && chdir("/") != 0) fail("chdir");
+    putToolsInPath();
+}
+
+int enterBoard(const std::string &name, const std::vector<std::string> &command) {
+    pid_t board = 0;
+    askBoard(name, "status", &board);
+    fflush(nullptr);
+    // A process of its own does it, for one that joined a PID namespace is in neither.
+    const pid_t entered = fork();
+    if (entered < 0) fail("fork");
+    if (entered > 0) return awaitExit(entered);
+    int status = 1;
+    try {
+        joinNamespacesOf(board);
+        status = awaitExit(launch({command, {}, "", -1, -1, -1, false}));
+    } catch (const std::runtime_error &error) {
+        fprintf(stderr, "quillon-board: %s\n", error.what());
+    }
+    _exit(status);
+}
+
+}  // namespace
+
+int speakToRunningBoard(bool enter, const Options &options) {
+    if (enter) {
+        const char *shell = getenv("SHELL");
+        const std::vector<std::string> interactive{shell != nullptr ? shell : "/bin/sh"};
+        return enterBoard(options.name, options.command.empty() ? interactive : options.command);
+    }
+    std::string request;
+    for (const std::string &word : options.command) request += (request.empty() ? "" : " ") + word;
+    const std::string answer = askBoard(options.name, request);
+    const bool refused = answer.rfind(kRefused, 0) == 0;
+    fprintf(refused ? stderr : stdout, "%s\n", quillon::printableLines(answer).c_str());
+    return refused ? 1 : 0;
+}
+
+}  // namespace sim
