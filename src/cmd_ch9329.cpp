@@ -8,7 +8,9 @@
 #include <cstring>
 #include <memory>
 
+#include "common/common.h"
 #include "myserial.h"
+#include "records.h"
 #include "software_config.h"
 #include "state.h"
 
@@ -17,15 +19,20 @@ char echo[64], cmd[64];
 namespace {
 
 constexpr char kInfoRequest[] = {0x57, '\xAB', 0x00, 0x01, 0x00, 0x03};
-constexpr int kInfoReplySize = 14;
+constexpr int kInfoReplySize = kFrameHead + 8 + kFrameSum;
 constexpr unsigned char kInfoReplyCode = 0x81;
-constexpr int kCodeAt = 3, kLedsAt = 7;  // in an information reply
+// In an information reply: the command, and the third byte of its data.
+constexpr int kCodeAt = 3, kLedsAt = kFrameHead + 2;
 
-constexpr int kAckSize = 7;
+constexpr int kAckSize = kFrameHead + 1 + kFrameSum;  // a status
 constexpr int kFrameRoom = 32;
-constexpr int kKeyboardFrame = 14, kAbsMouseFrame = 13;
-// The chip gets two zero bytes behind the 11 of the frame; meant so.
-constexpr int kRelMouseFrame = 11, kRelMouseWritten = 13;
+constexpr int kKeyboardFrame = kFrameHead + kKeyboardReport + kFrameSum;
+constexpr int kAbsMouseFrame =
+    kFrameHead + 1 + 1 + 2 + 2 + 1 + kFrameSum;  // 02, button, x, y, wheel
+constexpr int kRelMouseFrame =
+    kFrameHead + 1 + 1 + 1 + 1 + 1 + kFrameSum;  // 01, button, dx, dy, wheel
+// Deliberate: the chip gets two zero bytes behind the frame.
+constexpr int kRelMouseWritten = kRelMouseFrame + 2;
 
 // Only one of left, right and middle passes; none, several or another bit are no button.
 char singleButton(char buttons) {
@@ -39,8 +46,9 @@ void closeFrame(char *frame, int size) {
 void buildKeyboardFrame(const char *record, char *frame) {
     constexpr char kHead[] = {0x57, '\xAB', 0x00, 0x02, 0x08};
     memcpy(frame, kHead, sizeof kHead);
-    frame[5] = record[3];
-    frame[7] = record[5];
+    // The modifiers and the first key.
+    frame[kFrameHead] = record[kRecordHead];
+    frame[kFrameHead + 2] = record[kRecordHead + 2];
     closeFrame(frame, kKeyboardFrame);
 }
 
@@ -120,12 +128,6 @@ unsigned char frameSum(const char *bytes, int count) {
     return static_cast<unsigned char>(sum & 0xFF);
 }
 
-char *appendHex(char *end, const char *bytes, int count) {
-    for (int i = 0; i < count; ++i)
-        end += snprintf(end, kHexWidth + 1, "0x%x ", static_cast<unsigned char>(bytes[i]));
-    return end;
-}
-
 void applySerialSettings() {
     using Config = SoftwareConfig;
     const auto config = Singleton<Config>::getInstance();
@@ -140,7 +142,7 @@ void applySerialSettings() {
 void getNewLocation(char *message, char *frame) {
     // One read of each: the video watch may change them meanwhile.
     const unsigned width = sharedLoad(vi_w), height = sharedLoad(vi_h);
-    const unsigned x = scale(message + 5, width), y = scale(message + 7, height);
+    const unsigned x = scale(message + kAbsMouseX, width), y = scale(message + kAbsMouseY, height);
     frame[7] = static_cast<char>(x & 0xFF);
     frame[8] = static_cast<char>(x >> 8);
     frame[9] = static_cast<char>(y & 0xFF);

@@ -4,16 +4,9 @@
 // bytes before it. An answer carries the command with bit 0x80 set.
 #pragma once
 
-/// The chip's reset, information and parameter block frames begin with these.
-constexpr unsigned char kFrameHead1 = 0x57, kFrameHead2 = 0xAB;
-
-/// Lengths of the records that consoles send; a record is recognised by its length alone.
-constexpr int kRelMouseRecord = 7, kAbsMouseRecord = 10, kKeyboardRecord = 11;
-
-/// Console records that press one lock key, and that release all keys.
-constexpr char kCapsPress[kKeyboardRecord] = {0x57, '\xAB', 0x01, 0, 0, 0x39};
-constexpr char kNumPress[kKeyboardRecord] = {0x57, '\xAB', 0x01, 0, 0, 0x53};
-constexpr char kKeyRelease[kKeyboardRecord] = {0x57, '\xAB', 0x01};
+/// Sizes of a frame: what stands before and behind its data.
+constexpr int kFrameHead = 2 + 1 + 1 + 1;  // 57 AB, address, command, data length
+constexpr int kFrameSum = 1;
 
 /// Room that every destination of cntRead has, in bytes.
 constexpr int kReplyRoom = 256;
@@ -33,7 +26,7 @@ int SendData(char *message, int length);
 /// written with two zero bytes behind it.
 int sendRelData(char *message, int length);
 
-/// Scales the pixel position of an absolute mouse record to 0..4095 into bytes 7 to 10 of frame.
+/// Scales the pixel position of an absolute mouse record to 0..4095, into bytes 7 to 10 of a frame.
 void getNewLocation(char *message, char *frame);
 
 /// Reads, size bytes at most (256) at a time, until the line is quiet for timeout microseconds (0:
@@ -55,12 +48,6 @@ void debugPrint(char *bytes, int count);
 
 /// Gives the serial port the configured speed, frame shape and read time-out.
 void applySerialSettings();
-
-/// Characters of one byte in the logs, "0xff ".
-constexpr int kHexWidth = 5;
-/// Appends count bytes to a text that ends at end, kHexWidth characters at most for each and a
-/// terminator; where the text then ends.
-char *appendHex(char *end, const char *bytes, int count);
 
 /// Low byte of the sum of count bytes.
 unsigned char frameSum(const char *bytes, int count);

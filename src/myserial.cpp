@@ -90,7 +90,7 @@ bool MySerial::open_port(ComPort port) {
         perror("fcntl failed!");
         return false;
     }
-    // Meant so: a daemon without a terminal gets false here although its port works.
+    // Deliberate: a daemon without a terminal gets false here although its port works.
     if (isatty(STDIN_FILENO) == 0) {
         perror("standard input is not a terminal device");
         return false;

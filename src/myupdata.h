@@ -1,4 +1,5 @@
 // The transfer of a Motorola S-record file to a board's microcontroller, over the serial line.
+// Only upload.h uses it, for quillon-flash; the daemon does not.
 #pragma once
 
 #include <string>

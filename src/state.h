@@ -27,7 +27,7 @@ typedef struct currentInfo_ {
 extern std::string localip;            ///< own address as read from the network settings
 extern char curLocalIp[kAddressSize];  ///< the same, as every message carries it
 extern HDINFO hd_info;
-extern bool version;  ///< true: CH9329, false: CH9350
+extern bool version;  ///< which chip there is, see usesCh9329()
 
 // Modes: the main thread writes, the data server reads.
 extern bool per;         ///< permissions on: only linked consoles may send
@@ -64,6 +64,12 @@ extern bool enMultiSocket, enApplySocket, enHtBeatSocket, enUdpSocket, enOsdSock
 extern int c_netmsgid, c_osdmsgid;
 extern int c_netmsgtype, c_osdmsgtype;
 extern const char *c_netmsgpath, *c_osdmsgpath;
+
+/// Whether the chip is a CH9329, which takes frames; else a CH9350, which takes records as they
+/// are.
+inline bool usesCh9329() {
+    return version;
+}
 
 /// Reads a word that another thread sets while this one waits on it.
 template <class T>

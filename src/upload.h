@@ -1,5 +1,8 @@
 // One firmware upload to the boards behind the microcontroller, and its state.
 //
+// quillon-flash calls this, on an endpoint whose daemon is stopped. The daemon itself never starts
+// an upload: it is linked without one.
+//
 // Two threads carry it: one runs uploadFile, the other receives what the microcontroller says of
 // its boards and hands it to initUploadANDloop. They meet only in the words below, polled every
 // half second.

@@ -30,6 +30,12 @@ void copyText(char *field, std::size_t size, const char *text) {
     memset(field + length, 0, size - length);
 }
 
+char *appendHex(char *end, const char *bytes, int count) {
+    for (int i = 0; i < count; ++i)
+        end += snprintf(end, kHexWidth + 1, "0x%x ", static_cast<unsigned char>(bytes[i]));
+    return end;
+}
+
 void holdStandardDescriptors() {
     // From below, for each takes the lowest number that is free.
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd)
@@ -80,7 +86,7 @@ int CreateMessageQueue(const char *msgpath) {
         const int id = msgget(key, IPC_CREAT | 0666);
         if (id >= 0) return id;
         logAt("CreateMessageQueue", 32, "msgget create error: %d", errno);
-        // Meant so, though there is no queue -1 that could make room.
+        // Deliberate, though there is no queue -1 that could make room.
         if (msgctl(-1, IPC_RMID, nullptr) == 0) continue;
         logAt("CreateMessageQueue", 35, "msgctl delete error: %d", errno);
         return -1;

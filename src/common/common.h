@@ -18,6 +18,12 @@ void logAt(const char *function, int line, const char *format, ...)
 /// Copies text into a field of size bytes: cut to fit, always terminated, the rest zero.
 void copyText(char *field, std::size_t size, const char *text);
 
+/// Characters of one byte in the logs, "0xff ".
+constexpr int kHexWidth = 5;
+/// Appends count bytes to a text that ends at end, kHexWidth characters at most for each and a
+/// terminator; where the text then ends.
+char *appendHex(char *end, const char *bytes, int count);
+
 /// Sees that descriptors 0 to 2 exist, on /dev/null where they were closed, or ends the process.
 /// Before anything is opened: else a file, or /dev/mem, would take the number of standard output
 /// and get the log.

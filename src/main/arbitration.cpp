@@ -8,14 +8,13 @@
 
 #include "common/common.h"
 #include "main/link_table.h"
+#include "ports.h"
 #include "software_config.h"
 #include "state.h"
 #include "udpsocket/udpsocket.h"
 
 namespace {
 
-constexpr unsigned kConsolePort = 2333;
-constexpr char kAllConsoles[] = "225.168.1.168";
 constexpr char kReply[] = "reply";
 
 // What consoles and the holder are sent, zeroes behind the text.
@@ -38,7 +37,7 @@ Message holderDropped() {
 }
 
 void tellAll(const Message &message) {
-    multiSocket->SendTo(kAllConsoles, kConsolePort, message.text, message.length());
+    multiSocket->SendTo(kConsoleGroup, kConsolePort, message.text, message.length());
 }
 
 void tellUser(const char *name, const Message &message, long size) {
@@ -175,9 +174,8 @@ bool disconnectUserConnectNew(const char *name, const char *ip, int level, bool 
 }
 
 int applyUser(const char *name) {
-    enum { kBadAnswer = -1, kRefused, kGranted, kNoAnswer };
     UDPSocket *socket = __atomic_load_n(&applySocket, __ATOMIC_RELAXED);
-    if (socket == nullptr) return kBadAnswer;  // the process is ending
+    if (socket == nullptr) return kApplyBadAnswer;  // the process is ending
     Message question;
     char answer[sizeof question.text + 1] = {};
     snprintf(question.text, sizeof question.text, "apply|%s|%s", curLocalIp, name);
@@ -188,16 +186,16 @@ int applyUser(const char *name) {
     const int received = socket->RecvFrom(answer, sizeof answer - 1);
     if (received == 0) {
         logAt("applyUser", kNoLine, "apply timeout");
-        return kNoAnswer;
+        return kApplyNoAnswer;
     }
     logAt("applyUser", kNoLine, "apply rcv:data-->%s  end", answer);
     if (strncmp(answer, kReply, strlen(kReply)) != 0) {
         logAt("applyUser", kNoLine, "echo error data-->%s", answer);
-        return kBadAnswer;
+        return kApplyBadAnswer;
     }
-    if (!refuses(answer)) return kGranted;
+    if (!refuses(answer)) return kApplyGranted;
     logAt("applyUser", kNoLine, "apply echo refused");
-    return kRefused;
+    return kApplyRefused;
 }
 
 bool perLowerCurnt(const char *name) {
@@ -250,13 +248,13 @@ void handleApply(UDPSocket &operators, char *command) {
     if (curLink_num == 0) {
         disconnectUserConnectNew(name, ip, wanted.level, false);
     } else if (isHolder(wanted.name)) {
-        // Meant so: unlike "connect", this links an output twice.
+        // Deliberate: unlike "connect", this links an output twice.
         if (hasRoom()) saveLinkInfo(linkOutput(ip), false);
     } else if (sharedLoad(curtInfo.curOutPre) < wanted.level) {
         disconnectUserConnectNew(name, ip, wanted.level, true);
-    } else if (const int code = applyUser(name); code >= 0) {
+    } else if (const int code = applyUser(name); code != kApplyBadAnswer) {
         reply(operators, wanted.ip, code);
-        if (code == 1) disconnectUserConnectNew(name, ip, wanted.level, true);
+        if (code == kApplyGranted) disconnectUserConnectNew(name, ip, wanted.level, true);
     }
 }
 

@@ -1,16 +1,17 @@
 // Who controls this endpoint when several want to, and who is told. A larger level is a stronger
 // right; all of this runs on the main thread.
 //
-// A user's name begins with his console's address and "-"; messages to him go there, port 2333. A
-// name without "-", or with more than 15 characters before it, has no address, and nobody is told.
-// Names have up to 31 characters and addresses up to 15. The rules refuse longer ones, the
-// functions cut them.
+// A user's name begins with the address of their console and "-"; messages for the user go there,
+// port 2333. A name without "-", or with more than 15 characters before it, has no address, and
+// nobody is told. Names have up to 31 characters and addresses up to 15. The rules refuse longer
+// ones, the functions cut them.
 #pragma once
 
 class UDPSocket;
 
-/// Gives the endpoint to a user without asking: tells the holder, of whose outputs the last one
-/// alone is given up, then the new user. Stores and always returns true.
+/// Gives the endpoint to a user without asking: tells the holder, then the new user. The new user's
+/// output takes the place of the holder's last one; the holder's other outputs stay linked. Stores
+/// the table. Always true.
 bool connectNew(const char *name, const char *ip, int level);
 
 /// Gives the endpoint to a user and tells all consoles, with dropCurrent after telling them that
@@ -18,9 +19,16 @@ bool connectNew(const char *name, const char *ip, int level);
 /// a message. Always true.
 bool disconnectUserConnectNew(const char *name, const char *ip, int level, bool dropCurrent);
 
+/// What an application for control came to; "reply" carries the codes from 0 on.
+enum ApplyResult {
+    kApplyBadAnswer = -1,  ///< no "reply", or the receive failed, or the process ends
+    kApplyRefused = 0,
+    kApplyGranted = 1,
+    kApplyNoAnswer = 2
+};
+
 /// Asks all outputs of the holder whether the user may take over, and waits up to 10 s for the
-/// first answer. 1 granted, 0 refused, 2 no answer, -1 an answer that is no "reply" (or a failed
-/// receive, or the process ends).
+/// first answer. One of ApplyResult.
 int applyUser(const char *name);
 
 /// Tells a user who is too weak who holds the endpoint. Always true.

@@ -9,46 +9,86 @@
 
 namespace {
 
-// Identifiers are matched as prefixes: a board with more behind its name is the same board.
-bool isBoard(const char *board, const char *identifier) {
-    return strncmp(board, identifier, strlen(identifier)) == 0;
+// What is soldered to a board. Made from a value alone, so that a row of the table that leaves its
+// chip out does not compile.
+class Chip {
+  public:
+    enum Kind { kNone, kCh9329, kCh9350 };
+    constexpr Chip(Kind kind) : kind_(kind) {}
+    constexpr bool is(Kind kind) const { return kind_ == kind; }
+
+  private:
+    Kind kind_;
+};
+
+constexpr Chip::Kind kNoChip = Chip::kNone, kCh9329 = Chip::kCh9329, kCh9350 = Chip::kCh9350;
+
+// One access to a pin register.
+struct PinStep {
+    unsigned address;  ///< 0: no step
+    unsigned value;
+    bool setsBits;  ///< sets the bits of value beside those that are set; else writes value
+};
+
+constexpr PinStep write(unsigned address, unsigned value) {
+    return {address, value, false};
 }
 
-constexpr const char *kIdleBoard = "QBRD10401m2_3020_R1";
+constexpr PinStep setBits(unsigned address, unsigned bits) {
+    return {address, bits, true};
+}
 
-// Where the board has an early pin set of its own, before its row below.
-constexpr const char *kBoard3100 = "QBRD10402m_3100_R1";
+struct Pins {
+    PinStep steps[5];  ///< in the order in which they are taken
+};
 
-constexpr const char *kBoardWithoutVideo = "QBRE10402n_100_R1";
+constexpr Pins kNoPins{};
+constexpr Pins kPins3000{{write(0x120F0100, 1), write(0x120F0104, 1)}};
+constexpr Pins kPins3100{{write(0x120F006C, 0), setBits(0x12180400, 0x80),
+                          setBits(0x12180200, 0x80), write(0x120F0100, 1), write(0x120F0104, 1)}};
+constexpr Pins kPins100{{write(0x120F00F8, 1), write(0x120F00FC, 1), setBits(0x121D0400, 0x20),
+                         setBits(0x121D0080, 0x20)}};
+constexpr Pins kPins500{
+    {write(0x120F0100, 1), write(0x120F0104, 1), write(0x120F00F8, 1), write(0x120F00FC, 1)}};
 
 struct BoardRow {
-    const char *identifier;
-    unsigned ones[4];    ///< registers that get the value 1, in order, 0 for none
-    unsigned bit20s[2];  ///< registers that get bit 0x20 set, in order, 0 for none
-    const char *port;    ///< forced serial port, null: as configured
-    HDINFO family;
-    bool usbPowerOff;
+    const char *identifier;  ///< a board with more behind it is the same board
+    Chip chip;               ///< none: there is nothing for the daemon to do
+    const char *port;        ///< forced serial port, null: as configured
+    HDINFO family;           ///< how its USB power is switched
+    bool usbPowerOff;        ///< switched off at start
+    bool video;              ///< its video input can be watched
+    Pins pins;
 };
 
+// The first row whose identifier matches says all about a board.
 // clang-format off
 constexpr BoardRow kRows[] = {
-    {"QBRD10401m2_3000_R1", {0x120F0100, 0x120F0104}, {}, "COM2", QBX_3000, true},
-    {"QBRE10401m2_3000_R1", {0x120F0100, 0x120F0104}, {}, "COM2", QBX_3000, true},
-    {"QBRD10401m2_3010_R1", {0x120F0100, 0x120F0104}, {}, "COM2", QBX_3000, true},
-    {kBoard3100,            {0x120F0100, 0x120F0104}, {}, "COM2", QBX_3000, true},
-    {kBoardWithoutVideo, {0x120F00F8, 0x120F00FC}, {0x121D0400, 0x121D0080}, "COM1", QBX_3000, false},
-    {"QBRD10402m_500_R1", {0x120F0100, 0x120F0104, 0x120F00F8, 0x120F00FC}, {}, "COM1", QBX_3000, false},
-    {"QBRD10403n_5000_R1", {}, {}, "COM1", QBX_31DV200, false},
-    {"", {}, {}, nullptr, QBX_300, true},  // any other, and no identifier at all
-};
-
-constexpr const char *kCh9329Boards[] = {
-    "QBRF1040pm_300_R1", "QBRD10401m2_3000_R1", "QBRF1040pm_310_R1",  "QBRE10401m2_3000_R1",
-    "QBRF1040pm_300_R2", "QBRF1040pn_100_R1",   "QBRF104050_100_R1",  "QBRD10401m2_3010_R1",
-    "QBRE10402n_100_R1", "QBRD10402m_500_R1",   "QBRD10403n_5000_R1", "QBRD1040pm_100_R4",
-    "QBRD10402m_3100_R1", "QBRD1040pn_100_R1",
+    {"QBRD10401m2_3000_R1", kCh9329, "COM2",  QBX_3000,    true,  true,  kPins3000},
+    {"QBRE10401m2_3000_R1", kCh9329, "COM2",  QBX_3000,    true,  true,  kPins3000},
+    {"QBRD10401m2_3010_R1", kCh9329, "COM2",  QBX_3000,    true,  true,  kPins3000},
+    {"QBRD10402m_3100_R1",  kCh9329, "COM2",  QBX_3000,    true,  true,  kPins3100},
+    {"QBRE10402n_100_R1",   kCh9329, "COM1",  QBX_3000,    false, false, kPins100},
+    {"QBRD10402m_500_R1",   kCh9329, "COM1",  QBX_3000,    false, true,  kPins500},
+    {"QBRD10403n_5000_R1",  kCh9329, "COM1",  QBX_31DV200, false, true,  kNoPins},
+    {"QBRF1040pm_300_R1",   kCh9329, nullptr, QBX_300,     true,  true,  kNoPins},
+    {"QBRF1040pm_310_R1",   kCh9329, nullptr, QBX_300,     true,  true,  kNoPins},
+    {"QBRF1040pm_300_R2",   kCh9329, nullptr, QBX_300,     true,  true,  kNoPins},
+    {"QBRF1040pn_100_R1",   kCh9329, nullptr, QBX_300,     true,  true,  kNoPins},
+    {"QBRF104050_100_R1",   kCh9329, nullptr, QBX_300,     true,  true,  kNoPins},
+    {"QBRD1040pm_100_R4",   kCh9329, nullptr, QBX_300,     true,  true,  kNoPins},
+    {"QBRD1040pn_100_R1",   kCh9329, nullptr, QBX_300,     true,  true,  kNoPins},
+    {"QBRD10401m2_3020_R1", kNoChip, nullptr, QBX_300,     true,  true,  kNoPins},
+    {"",                    kCh9350, nullptr, QBX_300,     true,  true,  kNoPins},  // every other
 };
 // clang-format on
+
+const BoardRow &rowOf(const char *board) {
+    const BoardRow *row = kRows;
+    // The last row matches every board, and one without identifier.
+    while (strncmp(board, row->identifier, strlen(row->identifier)) != 0) ++row;
+    return *row;
+}
 
 void setRegister(unsigned address, unsigned value) {
     if (SAMPLE_SYS_SetReg(address, value) != 0) printf("write register 0x%x failed\n", address);
@@ -62,12 +102,6 @@ void changeRegister(unsigned address, unsigned clear, unsigned set) {
         return;
     }
     setRegister(address, (value & ~clear) | set);
-}
-
-const BoardRow &rowOf(const char *board) {
-    const BoardRow *row = kRows;
-    while (!isBoard(board, row->identifier)) ++row;  // the last row matches every board
-    return *row;
 }
 
 struct UsbPower {
@@ -112,30 +146,26 @@ bool readHdVersion(char *dst) {
 }
 
 bool isIdleBoard(const char *board) {
-    return isBoard(board, kIdleBoard);
+    return rowOf(board).chip.is(kNoChip);
 }
 
 bool hasCh9329(const char *board) {
-    for (const char *identifier : kCh9329Boards)
-        if (isBoard(board, identifier)) return true;
-    return false;
+    return rowOf(board).chip.is(kCh9329);
 }
 
 bool hasVideoWatch(const char *board) {
-    return !isBoard(board, kBoardWithoutVideo);
+    return rowOf(board).video;
 }
 
 void setUpBoard(const char *board) {
-    if (isBoard(board, kBoard3100)) {
-        setRegister(0x120F006C, 0);
-        changeRegister(0x12180400, 0, 0x80);
-        changeRegister(0x12180200, 0, 0x80);
-    }
     const BoardRow &row = rowOf(board);
-    for (const unsigned address : row.ones)
-        if (address != 0) setRegister(address, 1);
-    for (const unsigned address : row.bit20s)
-        if (address != 0) changeRegister(address, 0, 0x20);
+    for (const PinStep &step : row.pins.steps) {
+        if (step.address == 0) break;
+        if (step.setsBits)
+            changeRegister(step.address, 0, step.value);
+        else
+            setRegister(step.address, step.value);
+    }
     if (row.port != nullptr) {
         const auto config = Singleton<SoftwareConfig>::getInstance();
         config->SetConfig(SoftwareConfig::kComPort, row.port);

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "cmd_ch9329.h"
+#include "cmd_ch9350.h"
 #include "common/common.h"
 #include "main/forwarding.h"
 #include "myserial.h"
@@ -19,7 +20,8 @@ namespace {
 using Config = SoftwareConfig;
 
 constexpr int kBlockRoom = 64;
-constexpr int kCodeAt = 3, kSpeedAt = 8;
+constexpr int kCodeAt = 3;                // the command
+constexpr int kSpeedAt = kFrameHead + 3;  // of the parameters
 constexpr char kWriteParameters = 0x09;
 // The one four-byte field that the chip keeps high byte first.
 constexpr char k115200[] = {0x00, 0x01, '\xC2', 0x00};
@@ -166,8 +168,9 @@ int resetCH9329() {
 }
 
 int setCH9350Rel() {
-    char command[] = {0x57, '\xAB', 0x40, 0x02, '\0'};
-    serialcontrol(command, static_cast<int>(strlen(command)), 0);
+    char command[sizeof kRelativeMode];
+    memcpy(command, kRelativeMode, sizeof kRelativeMode);
+    serialcontrol(command, sizeof command, 0);
     return 1;
 }
 

@@ -1,8 +1,10 @@
 // Opening the serial port, and finding out at which speed the CH9329 listens.
 #pragma once
 
-/// A whole parameter block frame of the CH9329: 5 bytes of head, 50 of parameters, the sum.
-constexpr int kParameterFrame = 56;
+#include "cmd_ch9329.h"
+
+/// A whole parameter frame of the CH9329.
+constexpr int kParameterFrame = kFrameHead + 50 + kFrameSum;
 
 /// Opens the configured port with the configured settings; always true.
 bool openPort();

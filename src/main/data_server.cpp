@@ -8,10 +8,12 @@
 #include <cstring>
 
 #include "cmd_ch9329.h"
+#include "cmd_ch9350.h"
 #include "common/common.h"
 #include "main/forwarding.h"
 #include "main/link_table.h"
 #include "myserial.h"
+#include "records.h"
 #include "software_config.h"
 #include "state.h"
 #include "udpsocket/udpsocket.h"
@@ -28,7 +30,7 @@ struct Datagram {
 
 bool unwrapSoftware(char *buf, int &length) {
     if (strstr(buf, "software=") == nullptr) return false;
-    // A wrapped mouse or keyboard record; deliberately no other length is shortened.
+    // Deliberate: only a wrapped mouse or keyboard record is shortened, no other length.
     if (length == kSoftwareTag + kAbsMouseRecord) length = kAbsMouseRecord;
     if (length == kSoftwareTag + kKeyboardRecord) length = kKeyboardRecord;
     memmove(buf, buf + kSoftwareTag, static_cast<std::size_t>(length));
@@ -60,7 +62,7 @@ void logRecord(const Datagram &record) {
 
 void forwardRecord(const ConsoleServer &server, const Datagram &record) {
     logRecord(record);
-    if (!version) {
+    if (!usesCh9329()) {
         // A CH9350 in relative mode has no use for positions.
         if (!sharedLoad(rel_enable) || record.length != kAbsMouseRecord)
             serialcontrol(record.bytes, record.length, server.delay);
@@ -83,7 +85,7 @@ LockKeys keysOfStatus(const char *reply) {
 
 LockKeys readLockKeys() {
     LockKeys keys;
-    if (version) {
+    if (usesCh9329()) {
         queryKeyLock(&keys.caps, &keys.num, &keys.scroll);
         return keys;
     }
@@ -96,7 +98,7 @@ LockKeys readLockKeys() {
 
 // On a CH9350 "out" takes a single read for the whole status, and says more.
 LockKeys readLockKeysOnce() {
-    if (version) return readLockKeys();
+    if (usesCh9329()) return readLockKeys();
     MySerial::nwrite(kStatusRequest, sizeof kStatusRequest);
     printf("serial write %x %x %x %x\n", kFrameHead1, kFrameHead2, 0x80, 0x40);
     char reply[kStatusSize] = {};
@@ -112,7 +114,7 @@ void answer(UDPSocket &socket, const char *text) {
 void answerLockKey(UDPSocket &socket, bool on, const char *name) {
     printf("%s %s\n", name, on ? "ON" : "OFF");
     answer(socket, on ? "on" : "off");
-    if (!on && version) puts("send ok");
+    if (!on && usesCh9329()) puts("send ok");
 }
 
 void answerCapsLock(const ConsoleServer &, UDPSocket &socket, const Datagram &) {
@@ -152,7 +154,7 @@ void sendKeys(int delay, const char *first, const char *second) {
     for (const char *frame : {first, second}) {
         char record[kKeyboardRecord];
         memcpy(record, frame, sizeof record);
-        if (version)
+        if (usesCh9329())
             SendData(record, kKeyboardRecord);
         else
             serialcontrol(record, kKeyboardRecord, delay);
@@ -165,9 +167,9 @@ void setLockKeys(const ConsoleServer &server, UDPSocket &, const Datagram &reque
     takeWanted(rest, outNumLock);
     const LockKeys keys = readLockKeysOnce();
     if (keys.caps != outCapsLock) sendKeys(server.delay, kCapsPress, kKeyRelease);
-    // A CH9350 gets the press twice instead of a release; meant so.
+    // Deliberate: a CH9350 gets the press twice instead of a release.
     if (keys.num != outNumLock)
-        sendKeys(server.delay, kNumPress, version ? kKeyRelease : kNumPress);
+        sendKeys(server.delay, kNumPress, usesCh9329() ? kKeyRelease : kNumPress);
 }
 
 struct Request {

@@ -2,11 +2,12 @@
 
 #include <unistd.h>
 
-#include <cstdint>
 #include <cstring>
 
 #include "cmd_ch9329.h"
+#include "cmd_ch9350.h"
 #include "myserial.h"
+#include "records.h"
 #include "software_config.h"
 #include "state.h"
 
@@ -58,34 +59,18 @@ bool ch9350Linked() {
     return true;
 }
 
-// Signed pixels and an unsigned division, of which 16 bits are kept: positions left of or above
-// the picture come out somewhere on it, meant so.
-void scaleInPlace(char *lowByte, unsigned range) {
-    constexpr int kLargest = 1023;
-    const auto pixel = static_cast<std::int16_t>(static_cast<unsigned char>(lowByte[0]) |
-                                                 static_cast<unsigned char>(lowByte[1]) << 8);
-    const auto product = static_cast<unsigned>(pixel * kLargest);
-    const auto scaled = static_cast<std::uint16_t>(range == 0 ? 0 : product / range);
-    const unsigned position = scaled > kLargest - 1 ? kLargest : scaled;
-    lowByte[0] = static_cast<char>(position & 0xFF);
-    lowByte[1] = static_cast<char>(position >> 8);
-}
-
 }  // namespace
 
 bool query_usb_link() {
     const auto serial = Singleton<MySerial>::getInstance();
     serial->nwrite(kStatusRequest, sizeof kStatusRequest);
-    const bool linked = version ? ch9329Linked() : ch9350Linked();
+    const bool linked = usesCh9329() ? ch9329Linked() : ch9350Linked();
     sharedStore(query_link, false);
     return linked;
 }
 
 void serialcontrol(char *frame, int length, int) {
-    if (length == kAbsMouseRecord) {
-        scaleInPlace(frame + 5, sharedLoad(vi_w));
-        scaleInPlace(frame + 7, sharedLoad(vi_h));
-    }
+    if (length == kAbsMouseRecord) scaleForCh9350(frame);
     MySerial::nwrite(frame, length);
 }
 

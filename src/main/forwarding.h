@@ -2,12 +2,6 @@
 // computer is attached.
 #pragma once
 
-/// Asks a CH9350 for a status frame of 11 bytes.
-constexpr char kStatusRequest[] = {0x57, '\xAB', '\x80', 0x40};
-/// Size of that frame, where its lock LEDs lie, and which they are.
-constexpr int kStatusSize = 11, kStatusLedsAt = 7;
-constexpr unsigned char kStatusNum = 0x01, kStatusCaps = 0x02;
-
 /// Pause after a frame that presses or releases a key of our own, microseconds.
 constexpr unsigned kFramePause = 20000;
 

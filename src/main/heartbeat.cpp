@@ -7,12 +7,12 @@
 
 #include "common/common.h"
 #include "main/link_table.h"
+#include "ports.h"
 #include "state.h"
 #include "udpsocket/udpsocket.h"
 
 namespace {
 
-constexpr unsigned kHeartbeatPort = 41301, kOutputPort = 41237;
 constexpr char kPing[] = "heart", kAnswer[] = "ackheart";
 
 bool isOutput(const char *address) {

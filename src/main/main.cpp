@@ -17,6 +17,7 @@
 #include "main/operator_loop.h"
 #include "main/video_watch.h"
 #include "myserial.h"
+#include "ports.h"
 #include "software_config.h"
 #include "state.h"
 #include "udpsocket/udpsocket.h"
@@ -64,11 +65,11 @@ void startCh9350() {
 
 void startChip(const char *board) {
     version = hasCh9329(board);
-    if (version) {
+    if (usesCh9329()) {
         Singleton<Config>::getInstance()->SetConfig(Config::kChipVersion, "CH9329");
         setCh9329();
     }
-    if (!version) {
+    if (!usesCh9329()) {
         startCh9350();
         return;
     }
@@ -90,7 +91,7 @@ UDPSocket *openSocket(unsigned port, int timeout, bool useTimeout) {
 void joinOperators(UDPSocket &socket) {
     constexpr int kTries = 10;
     for (int i = 0; i < kTries; ++i) {
-        if (!socket.AddMemberShip("224.168.1.1", "eth0", true)) continue;
+        if (!socket.AddMemberShip(kEndpointGroup, "eth0", true)) continue;
         puts("add mut:224.168.1.1");
         return;
     }
@@ -133,11 +134,11 @@ int main() {
     if (hasVideoWatch(board))
         startThread(timeCheckVi, nullptr, 2016, "pthread_create() failed: timeCheckVi");
 
-    multiSocket = openSocket(41304, 0, false);
+    multiSocket = openSocket(kAnnouncePort, 0, false);
     enMultiSocket = true;
-    applySocket = openSocket(41303, 10, true);
+    applySocket = openSocket(kConsentPort, 10, true);
     enApplySocket = true;
-    UDPSocket *operatorSocket = openSocket(41302, 10, false);
+    UDPSocket *operatorSocket = openSocket(kOperatorPort, 10, false);
     enOsdSocket = true;
     joinOperators(*operatorSocket);
 

@@ -11,6 +11,7 @@
 #include "main/board.h"
 #include "main/chip_setup.h"
 #include "main/forwarding.h"
+#include "ports.h"
 #include "software_config.h"
 #include "state.h"
 #include "udpsocket/udpsocket.h"
@@ -59,7 +60,7 @@ void setMouseMode(UDPSocket &, char *command) {
     sharedStore(rel_enable, relative);
     const auto config = Singleton<Config>::getInstance();
     config->SetConfig(Config::kChipModel, relative ? "rel" : "abs");
-    if (relative && !version) setCH9350Rel();
+    if (relative && !usesCh9329()) setCH9350Rel();
     config->SaveConfig();
 }
 
@@ -99,7 +100,7 @@ void answerSettings(UDPSocket &socket, char *command) {
     sscanf(command, "getKvmInfo:%16s", ip);
     printf("get cmd:%s, need ip:%s\n", command, ip);
     if (strcmp(ip, curLocalIp) != 0) return;
-    socket.SendTo("224.168.1.1", 4001, text, size);
+    socket.SendTo(kEndpointGroup, kSettingsPort, text, size);
     puts("send mult ip:224.168.1.1 port 4001");
 }
 

@@ -52,7 +52,7 @@ void watch(int fd, char *buffer) {
 void takeVideoReading(VideoReadings &readings, unsigned width, unsigned height) {
     if (width == readings.width && height != 0 && readings.width != 0 && height == readings.height)
         return;
-    // Not reset by a reading that did not differ; meant so.
+    // Deliberate: a reading that did not differ does not reset it.
     if (readings.changes < 2) {
         ++readings.changes;
         return;

@@ -338,7 +338,7 @@ sockaddr_in UDPSocket::GetClientSockaddr() {
 }
 
 bool UDPSocket::setnonblocking() {
-    // Meant so: the descriptor's flags are read, the status flags are written.
+    // Deliberate: the descriptor's flags are read, the status flags are written.
     const int flags = fcntl(socket_, F_GETFD, 0);
     return fcntl(socket_, F_SETFL, flags | O_NONBLOCK) != -1;
 }
