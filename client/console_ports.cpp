@@ -4,6 +4,7 @@
 #include <chrono>
 #include <system_error>
 
+#include "client/watch_relay.h"
 #include "protocol/link_messages.h"
 #include "protocol/ports.h"
 #include "protocol/requests.h"
@@ -48,7 +49,9 @@ ConsolePorts::ConsolePorts(const std::string &address, Owner owner)
     }
 }
 
-// All or none of them. To pass messages on is a service to others, and goes without saying.
+ConsolePorts::~ConsolePorts() = default;
+
+// All or none of them. When messages cannot be passed on to other programs, the ports still work.
 void ConsolePorts::takePorts() {
     tried_ = std::chrono::steady_clock::now();
     auto link =

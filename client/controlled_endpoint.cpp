@@ -37,6 +37,10 @@ ControlledEndpoint::ControlledEndpoint(const Setup &setup)
     link_.next = holder_.next = settings_.next = Time{};
 }
 
+ControlledEndpoint::~ControlledEndpoint() {
+    if (lastSent_ != Time{}) finish();
+}
+
 void ControlledEndpoint::addTo(std::vector<pollfd> &fds) const {
     for (const Question *question : {&link_, &locks_, &holder_, &settings_, &usb_})
         fds.push_back({question->endpoint.fd(), POLLIN, 0});
@@ -199,6 +203,7 @@ void ControlledEndpoint::finish() {
         sendRecords(now);
         std::this_thread::sleep_until(std::min(end, input_.due()));
     }
+    lastSent_ = Time{};
 }
 
 }  // namespace quillon

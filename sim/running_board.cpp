@@ -59,8 +59,7 @@ void joinNamespacesOf(pid_t board) {
     if (stat(process.c_str(), &owner) != 0) fail(kCannot);
     if (owner.st_uid != getuid()) throw std::runtime_error(kCannot);
     // In a chroot the root of the board's mount namespace is the host's, not the board's.
-    const Handle root(open((process + "/root").c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC),
-                      kCannot);
+    const Handle root(open((process + "/root").c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC), kCannot);
     int spaces = CLONE_NEWNS | CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWPID;
     if (inOtherNamespace(board, "user")) spaces |= CLONE_NEWUSER;
     if (setns(handle.get(), spaces) != 0 || fchdir(root.get()) != 0 || chroot(".") != 0)

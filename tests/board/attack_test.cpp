@@ -215,45 +215,6 @@ TEST(Relay, AnotherUserHearsNothing) {
 
 // ---- on the network
 
-quillon::LinkMessage asks(const std::string &user) {
-    return *quillon::parseLinkMessage("apply|192.168.1.10|" + user);
-}
-
-TEST(Questions, AFloodLeavesRoomForOthers) {
-    quillon::Questions questions("192.168.1.10");
-    const auto now = sim::Clock::now();
-    for (int i = 0; i < 100; ++i)
-        questions.add(asks("mallory" + std::to_string(i)), {"", "192.168.1.66", 1}, now);
-    EXPECT_EQ(questions.surplus(), 96U);
-    for (int i = 0; i < 50; ++i)
-        questions.add(asks("eve"), {"", "192.168.2." + std::to_string(i), 1}, now);
-    EXPECT_EQ(questions.size(), 16U);
-    const auto *bob = questions.add(asks("bob"), {"", "192.168.1.10", 41303}, now);
-    ASSERT_NE(bob, nullptr);
-    EXPECT_EQ(questions.front().message.user, "bob");
-    EXPECT_EQ(questions.add(asks("bob"), {"", "192.168.1.10", 41303}, now), nullptr);
-    const unsigned number = questions.front().number;
-    EXPECT_TRUE(questions.remove(number));
-    EXPECT_FALSE(questions.remove(number));
-    EXPECT_EQ(questions.find(number), nullptr);
-    EXPECT_FALSE(questions.takeLate(now + 10s));
-    for (int i = 0; i < 16; ++i) EXPECT_TRUE(questions.takeLate(now + 11s));
-    EXPECT_TRUE(questions.empty());
-    EXPECT_EQ(questions.surplus(), 0U);
-}
-
-TEST(Discovery, AnAnswerCountsForWhoSentItOnce) {
-    quillon::Discovery discovery;
-    discovery.take({"query|192.168.1.10|1|bob|5", "192.168.1.66", 41302});
-    discovery.take({"query|kEth0Ip|0||0", kBoard, 41302});
-    discovery.take({"query|192.168.1.10|1|mallory|5", kBoard, 41302});
-    discovery.take({"garbage", "192.168.1.67", 41302});
-    ASSERT_EQ(discovery.found().size(), 2U);
-    EXPECT_EQ(discovery.found()[0].address, "192.168.1.66");
-    EXPECT_FALSE(discovery.found()[1].holder.linked);
-    EXPECT_EQ(discovery.surplus(), 2U);
-}
-
 using Attack = test::OnBoard;
 
 TEST_F(Attack, SettingsOfTheGroupComeFromTheEndpointAlone) {

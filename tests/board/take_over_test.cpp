@@ -59,30 +59,6 @@ TEST_F(Control, LinkedConsoleMaySendUntilItIsTakenOver) {
     EXPECT_FALSE(session.holderAfter("disconnect|192.168.1.30-cid", 15s).linked);
 }
 
-TEST(LinkMessages, AreReadWholeOrNotAtAll) {
-    using quillon::LinkMessage, quillon::parseLinkMessage;
-    const auto held = parseLinkMessage(std::string("connect|a|1|u|-5\0\0\0", 19)).value();
-    EXPECT_EQ(held.endpoint + held.user + std::to_string(held.level), "au-5");
-    EXPECT_EQ(parseLinkMessage("reply|a|2").value().code, LinkMessage::kNotAnswered);
-    const auto asked = parseLinkMessage("apply|a|u").value();
-    EXPECT_EQ(quillon::consentAnswer("c", asked, true), "reply|c|u|1");
-    for (const char *text : {"", "connect", "connect|a|1|u", "apply|a|u|more", "connected|a|1|u|5"})
-        EXPECT_FALSE(parseLinkMessage(text)) << text;
-    EXPECT_EQ(quillon::printable("a\x1b[2J\xff"), "a?[2J?");
-}
-
-TEST(LinkControl, NamesAreMadeConventionalAndHeldAgainstTheRules) {
-    EXPECT_EQ(quillon::conventionalName("ann", "1.2.3.4"), "1.2.3.4-ann");
-    EXPECT_EQ(quillon::conventionalName("ann-marie", "1.2.3.4"), "1.2.3.4-ann-marie");
-    EXPECT_EQ(quillon::conventionalName("5.6.7.8-ann", "1.2.3.4"), "5.6.7.8-ann");
-    EXPECT_EQ(quillon::objection({std::string(31, 'n'), "255.255.255.255", 5}), "");
-    for (const auto &name :
-         std::vector<std::string>{std::string(32, 'n'), "a b", "a|b", "a=b", "\x1b"})
-        EXPECT_NE(quillon::objection({name, "", 5}), "") << name;
-    for (const char *output : {"1.2.3.4=5", "1111111111111111"})
-        EXPECT_NE(quillon::objection({"a", output, 5}), "") << output;
-}
-
 std::string saidOnTwoConsoles(const std::string &commands) {
     return test::run(
                "quillon-board --console 192.168.1.20 --console 192.168.1.21 -- bash -c '"

@@ -1,4 +1,5 @@
-// What comes for a console: messages about control, and heartbeats, which it answers.
+// What comes for a console: link messages about who holds control, and heartbeats, which it
+// answers. No function waits: the caller polls. An object is for one thread at a time.
 #pragma once
 
 #include <poll.h>
@@ -9,33 +10,40 @@
 #include <string>
 #include <vector>
 
-#include "client/watch_relay.h"
 #include <quillon/datagram_socket.h>
 
 namespace quillon {
 
-/// The ports of one address. One program of an address owns them; others of ours hear through it
-/// what comes, and leave the answers to it.
+class WatchListener;
+class WatchRelay;
+
+/// The console ports of one address. One program at an address owns them. Other programs of the
+/// same user that use this library hear through it what comes, and leave the answers to it.
 class ConsolePorts {
   public:
     enum Owner { kSelf, kSelfOrOther };
 
-    /// kSelf: throws std::system_error when another program has the ports; kSelfOrOther: then hears
-    /// through that, if it is ours and this user's, until the ports are free.
+    /// kSelf: throws std::system_error when another program has the ports. kSelfOrOther: hears
+    /// through that program, if it uses this library and runs as the same user, until the ports are
+    /// free.
     ConsolePorts(const std::string &address, Owner owner);
+    ~ConsolePorts();
+    ConsolePorts(const ConsolePorts &) = delete;
+    ConsolePorts &operator=(const ConsolePorts &) = delete;
 
-    /// False when another program answers for this address.
+    /// False while another program has the ports.
     bool own() const { return link_ != nullptr; }
-    /// What is not as it should be, for the person; empty when all is.
+    /// What is not as it should be, for a person; empty when everything is.
     std::string trouble() const;
 
-    /// To poll for input; then call serve.
+    /// Appends the sockets to poll for input; then call serve().
     void addTo(std::vector<pollfd> &fds) const;
-    /// Answers heartbeats, and calls back for everything else that came, but not without end when
-    /// more keeps coming: what is left waits for the next call.
+    /// Answers heartbeats, and calls take for everything else that came, 64 datagrams of each
+    /// socket at most: the rest waits for the next call.
     void serve(const std::function<void(const DatagramSocket::Received &)> &take);
 
-    /// Sends an answer to who sent a message; false, with why, when it cannot leave.
+    /// Sends an answer to the sender of a message; only while own(). False, with why for a person,
+    /// when it cannot leave.
     bool answer(const DatagramSocket::Received &to, const std::string &text, std::string &why);
 
   private:
@@ -45,9 +53,9 @@ class ConsolePorts {
     const std::string address_;
     std::unique_ptr<DatagramSocket> link_, heartbeats_;
     DatagramSocket group_;
-    std::unique_ptr<WatchRelay> relay_;  ///< none when another user has its name
+    std::unique_ptr<WatchRelay> relay_;  ///< none when another user has taken its name
     std::unique_ptr<WatchListener> listener_;
-    std::chrono::steady_clock::time_point tried_;  ///< when the ports were wanted last
+    std::chrono::steady_clock::time_point tried_;  ///< when the ports were last asked for
 };
 
 }  // namespace quillon

@@ -1,5 +1,6 @@
-// An endpoint that somebody controls: takes the input, and keeps an eye on the endpoint. Nothing
-// here waits; the caller polls.
+// An endpoint that a person controls: sends the input, sees to it that no key stays down, and keeps
+// asking the endpoint how it is. No function but finish() waits: the caller polls. An object is for
+// one thread at a time.
 #pragma once
 
 #include <poll.h>
@@ -10,19 +11,21 @@
 #include <vector>
 
 #include "protocol/answers.h"
+#include "protocol/ports.h"
 #include <quillon/endpoint.h>
 #include <quillon/healed_input.h>
 
 namespace quillon {
 
+/// What is known of an endpoint; none for what it has not answered yet.
 struct EndpointStatus {
-    bool reachable = false;
-    std::chrono::microseconds roundTrip{0};  ///< of the last question, when reachable
+    bool reachable = false;                  ///< it has answered within the last 2 s
+    std::chrono::microseconds roundTrip{0};  ///< of the last question, while it is reachable
     std::optional<Link> link;
     std::optional<Holder> holder;
     std::optional<Settings> settings;
     std::optional<LockKeys> locks;
-    std::optional<bool> usb;  ///< answer to the last testUsb(); none while and when there is none
+    std::optional<bool> usb;  ///< answer to the last testUsb(); none until it comes
 };
 
 class ControlledEndpoint {
@@ -30,39 +33,50 @@ class ControlledEndpoint {
     using Time = HealedInput::Time;
 
     struct Setup {
-        std::string to, from;
-        std::uint16_t port = 80;
+        std::string to;    ///< the endpoint's address, IPv4 in dotted form
+        std::string from;  ///< local address to send from; empty: the system chooses
+        std::uint16_t port = kRecordPort;
+        /// Least time between two records. A chip's line carries a keyboard record in 1.8 ms.
         std::chrono::milliseconds pace{8};
-        bool healing = true;
-        bool asSoftware = false;
+        bool healing = true;      ///< see HealedInput
+        bool asSoftware = false;  ///< wraps records, so that an endpoint takes them from everybody
     };
-    /// Throws std::runtime_error when the system refuses.
+    /// Throws std::runtime_error for a text that is no address, and when the system refuses.
     explicit ControlledEndpoint(const Setup &setup);
+    /// Calls finish() if records were sent since the last one.
+    ~ControlledEndpoint();
+    ControlledEndpoint(const ControlledEndpoint &) = delete;
+    ControlledEndpoint &operator=(const ControlledEndpoint &) = delete;
 
+    /// What is put in here goes to the endpoint with the next calls of serve().
     HealedInput &input() { return input_; }
     const EndpointStatus &status() const { return status_; }
+    /// The address of this machine that the endpoint sees.
     std::string ownAddress() const { return records_.ownAddress(); }
 
-    /// To poll for input until due(); then call serve.
+    /// Appends the sockets to poll for input. Poll until due() at the latest, then call serve().
     void addTo(std::vector<pollfd> &fds) const;
     Time due() const;
+    /// Takes answers, asks what is due and sends what is due. now: the steady clock's time.
     void serve(Time now);
 
-    /// An operator's command, which has no answer; what it changed is asked for.
+    /// Sends an operator command, which has no answer (see requests.h), and asks soon what changed.
     void command(const std::string &text, Time now);
-    /// Something about who controls it changed.
+    /// Asks again who holds control and for the settings, because something was heard of a change.
     void askWhoControls(Time now);
+    /// Asks for the lock LEDs as soon as no input waits: it stops records for 190 ms.
     void askLockKeys() { wantsLocks_ = true; }
-    /// Whether a computer is attached, see status(). The endpoint takes no records meanwhile.
+    /// Asks whether a computer is attached, see status(). The endpoint takes no records meanwhile.
     void testUsb() { wantsUsb_ = true; }
     bool testsUsb() const { return wantsUsb_ || usb_.waiting; }
-    /// Everything up, as software's records, which are taken from who is not linked, too.
+    /// Lets everything go by records that software sends, which an endpoint also takes from a
+    /// console that lost control.
     void releaseAsSoftware();
-    /// Everything up, said as often as healing says it. Takes a quarter of a second.
+    /// Lets everything go, and says so as often as healing does. Waits a quarter of a second.
     void finish();
 
   private:
-    /// A text that is asked now and then; the answer comes back to a socket of its own.
+    /// A text that is asked from time to time; the answer comes back to a socket of its own.
     struct Question {
         Question(const Setup &setup, std::uint16_t port, std::string words,
                  std::chrono::milliseconds time)
@@ -74,7 +88,7 @@ class ControlledEndpoint {
         Time asked{};
         Time next = Time::max();
         bool waiting = false;
-        int again = 0;  ///< so often it is asked soon after an answer
+        int again = 0;  ///< how many more times it is asked soon after an answer
     };
 
     void ask(Question &question, Time now);

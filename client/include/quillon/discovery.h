@@ -1,4 +1,4 @@
-// All endpoints of a network, by who answers a question to their group.
+// All endpoints of a network: those that answer a question to their multicast group.
 #pragma once
 
 #include <chrono>
@@ -10,13 +10,13 @@
 
 namespace quillon {
 
-/// Gathers answers to "query". An answer counts for the address that sent it, once: whatever else
-/// that address says, and more endpoints than a network of this kind has, is only counted.
+/// Gathers answers to the question who holds control. An answer counts for the address that sent
+/// it, once. Whatever else that address says is only counted, and so are endpoints beyond 1024.
 class Discovery {
   public:
     struct Found {
-        std::string address;  ///< that answered
-        Holder holder;        ///< what it said, its name for itself included
+        std::string address;  ///< of the endpoint that answered
+        Holder holder;        ///< what it said; holder.endpoint is how it calls itself
     };
 
     void take(const DatagramSocket::Received &datagram);
@@ -29,8 +29,8 @@ class Discovery {
     unsigned surplus_ = 0;
 };
 
-/// Asks on the network of the address from (any without it) and gathers for as long as timeout.
-/// Throws std::system_error when the system refuses.
+/// Asks on the network of the local address from (empty: the system chooses) and gathers answers
+/// for the whole of timeout. Throws std::system_error when the system refuses.
 Discovery discover(const std::string &from, std::chrono::milliseconds timeout);
 
 }  // namespace quillon

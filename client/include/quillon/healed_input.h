@@ -1,5 +1,5 @@
-// Keyboard and mouse of one endpoint, as records that are sent again: neither the network nor the
-// chip's line repeats what it loses, and a lost release would leave a key down.
+// Keyboard and mouse of one endpoint, as records that are sent more than once: neither the network
+// nor the chip's line repeats what it loses, and a lost release would leave a key down.
 #pragma once
 
 #include <chrono>
@@ -11,21 +11,21 @@
 
 namespace quillon {
 
-/// When the same state is sent again.
+/// Says when a state is to be sent again.
 class Resends {
   public:
     using Time = std::chrono::steady_clock::time_point;
 
-    /// tail: how long after a change a state is sent every second, though nothing is down.
+    /// tail: for how long after a change a state is sent every second when nothing is down.
     explicit Resends(std::chrono::milliseconds tail) : tail_(tail) {}
 
-    /// A new state was sent, and is sent again so long after now.
+    /// A new state was sent at this time, and is to be sent again after each of these durations.
     void changed(Time now, std::vector<std::chrono::milliseconds> after);
     /// The state was sent again.
     void sent(Time now) { last_ = now; }
     /// False while the state is so new that it is due to be sent again soon.
     bool settled() const;
-    /// When to send it again, Time::max() for not any more; held: something is down.
+    /// When to send it again; Time::max() for never. held: something is down.
     Time due(bool held) const;
 
   private:
@@ -35,50 +35,55 @@ class Resends {
     bool active_ = false;
 };
 
-/// Knows no socket and no clock: the caller sends what next() gives when due() has come. A record
-/// is the whole state of the keyboard, or of the pointer in absolute mode, so that once more does
-/// no harm; movements of relative mode are given once.
+/// Knows no socket and no clock: the caller sends what next() returns, at the time of due(). A
+/// record is the whole state of the keyboard, or of the pointer in absolute mode, so sending it
+/// again does no harm; movements of relative mode are returned once. An object is for one thread at
+/// a time.
 class HealedInput {
   public:
     using Time = Resends::Time;
 
-    /// pace: least time between two records, which the chip behind a slow line needs. Without
-    /// healing every record is sent once.
+    /// pace: least time between two records, for the slow line of the chip. Without healing every
+    /// record is sent once.
     explicit HealedInput(std::chrono::milliseconds pace, bool healing = true)
         : pace_(pace), healing_(healing) {}
 
-    /// The state before it goes out so many times at least, however short it was, unless records
-    /// wait already: one in 33 that is lost leaves one in a million.
+    /// The new state of the keyboard. The state before it is sent timesBefore times at least,
+    /// however short it was, unless records wait already. Four times, because then one state in a
+    /// million is lost when one record in 33 is.
     void setKeyboard(const Stroke &down, int timesBefore = 4);
     const Stroke &keyboard() const { return keyboard_; }
 
-    /// Whether the endpoint wants positions or movements. Buttons stay as they are.
+    /// Whether the endpoint takes movements, or else positions. Buttons stay as they are.
     void setRelative(bool relative) { relative_ = relative; }
+    /// A position, in pixels of the endpoint's picture. It replaces one that still waits.
     void moveTo(std::uint16_t x, std::uint16_t y);
+    /// A movement in the chip's own units, of any length.
     void moveByDistance(int dx, int dy);
-    /// The one button that is down: more do not reach the computer.
+    /// The button that is down, or none: an endpoint passes one at a time.
     void setButton(Button button);
     Button button() const { return button_; }
+    /// Positive is away from the user.
     void turnWheel(std::int8_t notches);
 
-    /// The records that say that everything is up, without movements: those cannot be wrapped as
-    /// software's.
+    /// The records that let everything go, of the kinds that software can send too.
     std::vector<Datagram> released() const;
-    /// Everything up, and said now.
+    /// Lets everything go, also when nothing is down.
     void releaseAll();
-    /// The present state once more: the endpoint may have lost it.
+    /// Sends the present state again, because the endpoint may have lost it.
     void refresh();
-    /// Forgets what waits to be sent, and sends no slower than so from now on.
+    /// Forgets what waits to be sent. From now on the pace is slowest at most.
     void abandon(std::chrono::milliseconds slowest);
 
-    /// The record to send at this time, none when nothing is due.
+    /// The record to send at this time; none when nothing is due.
     std::optional<Datagram> next(Time now);
-    /// When next() gives something; Time::max() for never.
+    /// When next() returns something; Time::max() for never.
     Time due() const;
-    /// No key is down, and that has been said as often as a change is.
+    /// No key is down, and that has been sent as often as a change is.
     bool keysAtRest() const { return !keysHeld() && keysWaiting_ == 0 && keys_.settled(); }
     /// Nothing that a person did waits to be sent.
     bool idle() const { return queue_.empty(); }
+    /// Records that wait.
     std::size_t waiting() const { return queue_.size(); }
 
   private:

@@ -1,4 +1,4 @@
-// Questions for consent that a person has not answered yet.
+// Questions for consent that a person has not answered yet. Nothing here waits or sends.
 #pragma once
 
 #include <chrono>
@@ -21,9 +21,10 @@ struct Question {
     unsigned repeats = 0;
 };
 
-/// One for each endpoint and user, asked again for each output that an endpoint has linked. An
-/// endpoint is who sent it, whatever it calls itself, and has room for a few: who floods this fills
-/// his own places alone, and the rest is counted.
+/// Holds one question for each endpoint and user; an endpoint asks again for each output that it
+/// has linked. The endpoint is the address that sent the question, whatever name is in it. Four
+/// places are for each endpoint and sixteen for all, so that a flood fills the places of its sender
+/// alone; the rest is counted.
 class Questions {
   public:
     /// An endpoint whose questions go before those of others; an empty address for none.

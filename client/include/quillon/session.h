@@ -1,5 +1,10 @@
-// What the console asks of an endpoint and tells it to do, verified where the endpoint says
-// nothing. Every function throws std::runtime_error, in words for the person, when it did not work.
+// What a console asks an endpoint and tells it to do. Where an endpoint does not answer a command,
+// the functions ask afterwards whether it took effect.
+//
+// Every function waits for its answers, as long as the object's time-out for each, and throws
+// std::runtime_error with a sentence for a person when it did not work. What an endpoint said may
+// stand in that sentence as it came: make it printable before a terminal gets it. An object is for
+// one thread at a time.
 #pragma once
 
 #include <chrono>
@@ -11,30 +16,41 @@
 
 namespace quillon {
 
-/// An endpoint's two ports.
+/// An endpoint's record port and its operator port.
 class Session {
   public:
+    /// to, from: IPv4 addresses in dotted form; with an empty from the system chooses. dataPort:
+    /// the endpoint's record port, kRecordPort unless its settings say otherwise. Sends nothing
+    /// yet.
     Session(const std::string &to, std::uint16_t dataPort, const std::string &from,
             std::chrono::milliseconds timeout);
 
+    /// The record port, for records.
     Endpoint &data() { return data_; }
     /// The endpoint's address.
     const std::string &to() const { return to_; }
-    /// Own address as the endpoint sees it.
+    /// The address of this machine that the endpoint sees.
     std::string ownAddress() const { return data_.ownAddress(); }
 
+    /// Picture size and mouse mode.
     Link link();
+    /// The computer's lock LEDs. The endpoint forwards no record while it asks its chip for them,
+    /// 190 ms and more.
     LockKeys lockKeys();
+    /// Who holds control.
     Holder holder();
-    /// Carries out an operator's command that has no answer, and tells who has control when the
-    /// endpoint is done with it; that may take up to patience.
+    /// Carries out an operator command that has no answer (see requests.h), and returns who holds
+    /// control when the endpoint is done with it. Waits for that as long as patience, because an
+    /// endpoint takes its commands one after the other and may wait 10 s for a user's consent.
     Holder holderAfter(const std::string &command, std::chrono::milliseconds patience);
     Settings settings();
-    /// The same, sent by the endpoint to everybody on its network.
+    /// The same, sent by the endpoint to the group of all endpoints.
     Settings settingsViaGroup();
+    /// Whether a computer is on the USB cable. The endpoint strokes Num Lock to find out, and takes
+    /// no records meanwhile, some 600 ms.
     bool usbLinked();
 
-    /// Sets both keys, and sees that the computer followed.
+    // Each returns when the endpoint reports the new state, and throws when it reports another.
     void setLockKeys(LockKeys wanted);
     void setMouseMode(bool relative);
     void setPermissions(bool on);

@@ -1,4 +1,4 @@
-// The programs that a person looks at, in a real terminal.
+// "quillon-console control" in a real terminal.
 
 #include <csignal>
 #include <future>
@@ -208,49 +208,6 @@ TEST_F(Terminal, EveryWayOutRestoresItAndLetsKeysGo) {
         EXPECT_TRUE(terminal.shows("pasted"));
         EXPECT_FALSE(test::holds(terminal.screen(), "200~")) << terminal.screen();
     }
-}
-
-TEST(BoardScreen, ShowsTheBoardAndTakesKeys) {
-    Tmux terminal("stty sane; quillon-board; echo left $?; cat");
-    ASSERT_TRUE(terminal.shows("192.168.1.10:80  CH9329  line at 115200")) << terminal.screen();
-    EXPECT_TRUE(terminal.shows("permissions are off"));
-    const std::string console = "quillon-board enter -- quillon-console --to 192.168.1.10 ";
-    EXPECT_EQ(run(console + "type 'on the screen'").said, "");
-    EXPECT_TRUE(terminal.shows("on the screen"));
-    EXPECT_TRUE(terminal.shows("< keyboard done"));
-    EXPECT_EQ(run(console + "permissions on").status, 0);
-    EXPECT_EQ(run(console + "apply --name ann --level 5").status, 0);
-    EXPECT_TRUE(terminal.shows("held by 192.168.1.10-ann, level 5 | outputs 192.168.1.10"));
-    terminal.press("u");
-    EXPECT_TRUE(terminal.shows("usb not attached"));
-    terminal.send(":video 10\r");
-    EXPECT_TRUE(terminal.shows("video takes a size"));
-    terminal.resize(100, 30);
-    EXPECT_TRUE(terminal.shows("q quit"));
-    EXPECT_GT(terminal.screen().find("q quit"), 100U);
-    terminal.press("q");
-    EXPECT_TRUE(terminal.shows("left 0")) << terminal.screen();
-}
-
-TEST(Trace, IsReadByThePacketToolsWithTheDissector) {
-    EXPECT_EQ(run("quillon-board --trace /data/trace.pcapng -- sh -c '"
-                  "quillon-console --to 192.168.1.10 key ctrl+c; "
-                  "quillon-console --to 192.168.1.10 query'")
-                  .status,
-              0);
-    const std::string tshark = "tshark -r /data/trace.pcapng -X lua_script:" SOURCE_DIR
-                               "/packaging/wireshark/quillon.lua ";
-    const test::Outcome all = run(tshark);
-    EXPECT_EQ(all.status, 0) << all.said;
-    test::expectHeld(all.said,
-                     {"QUILLON 53 keyboard: ctrl c", "HIDCHIP 14 keyboard: ctrl c",
-                      "HIDCHIP 7 acknowledged: keyboard", "QUILLON 47 query", "held by nobody"});
-    for (const char *sign : {"Lua Error", "Malformed", "malformed"})
-        EXPECT_FALSE(test::holds(all, sign)) << all.said;
-    test::expectHeld(run(tshark + "-Y 'hidchip.usage == 6 && frame.packet_flags_direction == 2' "
-                                  "-T fields -e hidchip.modifiers -e hidchip.checksum.status")
-                         .said,
-                     {"1"});
 }
 
 }  // namespace

@@ -1,0 +1,50 @@
+// quillon-console as a user runs it.
+
+#include "tests/support/support.h"
+
+namespace {
+
+using test::expectHeld, test::holds, test::Outcome, test::run;
+
+TEST(QuillonConsole, AsksAndSwitchesFromTheCommandLine) {
+    test::writeFile("/data/linked.ini",
+                    "buad_rate=115200\nper_enable=1\nconnect_name=192.168.1.21-bob\n"
+                    "connect_per=3\nconnect_ip0=192.168.1.21\n");
+    const Outcome outcome =
+        run("quillon-board --console 192.168.1.20 --console 192.168.1.21 --config /data/linked.ini "
+            "-- sh -c 'ann() { quillon-console --to 192.168.1.10 --from 192.168.1.20 \"$@\"; }; "
+            "ann query; ann type a; ann --as-software type b; ann permissions off; "
+            "ann set-leds num=on; ann set-leds caps=on; ann --json link; "
+            "ann mouse by 1 1; echo status $?; ann mouse-mode rel; ann mouse by 200 -- -10; "
+            "ann usb-link; ann usb-power on && echo powered; "
+            "ann --json settings --via-group | grep -o rel; "
+            "ann --port 9 --timeout 100 link; ann discover'");
+    expectHeld(outcome.said,
+               {"user      192.168.1.21-bob\nlevel     3\n", "192.168.1.20 may not send",
+                "typed     b\n", "locks     Num on, Caps on, Scroll off\n", "caps  on\nnum   on\n",
+                "{\"width\":1920,\"height\":1080,\"mouse\":\"absolute\"}\n", "absolute mode",
+                "status 1\n", "pointer   at 200,0\n", "computer  yes\n", "powered\n", "rel\n",
+                "nobody listens at 192.168.1.10:9\n", "192.168.1.10      192.168.1.10      yes"});
+}
+
+TEST(QuillonConsole, ErrorsComeBeforeAnythingIsSent) {
+    const std::string nobody = "quillon-console --to 127.0.0.1 --port 9 ";
+    const std::pair<const char *, const char *> wrong[] = {
+        {"type 'na\xC3\xAFve'", "no key for byte 0xc3, character 3"},
+        {"key ctrl+alt+nokey", "unknown key \"nokey\""},
+        {"key a+b", "only one reaches the computer"},
+        {"mouse by 1 1", "nobody listens at 127.0.0.1:41302"}};
+    for (const auto &[arguments, message] : wrong) {
+        const Outcome outcome = run(nobody + arguments);
+        EXPECT_EQ(outcome.status, 1) << arguments;
+        EXPECT_TRUE(holds(outcome, message)) << outcome.said;
+    }
+    for (const char *arguments : {"", "type a b c", "mouse move 1", "mouse click up --at 1 1",
+                                  "mouse move 70000 1", "--port 0 type a", "dance"}) {
+        const Outcome outcome = run(nobody + arguments);
+        EXPECT_EQ(outcome.status, 2) << arguments;
+        EXPECT_EQ(outcome.said.find('\n'), outcome.said.size() - 1) << outcome.said;
+    }
+}
+
+}  // namespace
