@@ -94,7 +94,7 @@ void ConsolePorts::hearThroughOther(const Take &take) {
             takePorts();
             return;
         } catch (const std::system_error &) {
-            // Its owner still lives.
+            // Another program still has them.
         }
         if (!listener_->connected()) listener_ = std::make_unique<WatchListener>(address_);
     }
@@ -115,7 +115,7 @@ void ConsolePorts::serve(const Take &take) {
         take(datagram);
     });
     drain(*heartbeats_, [&](const auto &ping) {
-        std::string why;  // the network is down for a while: as good as no answer
+        std::string why;  // without an answer the endpoint asks again
         if (ping.text == kHeartbeat) send(*heartbeats_, ping, kHeartbeatAnswer, why);
     });
 }

@@ -16,7 +16,7 @@ using std::chrono::milliseconds;
 constexpr milliseconds kLinkPeriod{500}, kLostAfter{2000}, kPatience{1000};
 // Behind an application for control the test waits for 10 s.
 constexpr milliseconds kUsbPatience{12000};
-// These leave lines in the endpoint's log; news of who controls it come unasked.
+// Each of these questions leaves a line in the endpoint's log, and link messages tell of changes.
 constexpr milliseconds kHolderPeriod{5000}, kSettingsPeriod{30000}, kAgain{300};
 // The endpoint takes no records for 190 ms while it asks its chip for the lock LEDs.
 constexpr milliseconds kLocksPeriod{5000}, kQuietBefore{400}, kQuietAfter{250};
@@ -62,7 +62,7 @@ bool ControlledEndpoint::trySend(Endpoint &endpoint, const std::string &bytes) {
             endpoint.send(bytes.data(), bytes.size());
             return true;
         } catch (const std::runtime_error &) {
-            continue;  // nobody listens, or no way there: the questions find out
+            continue;  // the questions find out whether the endpoint is lost
         }
     return false;
 }
@@ -82,7 +82,7 @@ std::optional<std::string> ControlledEndpoint::answer(Question &question, Time n
             return text;
         }
     } catch (const std::runtime_error &) {
-        // Nobody listens there; time tells whether that stays so.
+        // Nobody listens there just now; the time-out decides.
     }
     if (question.waiting && now - question.asked >= question.patience) {
         question.waiting = false;
@@ -94,7 +94,7 @@ std::optional<std::string> ControlledEndpoint::answer(Question &question, Time n
 // A while after the last record, and a while before the next.
 ControlledEndpoint::Time ControlledEndpoint::locksDue() const {
     if (locks_.waiting) return locks_.asked + kPatience;
-    if (testsUsb()) return Time::max();  // both read what the chip says
+    if (testsUsb()) return Time::max();  // both questions read answers of the chip
     const Time wanted = wantsLocks_ ? Time{} : locks_.asked + kLocksPeriod;
     const Time earliest = std::max(wanted, lastSent_ + kQuietBefore), next = input_.due();
     return next != Time::max() && next - earliest < kQuietAfter ? Time::max() : earliest;
@@ -120,7 +120,7 @@ void ControlledEndpoint::setReachable(bool reachable, Time now) {
     if (reachable == status_.reachable) return;
     status_.reachable = reachable;
     if (!reachable) return;
-    // It may have lost power: what it was told, and what was known of it, counts no more.
+    // It may have lost power, and with it the state of keyboard and pointer.
     input_.refresh();
     askWhoControls(now);
     wantsLocks_ = true;

@@ -40,8 +40,8 @@ void HealedInput::add(Kind kind, Datagram record) {
 
 void HealedInput::setKeyboard(const Stroke &down, int timesBefore) {
     if (down == keyboard_) return;
-    // A key that was down shorter than the resends take must not depend on one record. Who types
-    // faster than the line comes first.
+    // A key that was down for less time than the resends take must not depend on one record. When
+    // keys come faster than the line takes them, they go first.
     const bool backlog = queue_.size() >= kBacklog;
     for (; healing_ && !backlog && keysTimes_ < timesBefore; ++keysTimes_)
         add(kKeysAgain, datagram(keyboardRecord(keyboard_)));
@@ -59,7 +59,7 @@ void HealedInput::moveTo(std::uint16_t x, std::uint16_t y) {
     x_ = x;
     y_ = y;
     placed_ = true;
-    // A position that nobody has seen yet is of no interest any more.
+    // A position that was not sent yet is replaced.
     if (!queue_.empty() && queue_.back().kind == kPosition) queue_.pop_back();
     add(kPosition, pointerRecord());
 }
@@ -114,7 +114,7 @@ void HealedInput::abandon(std::chrono::milliseconds slowest) {
 }
 
 std::optional<Datagram> HealedInput::resend(Time now) {
-    // A pointer that moves all the time must not keep the keys from being said again.
+    // A pointer that moves all the time must not keep the state of the keys from being resent.
     if (keysWaiting_ == 0 && keys_.due(keysHeld()) <= now) {
         keys_.sent(now);
         ++keysTimes_;

@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::chrono::seconds kPatience(12);
 
-// What an endpoint says to one address: heard there, or through the watch that has the port.
+// Hears what an endpoint says to one address, there or through the program that has the port.
 class ReplyEar {
   public:
     explicit ReplyEar(const std::string &address) {
@@ -30,7 +30,7 @@ class ReplyEar {
 
     bool hears() const { return socket_ || listener_->connected(); }
 
-    // The code of the reply that came from an endpoint, kNone if none did. Its address counts, not
+    // The code of the reply from an endpoint, kNone without one. The sender's address counts, not
     // the name in the message.
     static constexpr int kNone = -1;
     int reply(const std::string &endpoint) {
@@ -56,7 +56,7 @@ class ReplyEar {
 };
 
 std::string described(const Holder &holder) {
-    return holder.user + " controls it, level " + std::to_string(holder.level);
+    return holder.user + " holds control, level " + std::to_string(holder.level);
 }
 
 bool holds(const Holder &holder, const LinkRequest &request) {
@@ -71,7 +71,7 @@ bool holds(const Holder &holder, const LinkRequest &request) {
     throw std::runtime_error(why);
 }
 
-// An endpoint says nothing when who controls it adds an output, or has eight already.
+// An endpoint does not answer when the holder adds an output, nor when they have eight already.
 void checkOutput(Session &session, const LinkRequest &request) {
     const auto outputs = linkedOutputs(session.settings());
     if (std::find(outputs.begin(), outputs.end(), request.output) != outputs.end()) return;
@@ -93,7 +93,7 @@ LinkOutcome connectUser(Session &session, const LinkRequest &request) {
     const Holder before = session.holder();
     const Holder after = session.holderAfter(connectRequest(request), kPatience);
     if (!holds(after, request))
-        explain(session, after.linked ? described(after) : "the endpoint did not take it");
+        explain(session, after.linked ? described(after) : "the endpoint did not take the request");
     return succeed(session, request, before, after, false);
 }
 
@@ -107,25 +107,26 @@ LinkOutcome applyUser(Session &session, const LinkRequest &request) {
         return succeed(session, request, before, after, code == LinkMessage::kGranted);
     if (code == LinkMessage::kRefused) explain(session, "refused by " + before.user);
     if (code == LinkMessage::kNotAnswered) explain(session, before.user + " did not answer");
-    if (!after.linked) explain(session, "the endpoint did not take it");
+    if (!after.linked) explain(session, "the endpoint did not take the request");
     if (request.output != session.ownAddress())
-        explain(session, described(after) + "; why it was not granted was told to " +
-                             request.output + " alone");
+        explain(session,
+                described(after) + "; only " + request.output + " was told why it was not granted");
     if (!ear.hears())
         explain(session, described(after) +
-                             "; another program has UDP port 2333 here, so why it "
-                             "was not granted cannot be told");
-    explain(session, described(after) + "; he was asked, and his console's answer was none");
+                             "; another program has UDP port 2333 here, so the "
+                             "reason cannot be heard");
+    explain(session, described(after) +
+                         "; the holder's consoles were asked, and what they answered was no reply");
 }
 
 LinkOutcome disconnectUser(Session &session, const LinkRequest &request) {
     const Holder before = session.holder();
-    // An endpoint takes the beginning of a name for the whole.
-    if (!before.linked) explain(session, "nobody controls it");
+    // An endpoint takes the beginning of a name for the whole name.
+    if (!before.linked) explain(session, "nobody holds control");
     if (!holds(before, request)) explain(session, described(before));
     const Holder after = session.holderAfter(disconnectRequest(request), kPatience);
     if (after.linked) explain(session, described(after));
-    return {before.user + " is disconnected", after};
+    return {before.user + " no longer holds control", after};
 }
 
 }  // namespace quillon

@@ -49,8 +49,8 @@ Holder Session::holder() {
 
 Holder Session::holderAfter(const std::string &command, std::chrono::milliseconds patience) {
     operators_.send(command.data(), command.size());
-    // Commands are taken one after the other. The question is asked again, for it may get lost;
-    // what answers come late go with their socket.
+    // An endpoint takes its commands one after the other. The question is asked again, for it may
+    // get lost; answers that come late are lost with their socket.
     Endpoint asking(to_, kOperatorPort, from_);
     const auto deadline = std::chrono::steady_clock::now() + patience;
     while (std::chrono::steady_clock::now() < deadline) {
@@ -68,7 +68,7 @@ Settings Session::settingsViaGroup() {
     DatagramSocket group(kEndpointGroup, kSettingsPort, ownAddress());
     const std::string command = settingsViaGroupRequest(to_);
     operators_.send(command.data(), command.size());
-    // Others of the network can send to the group, too.
+    // Anybody on the network can send to the group.
     const auto deadline = std::chrono::steady_clock::now() + timeout_;
     for (;;) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(
@@ -89,8 +89,7 @@ void Session::setLockKeys(LockKeys wanted) {
     const auto word = [](bool on) { return std::string(on ? "on" : "off"); };
     const std::string request = lockKeysRequest(wanted.caps, wanted.num);
     data_.send(request.data(), request.size());
-    // An endpoint with a CH9350 leaves the Num Lock key down. It takes these after the request,
-    // and before anything that could keep them from being sent.
+    // An endpoint with a CH9350 leaves the Num Lock key down; these records let it go.
     const KeyboardRecord release = keyboardRecord({});
     for (int times = 0; times < 2; ++times) data_.send(release.data(), release.size());
     const LockKeys now = lockKeys();
@@ -103,8 +102,8 @@ void Session::setLockKeys(LockKeys wanted) {
 void Session::setMouseMode(bool relative) {
     const std::string command = mouseModeRequest(relative);
     operators_.send(command.data(), command.size());
-    // Commands are taken one after the other: this one is done, and the chip told, when the next
-    // one is answered.
+    // An endpoint takes its commands one after the other: when the next one is answered, this one
+    // is done.
     holder();
     if (link().relative != relative)
         throw std::runtime_error("the endpoint did not change its mouse mode");

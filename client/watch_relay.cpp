@@ -36,7 +36,7 @@ Name nameOf(const std::string &address) {
     return Name("quillon-watch/" + std::to_string(getuid()) + "/" + address);
 }
 
-// Whole messages over a connection, for only that tells who is at the other end.
+// A connection of whole messages, because only a connection tells which user is at the other end.
 int open() {
     return socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
 }
@@ -100,7 +100,7 @@ void WatchRelay::admit() {
 
 void WatchRelay::pass(const DatagramSocket::Received &datagram) {
     const std::string text = relayText(datagram);
-    // One that does not read misses it, and one that went is forgotten.
+    // A listener that does not read misses the datagram; one that has ended is removed.
     const auto gone = [&](int listener) {
         if (send(listener, text.data(), text.size(), MSG_NOSIGNAL) >= 0 || errno == EAGAIN)
             return false;

@@ -1,5 +1,5 @@
-// A port of an address has one owner: the running "watch" or "control". What comes for its address
-// it passes on to the other consoles of the same user on this machine, over a socket in the
+// The console port of an address has one owner, a running "watch" or "control". It passes what
+// comes there on to the other consoles of the same user on this machine, over a socket in the
 // abstract name space. Anybody can take such a name first, so both ends believe only a process of
 // their own user.
 #pragma once
@@ -13,12 +13,12 @@
 
 namespace quillon {
 
-/// A datagram as it is passed on, "SENDER PORT", a line feed and its text; and back, none for
-/// anything else.
+/// A datagram as it is passed on: "SENDER PORT", a line feed, and its text. parseRelayText returns
+/// none for anything else.
 std::string relayText(const DatagramSocket::Received &datagram);
 std::optional<DatagramSocket::Received> parseRelayText(const std::string &text);
 
-/// Of the program that owns the port.
+/// The end of the program that owns the port.
 class WatchRelay {
   public:
     /// Throws std::system_error when the system refuses; EADDRINUSE when somebody has the name.
@@ -27,18 +27,18 @@ class WatchRelay {
     WatchRelay(const WatchRelay &) = delete;
     WatchRelay &operator=(const WatchRelay &) = delete;
 
-    /// To wait on, until somebody wants to hear; then call admit().
+    /// The socket, to poll for input before admit().
     int fd() const { return fd_; }
     void admit();
-    /// To all who hear and still live.
+    /// Passes a datagram to all listeners.
     void pass(const DatagramSocket::Received &datagram);
 
   private:
     int fd_ = -1;
-    std::deque<int> listeners_;  ///< the oldest goes when there are too many
+    std::deque<int> listeners_;  ///< the oldest is closed when there are too many
 };
 
-/// Of a program that wants to hear.
+/// The end of a program that listens.
 class WatchListener {
   public:
     /// Never waits.
@@ -51,7 +51,7 @@ class WatchListener {
     bool connected() const { return connected_; }
     /// The next datagram that was passed on; none when the time-out ran out.
     std::optional<DatagramSocket::Received> receive(std::chrono::milliseconds timeout);
-    /// To wait on for it while connected.
+    /// The socket, to poll for input while connected.
     int fd() const { return fd_; }
 
   private:

@@ -20,14 +20,14 @@ void addCommands(CLI::App &app, Options &options) {
     app.add_option("--to", options.to, "Address of the endpoint")
         ->type_name("ADDRESS")
         ->check(CLI::ValidIPV4);
-    app.add_option("--port", options.port, "UDP port of its data server")
+    app.add_option("--port", options.port, "UDP port where the endpoint takes records")
         ->type_name("N")
         ->check(CLI::Range(1, 65535).description(""))
         ->capture_default_str();
-    app.add_option("--from", options.from, "Own address to send from")
+    app.add_option("--from", options.from, "Address of this machine to send from")
         ->type_name("ADDRESS")
         ->check(CLI::ValidIPV4);
-    app.add_option("--interval", options.intervalMs, "Milliseconds from record to record")
+    app.add_option("--interval", options.intervalMs, "Milliseconds between two records")
         ->type_name("N")
         ->check(CLI::Range(0, 10000).description(""))
         ->capture_default_str();
@@ -35,9 +35,9 @@ void addCommands(CLI::App &app, Options &options) {
         ->type_name("N")
         ->check(CLI::Range(1, 600000).description(""))
         ->capture_default_str();
-    app.add_flag("--json", options.json, "Answers as JSON, one object per line");
+    app.add_flag("--json", options.json, "Print answers as JSON, one object on each line");
     app.add_flag("--as-software", options.asSoftware,
-                 "Wrap records as software's, which every endpoint takes");
+                 "Mark records as sent by software: an endpoint takes them from everybody");
     app.require_subcommand(1);
     app.fallthrough();  // these may also stand behind the command
 
@@ -60,7 +60,7 @@ quillon::Session quillon::openSession(const Options &options) {
 namespace {
 
 int run(int argc, char **argv) {
-    CLI::App app{"Keyboard, mouse and questions for a KVM extender endpoint", kProgram};
+    CLI::App app{"Types, points and asks at the endpoint of a KVM extender", kProgram};
     app.set_version_flag("--version", kProgram + std::string(" " QUILLON_VERSION));
     Options options;
     addCommands(app, options);

@@ -17,8 +17,8 @@ void moveTo(const Options &options) {
 void moveByDistance(const Options &options) {
     if (options.asSoftware)
         throw std::runtime_error(
-            "movements cannot be wrapped: the endpoint knows only keyboard "
-            "and position records from software");
+            "movements cannot be sent with --as-software: an endpoint takes only "
+            "keyboard and position records from software");
     Sender sender(options);
     if (!sender.session().link().relative)
         throw std::runtime_error(
@@ -45,7 +45,7 @@ void addMouseCommands(CLI::App &app, Options &options) {
     auto *mouse = app.add_subcommand("mouse", "Move the pointer, click, turn the wheel");
     mouse->require_subcommand(1);
     const auto at = [&](CLI::App *command) {
-        command->add_option("--at", options.position, "Where, in pixels of the picture")
+        command->add_option("--at", options.position, "Position in pixels of the picture")
             ->type_name("X Y")
             ->expected(2)
             ->required();
@@ -58,7 +58,7 @@ void addMouseCommands(CLI::App &app, Options &options) {
         ->required();
     move->callback([&options] { moveTo(options); });
 
-    auto *by = mouse->add_subcommand("by", "Move by a distance (relative mouse mode)");
+    auto *by = mouse->add_subcommand("by", "Move by a distance, in relative mouse mode");
     by->add_option("distance", options.distance, "Distance")
         ->type_name("DX DY")
         ->expected(2)
@@ -66,15 +66,15 @@ void addMouseCommands(CLI::App &app, Options &options) {
     by->callback([&options] { moveByDistance(options); });
 
     auto *clicking = mouse->add_subcommand("click", "Click a button: left, right or middle");
-    clicking->add_option("button", options.button, "Which one")
+    clicking->add_option("button", options.button, "The button")
         ->required()
         ->type_name("BUTTON")
         ->check(CLI::IsMember(kButtons).description(""));
     at(clicking);
     clicking->callback([&options] { click(options); });
 
-    auto *wheel = mouse->add_subcommand("wheel", "Turn the wheel; positive is up");
-    wheel->add_option("notches", options.notches, "How far")
+    auto *wheel = mouse->add_subcommand("wheel", "Turn the wheel; a positive number turns it up");
+    wheel->add_option("notches", options.notches, "Number of notches")
         ->required()
         ->type_name("N")
         ->check(CLI::Range(-10000, 10000).description(""));

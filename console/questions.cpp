@@ -39,18 +39,23 @@ void addQuestionCommands(CLI::App &app, Options &options) {
         added->callback([&options, carryOut] { carryOut(options); });
         return added;
     };
-    command("link", "Picture size and mouse mode",
+    command("link", "Show the picture size and the mouse mode",
             [](const Options &o) { print(reportOf(openSession(o).link()), o.json); });
-    command("leds", "Caps Lock and Num Lock of the computer",
+    command("leds", "Show whether Caps Lock and Num Lock of the computer are on",
             [](const Options &o) { print(reportOf(openSession(o).lockKeys()), o.json); });
-    command("query", "Who controls the endpoint",
+    command("query", "Show which user holds control of the endpoint",
             [](const Options &o) { print(reportOf(openSession(o).holder()), o.json); });
-    command("discover", "All endpoints on the network; needs no --to", showEndpoints);
-    command("usb-link", "Is a computer attached? Strokes Num Lock to see", showUsbLink);
-    command("settings", "The endpoint's settings", [](const Options &o) {
-        auto session = openSession(o);
-        print(reportOf(o.viaGroup ? session.settingsViaGroup() : session.settings()), o.json);
-    })->add_flag("--via-group", options.viaGroup, "Let it send them to everybody");
+    command("discover", "List the endpoints on the network; needs no --to", showEndpoints);
+    command("usb-link", "Test whether a computer is on the USB cable; presses Num Lock for that",
+            showUsbLink);
+    command("settings", "Show the settings of the endpoint",
+            [](const Options &o) {
+                auto session = openSession(o);
+                print(reportOf(o.viaGroup ? session.settingsViaGroup() : session.settings()),
+                      o.json);
+            })
+        ->add_flag("--via-group", options.viaGroup,
+                   "Let the endpoint send them to all endpoints, and read them there");
 }
 
 }  // namespace quillon

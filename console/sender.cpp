@@ -41,7 +41,7 @@ void Sender::askPermission() {
             return;
         case MaySend::kByChance:
             fprintf(stderr,
-                    "quillon-console: permissions are on and nobody is linked; the "
+                    "quillon-console: permissions are on and no console is linked, so the "
                     "endpoint may drop this\n");
             return;
         case MaySend::kNo:

@@ -30,7 +30,7 @@ void setLeds(const Options &options) {
 }  // namespace
 
 void addSwitchCommands(CLI::App &app, Options &options) {
-    auto *leds = app.add_subcommand("set-leds", "Set the computer's lock keys");
+    auto *leds = app.add_subcommand("set-leds", "Switch Caps Lock and Num Lock of the computer");
     leds->add_option("keys", options.leds, "caps=on|off, num=on|off")
         ->required()
         ->type_name("KEY=STATE...");
@@ -48,11 +48,11 @@ void addSwitchCommands(CLI::App &app, Options &options) {
             set(session, options.mode == first);
         });
     };
-    choice("mouse-mode", "Relative or absolute mouse", "rel", "abs",
-           [](Session &s, bool on) { s.setMouseMode(on); });
-    choice("permissions", "Only linked consoles may send", "on", "off",
-           [](Session &s, bool on) { s.setPermissions(on); });
-    choice("usb-power", "Power of the computer's USB line", "on", "off",
+    choice("mouse-mode", "Choose whether the mouse sends movements (rel) or positions (abs)", "rel",
+           "abs", [](Session &s, bool on) { s.setMouseMode(on); });
+    choice("permissions", "With on, an endpoint takes records only from the outputs of one user",
+           "on", "off", [](Session &s, bool on) { s.setPermissions(on); });
+    choice("usb-power", "Switch the power of the computer's USB line", "on", "off",
            [](Session &s, bool on) { s.setUsbPower(on); });
 }
 

@@ -15,7 +15,7 @@ void request(const Options &options, Carry carryOut) {
     const LinkRequest wanted{conventionalName(options.user, own),
                              options.output.empty() ? own : options.output, options.level};
     std::string why = objection(wanted, carryOut != disconnectUser);
-    // Who is linked by an old settings file goes by his name, whatever it holds.
+    // A user who holds control by an old settings file may have a name that would be refused now.
     if (!why.empty() && objection(wanted, false).empty() && session.holder().user == wanted.name)
         why.clear();
     if (!why.empty()) throw CLI::ValidationError("--name", why);
@@ -30,10 +30,12 @@ void request(const Options &options, Carry carryOut) {
 void addTakingCommands(CLI::App &app, Options &options) {
     const auto add = [&](const char *name, const char *help, Carry carryOut) {
         auto *added = app.add_subcommand(name, help);
-        added->add_option("--name", options.user, "User; the own address is put before it")
+        added
+            ->add_option("--name", options.user,
+                         "Name of the user; the address of this machine is put before it")
             ->type_name("USER")
             ->required();
-        added->add_option("--level", options.level, "Permission level, a larger one is stronger")
+        added->add_option("--level", options.level, "Permission level; a larger one is stronger")
             ->type_name("N");
         added->callback([&options, carryOut] { request(options, carryOut); });
         return added;
@@ -41,14 +43,15 @@ void addTakingCommands(CLI::App &app, Options &options) {
     const auto addTaking = [&](const char *name, const char *help, Carry carryOut) {
         auto *added = add(name, help, carryOut);
         added->get_option("--level")->required();
-        added->add_option("--output", options.output, "Console that is linked; the own address")
+        added->add_option("--output", options.output, "Console to link; without it, this machine")
             ->type_name("ADDRESS")
             ->check(CLI::ValidIPV4);
     };
-    addTaking("apply", "Ask for control; who has it and is not weaker decides", applyUser);
-    addTaking("connect", "Take control from who is not stronger, or link one more console",
+    addTaking("apply", "Ask for control: a weaker holder loses it, any other holder is asked",
+              applyUser);
+    addTaking("connect", "Take control unless the holder is stronger; or link one more console",
               connectUser);
-    add("disconnect", "End a user's control", disconnectUser);
+    add("disconnect", "Give control up", disconnectUser);
 }
 
 }  // namespace quillon

@@ -1,4 +1,4 @@
-// What a person does with keyboard and mouse, as the datagrams that say so.
+// Actions with keyboard and mouse, as datagrams.
 #pragma once
 
 #include <cstdint>

@@ -41,9 +41,9 @@ std::string inWords(const LinkMessage &message) {
     const std::string level = "level " + std::to_string(message.level);
     switch (message.kind) {
         case LinkMessage::kHeld:
-            return message.user + " controls it, " + level;
+            return message.user + " holds control, " + level;
         case LinkMessage::kDropped:
-            return message.user + " no longer controls it, " + level;
+            return message.user + " no longer holds control, " + level;
         case LinkMessage::kAsked:
             return message.user + " asks for control";
         case LinkMessage::kReply:
@@ -51,7 +51,7 @@ std::string inWords(const LinkMessage &message) {
     }
     if (message.code == LinkMessage::kRefused) return "control is refused";
     if (message.code == LinkMessage::kGranted) return "control is granted";
-    return "who controls it did not answer";
+    return "the user who holds control did not answer";
 }
 
 std::string endpointWords(const std::string &sender, const LinkMessage &message) {

@@ -1,4 +1,5 @@
-// What endpoints tell consoles about who controls them.
+// What endpoints tell consoles about who holds control. Names in a message are foreign text: make
+// them printable before a terminal or a page gets them.
 #pragma once
 
 #include <optional>
@@ -10,8 +11,8 @@ struct LinkMessage {
     enum Kind {
         kHeld,     ///< "connect|ENDPOINT|1|USER|LEVEL"
         kDropped,  ///< "disconnect|ENDPOINT|0|USER|LEVEL"
-        kAsked,    ///< "apply|ENDPOINT|USER", to the outputs of who holds it
-        kReply     ///< "reply|ENDPOINT|CODE", to who applied
+        kAsked,    ///< "apply|ENDPOINT|USER", to the outputs of the holder
+        kReply     ///< "reply|ENDPOINT|CODE", to the console that applied
     };
     enum Code { kRefused = 0, kGranted = 1, kNotAnswered = 2 };
 
@@ -22,14 +23,14 @@ struct LinkMessage {
     int code = 0;          ///< of kReply
 };
 
-/// Zero bytes behind the text are passed over; none for any other text.
+/// None for a text that is no such message. Zero bytes behind a message are ignored.
 std::optional<LinkMessage> parseLinkMessage(const std::string &text);
 
-/// For a person, without the endpoint.
+/// The message for a person, without the endpoint.
 std::string inWords(const LinkMessage &message);
 
 /// The endpoint for a person: the address that a message came from, and the name in it where that
-/// is another. The address is what counts; an endpoint without its address file has no right name.
+/// differs. The address counts; an endpoint without its address file does not know its name.
 std::string endpointWords(const std::string &sender, const LinkMessage &message);
 
 /// The answer of a console to kAsked.

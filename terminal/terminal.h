@@ -9,11 +9,11 @@ struct screen;  // ncurses' SCREEN
 
 namespace quillon {
 
-/// Takes the terminal on standard input and output, and gives it back as it was.
+/// Takes over the terminal on standard input and output, and restores it at the end.
 class Terminal {
   public:
-    /// What it is asked to tell: keys as they come, or also the mouse, focus, pastes and, where it
-    /// can, releases of keys.
+    /// What the terminal is asked to report: only keys, or also the mouse, the focus, pastes and,
+    /// where it can, releases of keys.
     enum Reports { kPlain, kAll };
 
     /// Throws std::runtime_error when there is none, or one that cannot place its cursor.
@@ -22,12 +22,14 @@ class Terminal {
     Terminal(const Terminal &) = delete;
     Terminal &operator=(const Terminal &) = delete;
 
-    /// What came in since the last call; empty for nothing. closed is set when the terminal went.
+    /// What came in since the last call; waits when there is nothing. closed is set when the
+    /// terminal was closed.
     std::string read(bool &closed);
-    /// The window has another size now; takes it over.
+    /// To call when the window has another size (SIGWINCH).
     void resize();
 
-    /// For a process that outlives one with a Terminal: gives the terminal back as it is now.
+    /// For a process that outlives the one with the Terminal: restores the terminal to its state at
+    /// the time of this call.
     static std::function<void()> restorer();
 
   private:

@@ -38,7 +38,7 @@ int find(const Named (&table)[N], int code) {
     return named == std::end(table) ? 0 : named->key;
 }
 
-// The modifiers of a sequence: 1 and the bits, of which others than these do not count.
+// The modifiers of a sequence: 1 plus the bits. Bits of other modifiers are ignored.
 unsigned modifiersOf(int parameter) {
     constexpr unsigned kKnown = kTerminalShift | kTerminalAlt | kTerminalCtrl | kTerminalSuper;
     return static_cast<unsigned>(std::max(parameter, 1) - 1) & kKnown;
@@ -71,7 +71,7 @@ struct KeyWithModifiers {
     int key;
 };
 
-// What one byte without an escape before it stands for; none for a byte that is no ASCII.
+// The key that sends this byte without an escape before it; none for a byte beyond ASCII.
 std::optional<KeyWithModifiers> keyOfByte(char byte) {
     switch (byte) {
         case '\r':
@@ -149,7 +149,7 @@ TerminalEvent mouseEvent(const Parameters &parameters, bool up) {
     return event;
 }
 
-// A key of which the kitty protocol, or a terminal's own modifiers, tell.
+// A key that is reported with modifiers, or by the kitty protocol with what happened to it.
 TerminalEvent reportedKey(const Parameters &parameters, int key, bool reports) {
     constexpr TerminalEvent::Kind kKinds[] = {TerminalEvent::kPress, TerminalEvent::kPress,
                                               TerminalEvent::kRepeat, TerminalEvent::kRelease};
@@ -303,7 +303,7 @@ void TerminalInput::readPaste(std::vector<TerminalEvent> &events) {
 // So many bytes are the text; they go.
 void TerminalInput::takePaste(std::size_t size, std::vector<TerminalEvent> &events) {
     std::string text;
-    for (std::size_t i = 0; i < size; ++i) {  // terminals say the Enter key for a line's end
+    for (std::size_t i = 0; i < size; ++i) {  // terminals send the Enter key at the end of a line
         if (pending_[i] == '\n' && i > 0 && pending_[i - 1] == '\r') continue;
         text += pending_[i] == '\r' ? '\n' : pending_[i];
     }

@@ -1,5 +1,5 @@
-// What a terminal sends, as keys, mouse and pasted text. Reads the sequences of xterm and those
-// who follow it, SGR mouse reports, bracketed paste, focus reports, and the kitty keyboard
+// Reads what a terminal sends: keys, mouse and pasted text. It understands the sequences of xterm
+// and its successors, SGR mouse reports, bracketed paste, focus reports, and the kitty keyboard
 // protocol.
 #pragma once
 
@@ -104,12 +104,12 @@ class TerminalInput {
   public:
     /// Takes what was read; what is not complete waits for the next call.
     std::vector<TerminalEvent> take(const std::string &bytes);
-    /// Nothing more came for as long as patience(): a lone Escape is the key, a paste without its
-    /// end is over, and any other incomplete sequence is nothing.
+    /// To call when nothing more came for as long as patience(): a lone Escape is the key, a paste
+    /// without an end is over, and any other incomplete sequence is dropped.
     std::vector<TerminalEvent> flush();
     /// Something incomplete waits.
     bool pending() const { return !pending_.empty() || pasting_; }
-    /// How far the bytes of what waits may be apart.
+    /// How long to wait for the rest of something incomplete.
     std::chrono::milliseconds patience() const;
 
   private:
@@ -123,9 +123,9 @@ class TerminalInput {
     void takePaste(std::size_t size, std::vector<TerminalEvent> &events);
 
     std::string pending_;
-    std::size_t searched_ = 0;  ///< so much of a paste does not hold its end
+    std::size_t searched_ = 0;  ///< bytes of a paste that were searched for its end
     bool pasting_ = false;
-    bool reports_ = false;  ///< the terminal tells presses and releases
+    bool reports_ = false;  ///< the terminal reports presses and releases
 };
 
 }  // namespace quillon

@@ -282,7 +282,7 @@ class Control {
         const auto message = parseLinkMessage(datagram.text);
         if (!message) return;
         dirty_ = true;
-        // What an endpoint calls itself is no proof of who it is.
+        // The name in a message proves nothing; the address that it came from counts.
         const bool ours = datagram.sender == options_.endpoint.to;
         const bool refusal =
             message->kind == LinkMessage::kReply && message->code != LinkMessage::kGranted;

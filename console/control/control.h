@@ -17,7 +17,7 @@ struct ControlOptions {
     std::string escapeName = "Ctrl-]";
 };
 
-/// Runs until the person leaves, the terminal goes, or stop is not 0. Throws std::runtime_error
+/// Runs until the person quits, the terminal closes, or stop is not 0. Throws std::runtime_error
 /// without a terminal or a network.
 void control(const ControlOptions &options, const volatile std::sig_atomic_t &stop);
 

@@ -15,7 +15,8 @@ void start(const Options &options) {
     std::string error;
     const auto escape = parseCombo(options.escape, error);
     if (!escape) throw CLI::ValidationError("--escape", error);
-    if (escape->usage == 0) throw CLI::ValidationError("--escape", "is no key but modifiers");
+    if (escape->usage == 0)
+        throw CLI::ValidationError("--escape", "holds only modifiers, and no key");
     // Terminals do not tell the sides of modifiers.
     constexpr unsigned kSide = 4, kLeftBits = 0x0F;
     control.escape = *escape;
@@ -40,15 +41,17 @@ void start(const Options &options) {
 
 void addControlCommand(CLI::App &app, Options &options) {
     auto *control = app.add_subcommand(
-        "control", "Full screen: the terminal's keys and mouse become the computer's");
-    control->add_option("--name", options.user, "User for requests for control; $USER")
+        "control", "Use the keys and the mouse of this terminal on the computer");
+    control
+        ->add_option("--name", options.user,
+                     "Name of the user who asks for control; without it $USER")
         ->type_name("USER");
-    control->add_option("--level", options.level, "Permission level, a larger one is stronger")
+    control->add_option("--level", options.level, "Permission level; a larger one is stronger")
         ->type_name("N");
-    control->add_flag("--apply", options.apply, "Ask for control at once");
+    control->add_flag("--apply", options.apply, "Ask for control at the start");
     control
         ->add_option("--escape", options.escape,
-                     "Key that opens the menu; it alone does not reach the computer")
+                     "Key that opens the menu; it is the only one that does not reach the computer")
         ->type_name("KEY")
         ->capture_default_str();
     control->callback([&options] { start(options); });

@@ -7,7 +7,7 @@
 namespace quillon {
 namespace {
 
-// The modifiers that are down, of which the terminal knows kinds but not sides.
+// The modifiers that are down. The terminal reports which kinds are, but not which side.
 std::uint8_t reconciled(std::uint8_t down, std::uint8_t reported) {
     constexpr unsigned kRightSide = 4;  // bits from a left one to its right one
     unsigned result = 0;
@@ -35,7 +35,7 @@ std::string Forwarder::key(TerminalEvent::Kind kind, const Stroke &stroke) {
         press({state.modifiers, stroke.usage});
         return "";
     }
-    // Of a repeat nothing is said: the computer repeats what is down.
+    // A repeat is not sent: the computer repeats a key that is down.
     if (kind == TerminalEvent::kRelease && state.usage == stroke.usage) state.usage = 0;
     input().setKeyboard(state);
     return "";
@@ -126,7 +126,7 @@ std::string Forwarder::paste(const std::string &text) {
 
 bool Forwarder::feedPaste() {
     if (!pasting() || !input().idle()) return false;
-    if (!endpoint_.status().reachable || endpoint_.testsUsb()) return false;  // it waits for that
+    if (!endpoint_.status().reachable || endpoint_.testsUsb()) return false;  // the paste waits
     constexpr int kTimesBefore = 2;  // more would make a long text crawl
     input().setKeyboard(paste_.front(), kTimesBefore);
     paste_.pop_front();

@@ -12,7 +12,7 @@
 
 namespace quillon {
 
-/// Every function that takes what a person did answers with why the endpoint cannot have it, empty
+/// Every function that takes input returns why the endpoint cannot have it, for a person; empty
 /// when it can.
 class Forwarder {
   public:
@@ -29,7 +29,7 @@ class Forwarder {
     /// Begins to type a text.
     std::string paste(const std::string &text);
 
-    /// Types on when the line is free; false when there was nothing to do.
+    /// Types the next stroke when nothing else waits; false when there was nothing to do.
     bool feedPaste();
     bool pasting() const { return !paste_.empty(); }
     std::size_t pastedPercent() const;
@@ -37,7 +37,7 @@ class Forwarder {
 
     /// Everything up.
     void letGo();
-    /// The endpoint wants positions now, or movements.
+    /// The mouse mode of the endpoint changes, so that the pointer's place is not known any more.
     void forgetPointer();
     /// Where the pointer was sent, pixels of the picture; none where that is not known.
     const std::optional<std::pair<int, int>> &pointer() const { return pointer_; }

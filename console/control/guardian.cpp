@@ -34,7 +34,7 @@ Guardian::Guardian(const std::function<void()> &cleanUp) {
     try {
         if (n == 0) cleanUp();
     } catch (const std::exception &) {
-        _exit(1);  // nobody is there to be told
+        _exit(1);  // there is nobody to tell
     }
     _exit(0);
 }

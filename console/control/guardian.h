@@ -7,8 +7,8 @@ namespace quillon {
 
 class Guardian {
   public:
-    /// Runs cleanUp in a process of its own when this one ends without ~Guardian. Throws
-    /// std::runtime_error when the system refuses. Before any thread and any socket.
+    /// Runs cleanUp in a process of its own when this one ends without ~Guardian. Make it before
+    /// any thread and any socket. Throws std::runtime_error when the system refuses.
     explicit Guardian(const std::function<void()> &cleanUp);
     ~Guardian();
     Guardian(const Guardian &) = delete;

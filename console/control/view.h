@@ -1,4 +1,4 @@
-// What a person in control sees.
+// The screen of "quillon-console control".
 #pragma once
 
 #include <optional>
@@ -7,7 +7,7 @@
 
 namespace quillon {
 
-/// Where the picture is drawn, inside its frame; cells.
+/// The cells inside the frame for the picture.
 struct PictureArea {
     int row = 0, column = 0, rows = 0, columns = 0;
     bool holds(int atRow, int atColumn) const {
@@ -18,8 +18,8 @@ struct PictureArea {
 
 struct ControlView {
     std::string title;         ///< the endpoint and the escape key
-    bool lost = false;         ///< nothing comes from the endpoint
-    std::string inThePicture;  ///< what the area is for
+    bool lost = false;         ///< the endpoint does not answer
+    std::string inThePicture;  ///< what the mouse does there
     /// Where the pointer was sent, as parts of the picture from 0 to 1; none in relative mode.
     std::optional<double> pointerX, pointerY;
     enum Standing { kPlain, kMine, kForeign } standing = kPlain;
@@ -31,12 +31,12 @@ struct ControlView {
     std::string prompt, input;      ///< a question for a line of text; empty for none
 };
 
-/// The area of the picture on a screen of that size.
+/// The area of the picture on the present screen.
 PictureArea pictureArea();
 
 /// Needs a Terminal.
 void draw(const ControlView &view);
-/// Calls the person.
+/// Rings the bell of the terminal.
 void ring();
 
 }  // namespace quillon

@@ -36,7 +36,7 @@ std::string whyNotTaken(const EndpointStatus &status, const std::string &address
     if (!status.holder->linked) return "nobody is linked, and the endpoint may take nothing; apply";
     if (maySend(*status.settings, address) != MaySend::kNo) return "";
     return "the endpoint takes nothing from " + address + ": " + status.holder->user +
-           " has control";
+           " holds control";
 }
 
 }  // namespace quillon

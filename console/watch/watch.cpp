@@ -31,8 +31,8 @@ std::string now(const char *format) {
     return text;
 }
 
-// A text of others must not look like another line where a terminal breaks a long one: what is
-// longer than any message is cut, and blanks do not move it to the margin.
+// Where a terminal breaks a long line, foreign text must not look like a line of its own. So text
+// that is longer than any message is cut, and rows of blanks become one.
 std::string onOneLine(const std::string &words) {
     constexpr std::size_t kLongest = 200;
     std::string line;
@@ -86,8 +86,8 @@ class Watch {
         fflush(stdout);
     }
 
-    // Once a second while there is something to tell. What a person is to answer must not scroll
-    // away.
+    // Once a second in a flood. The open questions are shown again, because they may have scrolled
+    // out of sight.
     void tellSurplus() {
         constexpr std::chrono::seconds kPeriod(1);
         if (!flooded_ || Clock::now() - told_ < kPeriod) return;
@@ -143,8 +143,8 @@ class Watch {
             fprintf(stderr, "quillon-console: %s\n", printable(why).c_str());
     }
 
-    // A letter alone counts for a question that came alone and after quiet; what was typed before
-    // it was meant for another, or for none. With a number every answer is clear.
+    // An answer without a number counts only for a question that came alone, after some quiet; what
+    // was typed before it may have been meant for another question. A number makes it clear.
     void ask(const Question &question) {
         if (questions_.size() == 1 && Clock::now() - changed_ >= kQuiet) {
             certain_ = question.number;
@@ -177,7 +177,7 @@ class Watch {
         return true;
     }
 
-    // "y 3", "y3"; without a number only for a question that is certain to be meant.
+    // "y 3" or "y3"; "y" alone only while it is certain which question is meant.
     void takeAnswer(const std::string &line) {
         char letter = '\0', rest = '\0';
         unsigned number = 0;
@@ -209,18 +209,19 @@ class Watch {
         }
     }
 
-    /// After a change of the questions a bare answer may still be meant for what was before.
+    /// For so long after a change of the questions, an answer without a number may be meant for an
+    /// earlier one.
     static constexpr std::chrono::seconds kQuiet{10};
 
     const WatchOptions &options_;
     ConsolePorts ports_;
     Questions questions_;
-    unsigned certain_ = 0;  ///< question that came alone and after quiet; a bare answer is for it
-    Clock::time_point changed_ = Clock::now() - kQuiet;  ///< when the questions did
+    unsigned certain_ = 0;  ///< number of the question that an answer without a number is for
+    Clock::time_point changed_ = Clock::now() - kQuiet;  ///< when the questions last changed
     std::string typed_;                                  ///< the beginning of a line
     Throttle lines_;
     bool flooded_ = false;
-    Clock::time_point told_{};  ///< when surplus was
+    Clock::time_point told_{};  ///< when the surplus was shown last
 };
 
 }  // namespace

@@ -1,4 +1,5 @@
-// A console that stays on: alive for the endpoints that it holds, and told of who controls what.
+// A console that runs on: it answers heartbeats, shows link messages, and answers the questions
+// whether another user may take control.
 #pragma once
 
 #include <csignal>
@@ -8,8 +9,8 @@ namespace quillon {
 
 struct WatchOptions {
     std::string address;   ///< own address, at which messages and heartbeats come in
-    std::string endpoint;  ///< whose questions go before those of others; empty for none
-    /// What an endpoint is answered when somebody wants the control that is held here.
+    std::string endpoint;  ///< its questions go before those of other endpoints; empty for none
+    /// How an endpoint is answered that asks for consent; kAsk asks the person at the terminal.
     enum Consent { kAsk, kGrant, kRefuse, kSilent } consent = kSilent;
     bool json = false;
 };

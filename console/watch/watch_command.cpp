@@ -13,7 +13,7 @@ namespace {
 
 void startWatch(const Options &options) {
     WatchOptions watching;
-    // The address that this machine has towards the endpoint, or towards all consoles.
+    // The address of this machine that the endpoint, or the group of all consoles, sees.
     watching.address =
         Endpoint(options.to.empty() ? kConsoleGroup : options.to, kConsolePort, options.from)
             .ownAddress();
@@ -27,16 +27,19 @@ void startWatch(const Options &options) {
         watching.consent = WatchOptions::kAsk;
     catchSignals();
     watch(watching, interrupted);
-    interrupted = 0;  // which is how it is meant to end
+    interrupted = 0;  // a signal is the usual end
 }
 
 }  // namespace
 
 void addWatchCommand(CLI::App &app, Options &options) {
     auto *watching = app.add_subcommand(
-        "watch", "Stay on: answer heartbeats, show who takes control; needs no --to");
-    auto *grant = watching->add_flag("--grant", options.grant, "Give control to who asks for it");
-    watching->add_flag("--refuse", options.refuse, "Refuse it; without either a terminal is asked")
+        "watch", "Run on: answer heartbeats, show who takes control; needs no --to");
+    auto *grant =
+        watching->add_flag("--grant", options.grant, "Give control to everybody who asks for it");
+    watching
+        ->add_flag("--refuse", options.refuse,
+                   "Refuse it to everybody; without both, the person at the terminal is asked")
         ->excludes(grant);
     watching->callback([&options] { startWatch(options); });
 }

@@ -89,10 +89,10 @@ TEST(QuillonConsole, TakesControlAndSaysWhyNot) {
                           "$ann apply --name a=b --level 3; echo status $?; "
                           "$ann apply --name ann; echo status $?"),
         {"permissions are off", "result    linked\n", "output 192.168.1.22 is linked\n",
-         "192.168.1.20-ann controls it, level 3\n", "192.168.1.20-ann controls it, level 3\n",
+         "192.168.1.20-ann holds control, level 3\n", "192.168.1.20-ann holds control, level 3\n",
          "{\"result\":\"taken over from 192.168.1.20-ann\",",
          "\"linked\":true,\"user\":\"192.168.1.21-bob\",\"level\":4}\n",
-         "192.168.1.21-bob is disconnected\n", "nobody controls it\n", "\"192.168.1.20-a=b\" holds",
+         "192.168.1.21-bob no longer holds control\n", "nobody holds control\n", "\"192.168.1.20-a=b\" holds",
          "status 2\n", "--level is required", "status 2\n"});
 }
 
@@ -104,20 +104,20 @@ TEST(QuillonConsole, WatchRefusesGrantsAndPassesRepliesOn) {
             "heard watching /data/a; heard watching /data/b; "
             "$ann watch; $bob apply --name bob --level 3; kill -INT $a; wait $a; echo $?; "
             "$ann watch --grant >/data/g 2>&1 & a=$!; heard watching /data/g; "
-            "$bob apply --name bob --level 3; heard \"bob controls it\" /data/g; kill $a $b; wait; "
+            "$bob apply --name bob --level 3; heard \"bob holds control\" /data/g; kill $a $b; wait; "
             "cat /data/a /data/g; grep -c reply /data/b"),
         {"cannot listen at 192.168.1.20:2333", "refused by 192.168.1.20-ann\n", "0\n",
          "granted by 192.168.1.20-ann\n", "192.168.1.21-bob asks for control\n", "refused\n",
          "192.168.1.21-bob asks for control\n", "granted\n",
-         "192.168.1.20-ann no longer controls it, level 3\n",
-         "192.168.1.21-bob controls it, level 3\n", "2\n"});
+         "192.168.1.20-ann no longer holds control, level 3\n",
+         "192.168.1.21-bob holds control, level 3\n", "2\n"});
 }
 
 TEST(QuillonConsole, WatchAsksOnATerminal) {
     expectInOrder(
         saidOnTwoConsoles(
             "$ann permissions on; $ann connect --name ann --level 3 >/dev/null; "
-            "(heard left.out /data/a; echo y; heard bob.controls /data/a; printf \"\\003\") | "
+            "(heard left.out /data/a; echo y; heard bob.holds /data/a; printf \"\\003\") | "
             "script -qefc \"$ann watch\" /dev/null >/data/a & "
             "heard watching /data/a; "
             "$bob apply --name bob --level 3; wait; cat /data/a"),
