@@ -188,18 +188,18 @@ int run(const Options &options) {
 }
 
 int runProgram(int argc, char **argv) {
-    CLI::App app{"Programs the boards behind an endpoint's microcontroller", kProgram};
+    CLI::App app{"Programs the boards behind the microcontroller of an endpoint", kProgram};
     app.set_version_flag("--version", kProgram + std::string(" " QUILLON_VERSION));
     Options options;
-    app.add_option("file", options.file, "Motorola S-records, *.mot")
+    app.add_option("file", options.file, "File of Motorola S-records, *.mot")
         ->required()
         ->type_name("FILE.mot");
     app.add_option("--config", options.folder,
-                   "Folder of quillon.ini, which names the serial port; without it this folder, "
-                   "else " +
+                   "Folder with the quillon.ini that names the serial port; without it this folder, "
+                   "or else " +
                        std::string(kUsualFolder))
         ->type_name("DIR");
-    app.add_flag("--yes", options.yes, "Do not ask");
+    app.add_flag("--yes", options.yes, "Program without asking");
     app.failure_message([](const CLI::App *, const CLI::Error &error) {
         return kProgram + (": " + printable(error.what())) + " (--help says more)\n";
     });

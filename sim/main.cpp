@@ -37,7 +37,7 @@ int runBoard(const Options &options) {
 }
 
 int run(int argc, char **argv) {
-    CLI::App app{"A simulated board that runs the real daemon", kProgram};
+    CLI::App app{"Runs the daemon on a simulated board", kProgram};
     app.set_version_flag("--version", kProgram + std::string(" " QUILLON_VERSION));
     Options options;
     describe(app, options);

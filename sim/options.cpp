@@ -56,28 +56,28 @@ void describe(CLI::App &app, Options &options) {
     app.add_option("--board", board.identifier, "Board identifier")
         ->type_name("ID")
         ->capture_default_str();
-    app.add_option("--chip", options.chip, "What is soldered to it: ch9329, ch9350 or none")
+    app.add_option("--chip", options.chip, "The HID chip on the board: ch9329, ch9350 or none")
         ->check(CLI::IsMember(kChips).description(""))
         ->type_name("CHIP")
         ->capture_default_str();
     auto *mcu = app.add_option("--mcu", board.mcuBoards,
-                               "In its place a microcontroller with 10 or 20 boards, and no daemon")
+                               "Instead of the chip a microcontroller with 10 or 20 boards; no daemon starts")
                     ->check(CLI::IsMember({10, 20}).description(""))
                     ->type_name("BOARDS");
     app.add_option("--absent", board.absentBoards,
-                   "One of these that is absent; may be given again")
+                   "Number of a board that is absent; may be given again")
         ->check(CLI::Range(0, 19).description(""))
         ->needs(mcu)
         ->type_name("N")
         ->expected(1)
         ->take_all()
         ->allow_extra_args(false);
-    app.add_option("--chip-baud", board.chipBaud, "Speed that the chip runs at")
+    app.add_option("--chip-baud", board.chipBaud, "Speed of the chip, in bits per second")
         ->check(number)
         ->type_name("N")
         ->capture_default_str();
     app.add_option("--stored-baud", board.storedBaud,
-                   "Speed that the chip takes at its next restart; --chip-baud without it")
+                   "Speed of the chip after its next restart; without it --chip-baud")
         ->check(number)
         ->type_name("N");
     app.add_option("--ip", board.address, "Address of the board")
@@ -94,38 +94,38 @@ void describe(CLI::App &app, Options &options) {
     app.add_option("--config", options.configFile, "Settings to start with, a quillon.ini")
         ->check(CLI::ExistingFile.description(""))
         ->type_name("FILE");
-    app.add_flag("--pace", board.paced, "Let bytes take the time that a real wire takes");
+    app.add_flag("--pace", board.paced, "Bytes take as long as on a real wire");
     app.add_option("--loss", options.lossPercent,
-                   "Of 100 console datagrams, frames, checksums and answers of the chip, so many "
-                   "are lost or spoiled")
+                   "Share of console datagrams, frames and answers of the chip that is lost, and of "
+                   "checksums that are spoiled")
         ->check(CLI::Range(0.0, 100.0).description(""))
         ->type_name("PERCENT");
-    app.add_option("--seed", board.seed, "Of what is lost: the same seed, the same losses")
+    app.add_option("--seed", board.seed, "Chooses what is lost; the same number loses the same")
         ->type_name("N")
         ->capture_default_str();
-    app.add_flag("--chatter", board.chatter, "Let a CH9350 send its status every second");
-    app.add_option("--keep", options.keepDir, "Folder for settings and log that stays")
+    app.add_flag("--chatter", board.chatter, "A CH9350 sends its status every second");
+    app.add_option("--keep", options.keepDir, "Folder where settings and log stay after the end")
         ->type_name("DIR");
     app.add_option("--trace", options.traceFile,
                    "Write all datagrams and serial frames to a pcapng file")
         ->type_name("FILE");
     app.add_flag("--lines", options.lines,
-                 "Lines, where a terminal without COMMAND shows the board live");
+                 "Print lines also on a terminal, which else shows the board live");
     app.add_flag("--quiet", options.quiet,
-                 "Do not print what reaches the computer: the terminal is COMMAND's");
-    app.add_flag("--log", options.log, "Print the daemon's log beside the rest");
+                 "Leave the terminal to COMMAND: do not print what reaches the computer");
+    app.add_flag("--log", options.log, "Print the daemon's log too");
     app.add_flag("!--no-power-cycle", board.powerCycle,
-                 "Leave the board as it is when the daemon asks for \"reboot\"");
-    app.add_option("command", options.command, "Run on the board's network; its end ends the board")
+                 "Do not cut the power when the daemon asks for \"reboot\"");
+    app.add_option("command", options.command, "Command to run on the board's network; the board ends with it")
         ->type_name("COMMAND...");
-    app.add_option("--name", options.name, "Name of this board among a user's running ones")
+    app.add_option("--name", options.name, "Name of this board, for a user who runs several")
         ->type_name("NAME")
         ->capture_default_str();
     app.footer("Put -- before COMMAND.");
 
-    auto *enter = app.add_subcommand("enter", "Run a command, or a shell, on a running board");
+    auto *enter = app.add_subcommand("enter", "Run a command, or a shell, on the network of a running board");
     enter->add_option("command", options.command, "After --")->type_name("COMMAND...");
-    auto *ctl = app.add_subcommand("ctl", "Tell a running board what to do");
+    auto *ctl = app.add_subcommand("ctl", "Send a request to a running board");
     ctl->add_option("request", options.command, controlHelp())->type_name("REQUEST")->required();
     for (CLI::App *command : {enter, ctl}) command->fallthrough();  // --name may stand behind
     app.require_subcommand(0, 1);

@@ -25,7 +25,7 @@ sockaddr_in parse(const std::string &address, std::uint16_t port) {
 HolderQuestion::HolderQuestion(const std::string &endpoint, const std::string &from)
     : fd_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
     const sockaddr_in own = parse(from, 0), peer = parse(endpoint, quillon::kOperatorPort);
-    bind(fd_, reinterpret_cast<const sockaddr *>(&own), sizeof own);
+    if (bind(fd_, reinterpret_cast<const sockaddr *>(&own), sizeof own) != 0) return;
     // Connected: only the endpoint is heard.
     if (connect(fd_, reinterpret_cast<const sockaddr *>(&peer), sizeof peer) == 0)
         send(fd_, quillon::kHolderQuestion, strlen(quillon::kHolderQuestion), 0);

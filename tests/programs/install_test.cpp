@@ -29,6 +29,9 @@ TEST(Install, HasAllThatADeveloperNeeds) {
     ASSERT_EQ(built.status, 0) << built.said;
     EXPECT_EQ(run("/installed/bin/quillon-board -- /example/hello 192.168.1.10 Hi!").said,
               "the picture has 1920 x 1080 pixels\ntyped     Hi!\n");
+    EXPECT_TRUE(test::holds(test::readFile(SOURCE_DIR "/docs/library.md"),
+                            test::readFile(SOURCE_DIR "/docs/example/hello.cpp")))
+        << "the page shows another example";
     EXPECT_EQ(run("/example/hello 127.0.0.1 Hi").said, "hello: nobody listens at 127.0.0.1:80\n");
 }
 
