@@ -8,15 +8,15 @@
 #include <cerrno>
 #include <system_error>
 
+#include "client/ipv4.h"
+
 namespace quillon {
 namespace {
 
-sockaddr_in parse(const std::string &address, std::uint16_t port) {
-    sockaddr_in in{};
-    in.sin_family = AF_INET;
-    in.sin_port = htons(port);
-    if (!address.empty()) inet_pton(AF_INET, address.c_str(), &in.sin_addr);
-    return in;
+constexpr char kAnyAddress[] = "0.0.0.0";
+
+std::string orAny(const std::string &address) {
+    return address.empty() ? kAnyAddress : address;
 }
 
 std::system_error refusal(int error, const std::string &what) {
@@ -41,9 +41,10 @@ bool setUp(int fd, const sockaddr_in &local, const in_addr &own, DatagramSocket:
 }  // namespace
 
 DatagramSocket::DatagramSocket(const std::string &address, std::uint16_t port,
-                               const std::string &from, Sharing sharing)
-    : fd_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-    if (setUp(fd_, parse(address, port), parse(from, 0).sin_addr, sharing)) return;
+                               const std::string &from, Sharing sharing) {
+    const sockaddr_in local = ipv4(orAny(address), port), own = ipv4(orAny(from), 0);
+    fd_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (setUp(fd_, local, own.sin_addr, sharing)) return;
     const int error = errno;
     if (fd_ >= 0) close(fd_);
     throw refusal(error, "cannot listen at " + address + ":" + std::to_string(port));
@@ -54,7 +55,7 @@ DatagramSocket::~DatagramSocket() {
 }
 
 void DatagramSocket::send(const std::string &address, std::uint16_t port, const std::string &text) {
-    const sockaddr_in to = parse(address, port);
+    const sockaddr_in to = ipv4(address, port);
     if (sendto(fd_, text.data(), text.size(), 0, reinterpret_cast<const sockaddr *>(&to),
                sizeof to) < 0)
         throw refusal(errno, "cannot send to " + address);

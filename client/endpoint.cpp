@@ -9,17 +9,10 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "client/ipv4.h"
+
 namespace quillon {
 namespace {
-
-sockaddr_in parse(const std::string &address, std::uint16_t port) {
-    sockaddr_in in{};
-    in.sin_family = AF_INET;
-    in.sin_port = htons(port);
-    if (inet_pton(AF_INET, address.c_str(), &in.sin_addr) != 1)
-        throw std::runtime_error("\"" + address + "\" is no IPv4 address");
-    return in;
-}
 
 [[noreturn]] void fail(const std::string &what) {
     throw std::runtime_error(what + ": " + strerror(errno));
@@ -29,7 +22,7 @@ int openFrom(const std::string &from) {
     const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (fd < 0) fail("cannot open a socket");
     if (from.empty()) return fd;
-    const sockaddr_in local = parse(from, 0);
+    const sockaddr_in local = ipv4(from, 0);
     if (bind(fd, reinterpret_cast<const sockaddr *>(&local), sizeof local) == 0) return fd;
     const int error = errno;
     close(fd);
@@ -41,7 +34,7 @@ int openFrom(const std::string &from) {
 
 Endpoint::Endpoint(const std::string &address, std::uint16_t port, const std::string &from)
     : name_(address + ":" + std::to_string(port)) {
-    const sockaddr_in peer = parse(address, port);
+    const sockaddr_in peer = ipv4(address, port);
     fd_ = openFrom(from);
     // Connected, so that "nobody listens there" comes back as an error of a later call.
     if (connect(fd_, reinterpret_cast<const sockaddr *>(&peer), sizeof peer) != 0) {

@@ -11,21 +11,23 @@ namespace quillon {
 
 class DatagramSocket {
   public:
-    /// Whether other sockets of this machine may have the same address and port. A datagram to a
-    /// shared one reaches only one of them, unless it is a group's.
+    /// kAlone: the port must be free. kShared: it may also be one that another socket of this
+    /// machine shares. Either way no later socket gets it, but for the port of a multicast group.
     enum Sharing { kShared, kAlone };
 
     /// Binds to address (IPv4 in dotted form; empty: every address; a multicast group is joined)
     /// and port (0: the system chooses). Groups are joined and sent to on the interface with the
-    /// address from; when that is empty, the system chooses. Throws std::system_error when the
-    /// system refuses, with EADDRINUSE when another socket has the port alone.
+    /// address from; when that is empty, the system chooses. Throws std::runtime_error for a text
+    /// that is no address, and its descendant std::system_error when the system refuses, with
+    /// EADDRINUSE when another socket has the port.
     DatagramSocket(const std::string &address, std::uint16_t port, const std::string &from,
                    Sharing sharing = kShared);
     ~DatagramSocket();
     DatagramSocket(const DatagramSocket &) = delete;
     DatagramSocket &operator=(const DatagramSocket &) = delete;
 
-    /// Sends one datagram. Throws std::system_error when it cannot leave.
+    /// Sends one datagram. Throws std::system_error when it cannot leave, std::runtime_error for a
+    /// text that is no address.
     void send(const std::string &address, std::uint16_t port, const std::string &text);
 
     struct Received {
