@@ -44,7 +44,7 @@ std::string readFile(const std::string &path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-// The upload goes by the name, and ".rar" in one restarts the device.
+// uploadFile decides by the name; one with ".rar" and without ".mot" restarts the device.
 void checkName(const std::string &path) {
     const std::string name = fs::path(path).filename();
     if (name.find(".mot") == std::string::npos && name.find(".Mot") == std::string::npos)
@@ -94,7 +94,7 @@ void askWhether(const Options &options, const flash::Image &image, const std::st
     if (answer != "y" && answer != "yes") throw std::runtime_error("nothing was programmed");
 }
 
-// A copy of the user's file, for the upload deletes what it uploaded, under a plain name.
+// A copy of the user's file, under a plain name, because the upload deletes the file it sends.
 class TemporaryCopy {
   public:
     explicit TemporaryCopy(const std::string &text)
@@ -120,7 +120,7 @@ class TemporaryCopy {
     std::string folder_;
 };
 
-// False when somebody interrupted it.
+// False when a signal interrupted it.
 bool follow(const flash::Stage &stage, flash::Progress &progress) {
     std::string line;
     char chunk[4096];
@@ -171,8 +171,8 @@ void handleSignals() {
     stop.sa_handler = [](int) { interrupted = 1; };
     for (const int sig : {SIGINT, SIGQUIT, SIGTERM}) sigaction(sig, &stop, nullptr);
     sigaction(SIGHUP, nullptr, &before);
-    if (before.sa_handler != SIG_IGN) sigaction(SIGHUP, &stop, nullptr);  // else run by nohup
-    signal(SIGPIPE, SIG_IGN);  // a reader that goes away is no reason to leave a board in part
+    if (before.sa_handler != SIG_IGN) sigaction(SIGHUP, &stop, nullptr);  // not under nohup
+    signal(SIGPIPE, SIG_IGN);  // a closed output must not leave a board half programmed
 }
 
 int run(const Options &options) {
@@ -194,10 +194,11 @@ int runProgram(int argc, char **argv) {
     app.add_option("file", options.file, "File of Motorola S-records, *.mot")
         ->required()
         ->type_name("FILE.mot");
-    app.add_option("--config", options.folder,
-                   "Folder with the quillon.ini that names the serial port; without it this folder, "
-                   "or else " +
-                       std::string(kUsualFolder))
+    app.add_option(
+           "--config", options.folder,
+           "Folder with the quillon.ini that names the serial port; without it this folder, "
+           "or else " +
+               std::string(kUsualFolder))
         ->type_name("DIR");
     app.add_flag("--yes", options.yes, "Program without asking");
     app.failure_message([](const CLI::App *, const CLI::Error &error) {

@@ -17,7 +17,7 @@ void Progress::take(const std::string &line) {
     constexpr char kErase[] = "[UploadMotFile]-84: earse: (ERx";
     if (line.rfind("[UploadMotFile]-84: ", 0) == 0) {
         end(kDone);
-        // Behind the kind the board's number, if it is not the only one.
+        // The board's number follows the kind; a single board has none.
         begin(static_cast<unsigned>(
             line.size() < sizeof kErase ? 0 : atoi(line.c_str() + sizeof kErase - 1)));
     } else if (line.rfind("[UploadMotFile]-107: ", 0) == 0) {

@@ -1,4 +1,4 @@
-// How far an upload is, board by board, read off the upload's own log.
+// The progress of an upload, board by board, as its own log tells it.
 #pragma once
 
 #include <boost/timer/progress_display.hpp>
@@ -10,18 +10,18 @@ namespace flash {
 
 class Progress {
   public:
-    /// For an image of so many records. With bar a progress bar is drawn for each board,
-    /// otherwise each is a line when it ends.
+    /// records is the number of S2 records of the image. With bar each board has a progress bar,
+    /// otherwise a line of text when it ends.
     Progress(unsigned records, bool bar) : records_(records), bar_(bar) {}
 
     /// Takes one line of the log.
     void take(const std::string &line);
 
-    /// A line for each board that was begun and is not done: what it is left like.
+    /// One line for each board that was started but not completed, with the state it is left in.
     std::vector<std::string> unfinished() const;
-    /// Boards that took every record.
+    /// Numbers of the boards that took every record, or "none".
     std::string done() const;
-    /// The last line of the log that told nothing of progress.
+    /// The last line of the log that is not about progress.
     std::string lastWords() const { return lastWords_; }
 
   private:
@@ -29,7 +29,7 @@ class Progress {
     struct Board {
         unsigned number;
         State state;
-        unsigned sent;  ///< records; the last one may not have been answered
+        unsigned sent;  ///< records; the last one may be unanswered
     };
 
     void begin(unsigned board);

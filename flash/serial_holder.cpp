@@ -20,7 +20,7 @@ bool holds(const fs::path &process, const std::string &device) {
     if (error == std::errc::permission_denied)
         throw std::runtime_error("cannot see whether another process has " + device +
                                  "; only root can");
-    return false;  // or gone meanwhile
+    return false;  // not open there, or the process has ended
 }
 
 }  // namespace

@@ -1,11 +1,11 @@
-// Who has a serial device open.
+// Finds the process that has a serial device open.
 #pragma once
 
 #include <string>
 
 namespace flash {
 
-/// "process 123 (quillon)" of another process that has the device open, empty when none has.
+/// Another process that has the device open, as "process 123 (quillon)"; empty when there is none.
 /// Throws std::runtime_error when this user may not look into all processes.
 std::string holderOf(const std::string &device);
 

@@ -32,7 +32,7 @@ Bytes bytesOf(const std::string &digits) {
     return bytes;
 }
 
-// Count, address, data and sum of one line.
+// Checks one line; returns its count, address, data and checksum.
 Bytes checkRecord(const std::string &line) {
     require(line.size() >= 2 && line[0] == 'S' && isdigit(static_cast<unsigned char>(line[1])) != 0,
             "no S-record");
@@ -57,7 +57,7 @@ void add(Image &image, const Bytes &record) {
     ++image.records;
 }
 
-// One line after the other, into an image.
+// Builds an image, line by line.
 class Reader {
   public:
     void take(const std::string &line) {

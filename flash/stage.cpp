@@ -22,8 +22,8 @@
 namespace flash {
 namespace {
 
-// What the microcontroller says of its boards, "(...)"; whatever came when the upload ended
-// before that was whole.
+// Reads the microcontroller's board list, "(...)"; incomplete when the upload ended first or a
+// read failed.
 std::string readBoardList(const std::atomic<bool> &ended) {
     constexpr std::size_t kMostBytes = 128;
     std::string list;
@@ -36,7 +36,7 @@ std::string readBoardList(const std::atomic<bool> &ended) {
         const int count = MySerial::nread(piece, sizeof piece, 0);
         if (count < 0) break;
         list.append(piece, static_cast<std::size_t>(count));
-        list.erase(0, list.find('('));  // what was on the line before
+        list.erase(0, list.find('('));  // bytes before the list
     }
     return list;
 }
@@ -45,7 +45,7 @@ int runStage(const std::string &file) {
     Singleton<SoftwareConfig>::getInstance()->ReadConfig();
     openPort();
     if (MySerial::fd_ < 0) return 1;
-    MySerial::discardInput();  // what an earlier upload left unread
+    MySerial::discardInput();  // unread bytes of an earlier upload
     std::atomic<bool> ended{false};
     std::thread upload([&] {
         uploadFile(file.c_str());
@@ -68,7 +68,7 @@ Stage::Stage(const std::string &file) {
     pid_ = fork();
     if (pid_ == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
-        // These are for the parent, which ends this process and tells what it leaves behind.
+        // The parent handles these: it ends this process and reports how the boards are left.
         for (const int sig : {SIGINT, SIGQUIT, SIGTERM, SIGHUP}) signal(sig, SIG_IGN);
         dup2(ends[1], STDOUT_FILENO);
         dup2(ends[1], STDERR_FILENO);

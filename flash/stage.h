@@ -1,5 +1,5 @@
-// The upload itself, in a process of its own: what it logs tells how far it is, and it can be
-// ended at any time.
+// Runs the upload in a process of its own, so that its log shows the progress and it can be ended
+// at any time.
 #pragma once
 
 #include <sys/types.h>
@@ -13,15 +13,15 @@ class Stage {
     /// Starts to upload file through the serial port of ./quillon.ini; the result goes to the
     /// queue c_netmsgid. Throws std::system_error when the process cannot be started.
     explicit Stage(const std::string &file);
-    /// Ends it if it still runs.
+    /// Kills the process if it still runs.
     ~Stage();
     Stage(const Stage &) = delete;
     Stage &operator=(const Stage &) = delete;
 
-    /// Where its log comes from; what ends when it ends.
+    /// Descriptor of its log, a pipe that ends with the process.
     int log() const { return log_; }
 
-    /// Waits for its end: "status 1" or "signal 9".
+    /// Waits until the process ends: "status 1" or "signal 9", empty after an earlier wait.
     std::string end();
 
   private:

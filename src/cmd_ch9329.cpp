@@ -21,20 +21,20 @@ namespace {
 constexpr char kInfoRequest[] = {0x57, '\xAB', 0x00, 0x01, 0x00, 0x03};
 constexpr int kInfoReplySize = kFrameHead + 8 + kFrameSum;
 constexpr unsigned char kInfoReplyCode = 0x81;
-// In an information reply: the command, and the third byte of its data.
+// Offsets in an information reply: the command, and the lock LEDs (third byte of its data).
 constexpr int kCodeAt = 3, kLedsAt = kFrameHead + 2;
 
-constexpr int kAckSize = kFrameHead + 1 + kFrameSum;  // a status
+constexpr int kAckSize = kFrameHead + 1 + kFrameSum;  // one status byte
 constexpr int kFrameRoom = 32;
 constexpr int kKeyboardFrame = kFrameHead + kKeyboardReport + kFrameSum;
 constexpr int kAbsMouseFrame =
     kFrameHead + 1 + 1 + 2 + 2 + 1 + kFrameSum;  // 02, button, x, y, wheel
 constexpr int kRelMouseFrame =
     kFrameHead + 1 + 1 + 1 + 1 + 1 + kFrameSum;  // 01, button, dx, dy, wheel
-// Deliberate: the chip gets two zero bytes behind the frame.
+// Deliberate: two zero bytes are written after the frame.
 constexpr int kRelMouseWritten = kRelMouseFrame + 2;
 
-// Only one of left, right and middle passes; none, several or another bit are no button.
+// Keeps the button when it is left, right or middle alone; anything else counts as no button.
 char singleButton(char buttons) {
     return buttons == 1 || buttons == 2 || buttons == 4 ? buttons : '\0';
 }
@@ -46,7 +46,7 @@ void closeFrame(char *frame, int size) {
 void buildKeyboardFrame(const char *record, char *frame) {
     constexpr char kHead[] = {0x57, '\xAB', 0x00, 0x02, 0x08};
     memcpy(frame, kHead, sizeof kHead);
-    // The modifiers and the first key.
+    // Only the modifiers and the first key are sent.
     frame[kFrameHead] = record[kRecordHead];
     frame[kFrameHead + 2] = record[kRecordHead + 2];
     closeFrame(frame, kKeyboardFrame);
@@ -71,7 +71,7 @@ void buildRelMouseFrame(const char *record, char *frame) {
     closeFrame(frame, kRelMouseFrame);
 }
 
-// Writes a frame and drains the acknowledgement, which nobody examines.
+// Writes a frame and reads the acknowledgement, which is not checked.
 int sendFrame(const char *frame, int size) {
     const auto serial = Singleton<MySerial>::getInstance();
     serial->nwrite(frame, size);
@@ -104,7 +104,7 @@ constexpr const char *kLedTexts[] = {
     "NUM CAPS SCROLL UP",
 };
 
-// Reads until the chip has nothing more to say; bounded, for a chip that never falls silent.
+// Reads until the chip is silent; bounded, because a chip may never fall silent.
 void drainLine() {
     constexpr int kMaxDrains = 16;
     char reply[kReplyRoom];
@@ -140,7 +140,7 @@ void applySerialSettings() {
 }
 
 void getNewLocation(char *message, char *frame) {
-    // One read of each: the video watch may change them meanwhile.
+    // Each is read once, because the video watch may change them meanwhile.
     const unsigned width = sharedLoad(vi_w), height = sharedLoad(vi_h);
     const unsigned x = scale(message + kAbsMouseX, width), y = scale(message + kAbsMouseY, height);
     frame[7] = static_cast<char>(x & 0xFF);
@@ -187,8 +187,8 @@ bool cntRead(char *destination, int *count, int size, int timeout) {
         const int n = MySerial::nread(scratch, perRead, timeout);
         if (n == 0) break;
         if (n < 0) {
-            // Deliberate: only silence ends the reading. The time of a wait passes here, for a
-            // port that is closed fails at once.
+            // Deliberate: only silence ends the reading. The pause takes as long as the wait would,
+            // because a read from a closed port fails at once.
             usleep(static_cast<useconds_t>(timeout == 0 ? MySerial::kDefaultWait : timeout));
             continue;
         }
@@ -197,7 +197,7 @@ bool cntRead(char *destination, int *count, int size, int timeout) {
         memcpy(destination + *count, scratch, static_cast<std::size_t>(kept));
         *count += kept;
     }
-    // Printed with data too: silence is how every reading ends.
+    // Deliberate: printed after every reading, also when bytes arrived.
     puts("USB not link PC,timeout");
     return *count > 0;
 }

@@ -4,39 +4,40 @@
 // bytes before it. An answer carries the command with bit 0x80 set.
 #pragma once
 
-/// Sizes of a frame: what stands before and behind its data.
+/// Bytes of a frame before and after its data.
 constexpr int kFrameHead = 2 + 1 + 1 + 1;  // 57 AB, address, command, data length
 constexpr int kFrameSum = 1;
 
-/// Room that every destination of cntRead has, in bytes.
+/// Size of the buffer that every caller passes to cntRead, bytes.
 constexpr int kReplyRoom = 256;
-/// A chip that has not fallen silent after this many reads is cut off. Its longest answers have
-/// some 90 bytes, so a whole one passes even byte by byte.
+/// cntRead stops after this many reads, for a chip that never falls silent. The longest answer has
+/// fewer than 100 bytes, so it is read whole even one byte at a time.
 constexpr int kMaxReads = 128;
 
-/// Last answer to and request of cmd_get_info.
+/// The last answer (echo) and the last request (cmd) of cmd_get_info.
 extern char echo[64], cmd[64];
 
-/// Frames an absolute mouse (10 bytes) or keyboard (11 bytes) record and drains the chip's
-/// acknowledgement. 1, or 0 for any other length. Of a keyboard record the modifiers and the
-/// first key are sent, of a mouse record a single left, right or middle button.
+/// Sends an absolute mouse (10 bytes) or keyboard (11 bytes) record as a frame and waits for the
+/// acknowledgement, 60 ms at most. 1, or 0 for any other length. A keyboard frame carries the
+/// modifiers and the first key; a mouse frame carries a button only when it is left, right or
+/// middle alone.
 int SendData(char *message, int length);
 
-/// The same for a relative mouse (7 bytes) or keyboard (11 bytes) record. The mouse frame is
-/// written with two zero bytes behind it.
+/// The same for a relative mouse (7 bytes) or keyboard (11 bytes) record. Two zero bytes are
+/// written after the mouse frame.
 int sendRelData(char *message, int length);
 
 /// Scales the pixel position of an absolute mouse record to 0..4095, into bytes 7 to 10 of a frame.
 void getNewLocation(char *message, char *frame);
 
-/// Reads, size bytes at most (256) at a time, until the line is quiet for timeout microseconds (0:
-/// 60000), or for kMaxReads reads. destination has kReplyRoom bytes; what is beyond them is
-/// dropped and not counted. True when at least one byte arrived. Does not return while reads
-/// fail, and tries one each timeout.
+/// Reads up to size bytes (256 at most) at a time, until the line is quiet for timeout microseconds
+/// (0: 60000) or for kMaxReads reads. destination has kReplyRoom bytes; further bytes are dropped
+/// and not counted. True when at least one byte arrived. While reads fail it does not return, and
+/// tries again after each timeout.
 bool cntRead(char *destination, int *count, int size, int timeout);
 
-/// Asks for the computer's lock LEDs, which takes at least 190 ms. False, with all three off, when
-/// the chip did not answer; true with the flags unchanged for an LED byte above 7.
+/// Asks for the computer's lock LEDs; takes at least 190 ms. False, with all three off, when no
+/// valid reply came; true, with the flags unchanged, for an LED byte above 7.
 bool queryKeyLock(bool *caps, bool *num, bool *scroll);
 
 /// Asks the chip for its information, prints the answer and applies the configured serial
@@ -46,7 +47,7 @@ bool cmd_get_info();
 /// Prints "chip echo: " and the bytes, kReplyRoom of them at most.
 void debugPrint(char *bytes, int count);
 
-/// Gives the serial port the configured speed, frame shape and read time-out.
+/// Sets speed, data bits, parity, stop bits and read time-out of the serial port from the settings.
 void applySerialSettings();
 
 /// Low byte of the sum of count bytes.

@@ -1,5 +1,5 @@
-// The CH9350's bytes: console records go to it as they are, but for positions, and a status frame
-// comes back when it is asked for one. Its frames have neither length nor checksum.
+// The CH9350's bytes: the chip takes console records as they are, except for scaled positions, and
+// answers a request with a status frame. Its frames have neither length nor checksum.
 #pragma once
 
 /// Asks for a status frame.
@@ -12,7 +12,7 @@ constexpr unsigned char kStatusNum = 0x01, kStatusCaps = 0x02;
 /// Switches the chip to relative mouse mode.
 constexpr char kRelativeMode[] = {0x57, '\xAB', 0x40, 0x02};
 
-/// Scales the pixel position in an absolute mouse record to 0..1023, in place. Pixels are signed
-/// here, and 16 bits of their unsigned quotient are kept. Deliberate: a position left of or above
-/// the picture comes out somewhere on it.
+/// Scales the pixel position in an absolute mouse record to 0..1023, in place. Pixels are signed,
+/// and the low 16 bits of the unsigned quotient are kept. Deliberate: a position left of or above
+/// the picture becomes an arbitrary position on it.
 void scaleForCh9350(char *record);

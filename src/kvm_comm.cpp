@@ -18,8 +18,8 @@ constexpr unsigned long long kPage = 4096;
 
 int mem_fd = -1;
 
-// The text between the first '=' and end (end of the line when that is 0), if it is short enough
-// to be an address; where it ended goes to stop.
+// Copies the text between the first '=' and end (0: the end of the line) to address, if it is short
+// enough to be one. stop receives the offset where that text ends.
 bool addressAfterEquals(const std::string &line, char end, char *address, std::size_t &stop) {
     std::size_t start = line.find('=');
     if (start == std::string::npos) return false;

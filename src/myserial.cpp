@@ -17,7 +17,7 @@ struct Port {
     const char *openError;
 };
 
-// The last text carries a line end of its own; support scripts look for it so.
+// Deliberate: the last text ends with a line end, which support scripts expect.
 constexpr Port kPorts[] = {
     {"/dev/ttyAMA0", "Can't Open Serial UART0 Port"},
     {"/dev/ttyAMA1", "Can't Open Serial UART1 Port"},
@@ -72,7 +72,7 @@ bool awaitFlags(unsigned mask, unsigned wanted, unsigned &flags) {
 int MySerial::fd_ = -1;
 int MySerial::closedFd_ = -1;
 
-// The number of a closed port may have gone to a socket since.
+// -1 for a closed port, because its number may belong to a socket by now.
 int MySerial::descriptor() {
     return __atomic_load_n(&closedFd_, __ATOMIC_RELAXED) == fd_ ? -1 : fd_;
 }
@@ -162,7 +162,7 @@ void MySerial::discardInput() {
 }
 
 void MySerial::close_port() {
-    // A signal handler may come here while another thread does; the number is closed once.
+    // A signal handler may run this while another thread does; the exchange lets only one close it.
     const int fd = fd_;
     if (fd > 0 && __atomic_exchange_n(&closedFd_, fd, __ATOMIC_RELAXED) != fd) close(fd);
 }

@@ -21,7 +21,7 @@ bool isS2(const std::string &line) {
     return line.size() >= 2 && line[1] == '2';
 }
 
-// One read; less than 0 when it failed.
+// One read, which waits up to 60 ms; negative when it failed.
 int readMore(std::string &answer) {
     char piece[kReadSize];
     const int count = MySerial::nread(piece, kReadSize, 0);
@@ -33,8 +33,8 @@ bool isWhole(const std::string &answer) {
     return !answer.empty() && answer.front() == '(' && answer.back() == ')';
 }
 
-// The answer to a record may come in pieces. A device that says nothing for long, or much without
-// an end, does not hold the line for ever.
+// The answer to a record, which may come in pieces. Gives up after 10 s of silence or 1024 bytes,
+// so that a faulty device cannot block the upload.
 std::string readAnswer() {
     constexpr std::chrono::seconds kPatience(10);
     constexpr std::size_t kMostBytes = 1024;
@@ -75,7 +75,7 @@ bool MyUpdata::readLines() {
 }
 
 bool MyUpdata::findKind() {
-    constexpr std::size_t kKindAt = 4;  // from the end: two digits of kind, two of the sum
+    constexpr std::size_t kKindAt = 4;  // from the end: two digits of the kind, two of the checksum
     for (auto line = vlines_.rbegin(); line != vlines_.rend(); ++line) {
         if (!isS2(*line)) continue;
         if (line->size() < kKindAt) return false;
@@ -87,7 +87,7 @@ bool MyUpdata::findKind() {
     return false;
 }
 
-// Deliberate: "B" is erased without a board, like "L", but gets its records with one.
+// Deliberate: the command that erases "B" names no board, as for "L", but those with records do.
 std::string MyUpdata::eraseCommand(unsigned index) const {
     const std::string board = type_ == 'L' || type_ == 'B' ? "" : std::to_string(index);
     return std::string("(ER") + type_ + board + ")";
@@ -101,7 +101,7 @@ std::string MyUpdata::recordCommand(unsigned index, const std::string &record) c
 bool MyUpdata::UploadMotFile(unsigned int index) {
     const std::string erase = eraseCommand(index);
     logAt("UploadMotFile", 84, "earse: %s", erase.c_str());
-    // An answer that came too late for an earlier board is none for this one.
+    // A late answer for an earlier board must not count for this one.
     MySerial::discardInput();
     write(erase);
     std::string answer;

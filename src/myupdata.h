@@ -5,25 +5,26 @@
 #include <string>
 #include <vector>
 
-/// Kinds of boards by the last byte of data in a file, 0 to 4.
+/// The kinds of boards; the last data byte of a file, 0 to 4, is the index.
 constexpr char kBoardKinds[] = "IOL24";
 
-/// One file, for any number of boards. Commands are texts in parentheses; "(OK)" is the one good
-/// answer.
+/// One file, for any number of boards. Commands are texts in parentheses; only the answer "(OK)"
+/// means success.
 class MyUpdata {
   public:
-    /// Keeps the pointer. A name with ".rar" in it, and none of ".mot", ".Mot" and ".bin", restarts
-    /// the device when it is checked.
+    /// Keeps the pointer. FileCheckOut restarts the device for a name that has ".rar" in it and
+    /// none of ".mot", ".Mot" and ".bin".
     explicit MyUpdata(const char *filename) : filename_(filename) {}
 
-    /// Reads the file and finds its kind: "I", "O", "L", "2" or "4", which the last data byte of
-    /// its last S2 record tells. False, with a line on standard output, for a name without ".mot"
-    /// or ".Mot" and for an unreadable or empty file; false for one without a kind.
+    /// Reads the file and finds its kind: "I", "O", "L", "2" or "4", from the last data byte of its
+    /// last S2 record. False for a name without ".mot" or ".Mot" and for an unreadable or empty
+    /// file, with a line on standard output unless the name has ".rar"; false for a file without a
+    /// kind.
     bool FileCheckOut();
 
-    /// Throws away what the line still holds, erases board index and sends it every S2 record.
-    /// False when the microcontroller did not answer one with "(OK)": an erasure within 60 ms, a
-    /// record within 10 s.
+    /// Discards unread input, erases board index and sends it every S2 record. False when the
+    /// answer was not "(OK)": to the erase command in one read within 60 ms, to a record before a
+    /// silence of 10 s.
     bool UploadMotFile(unsigned int index);
 
     char type_ = 0;

@@ -1,4 +1,4 @@
-// Every UDP port and multicast group of the daemon but the one for records, which is a setting.
+// Every UDP port and multicast group of the daemon except the port for records, which is a setting.
 #pragma once
 
 // The daemon's own ports.
@@ -7,7 +7,7 @@ constexpr unsigned kOperatorPort = 41302;   ///< takes operator commands, also i
 constexpr unsigned kConsentPort = 41303;    ///< asks the holder's outputs for consent
 constexpr unsigned kAnnouncePort = 41304;   ///< tells consoles who holds control
 
-/// All endpoints, and the port there to which settings go when a command asks for that.
+/// The group of all endpoints, and its port for settings that a command asks to send there.
 constexpr char kEndpointGroup[] = "224.168.1.1";
 constexpr unsigned kSettingsPort = 4001;
 

@@ -16,7 +16,7 @@ struct Setting {
     const char *initial;
 };
 
-// In the order of SoftWareConfigID. "buad_rate" and "chip_vision" are the file's real keys.
+// In the order of SoftWareConfigID. Deliberate: "buad_rate" and "chip_vision" are the file's keys.
 constexpr Setting kSettings[] = {
     {"com_port=", "COM3"}, {"buad_rate=", "9600"},     {"data_bits=", "8"},
     {"parity=", "N"},      {"stop_bits=", "1"},        {"vtime=", "10"},
@@ -32,7 +32,7 @@ constexpr std::size_t kSettingCount = sizeof kSettings / sizeof kSettings[0];
 static_assert(kSettingCount == SoftwareConfig::kSoftWareConfigIDMax);
 
 std::string readWhole(FILE *file) {
-    // A folder opens too, and reports a size that nobody has memory for.
+    // fopen accepts a folder too, which reports a size larger than the memory.
     struct stat info {};
     if (fstat(fileno(file), &info) != 0 || !S_ISREG(info.st_mode)) return {};
     if (fseek(file, 0, SEEK_END) != 0) return {};
@@ -72,7 +72,7 @@ bool read_ini::find_value_(const std::vector<std::string> &lines, const std::str
         const std::size_t at = line.find(key);
         if (at == std::string::npos) continue;
         const std::string value = line.substr(at + key.size());
-        // A key with nothing behind it does not clear a setting.
+        // A key without a value does not clear the setting.
         return value.empty() || boost::conversion::try_lexical_convert(value, out);
     }
     return false;

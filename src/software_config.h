@@ -13,21 +13,21 @@ class line_read {
     explicit line_read(const std::string &file) : file_(file) {}
 
     /// Appends the file's lines, without line feed and the carriage return before it. False when
-    /// nothing was read: no such file, an empty one, or no file at all but a folder or a device.
+    /// nothing was read: the file is missing or empty, or is a folder or a device.
     bool read_all(std::vector<std::string> &lines);
 
   private:
     std::string file_;
 };
 
-/// Looks keys up in the lines of a file; an unreadable file has none.
+/// Finds keys in the lines of a file; an unreadable file has none.
 class read_ini {
   public:
     explicit read_ini(const std::string &path);
 
     /// Finds the first line that holds key anywhere and does not begin with ';', '#' or '!'. True
-    /// when there is one; its rest behind the key goes to out, unless that is empty. Instantiated
-    /// for std::string.
+    /// when there is one; the text after key goes to out unless it is empty. Instantiated for
+    /// std::string.
     template <class T>
     bool find_value(std::string key, T &out) {
         return find_value_(lines, key, out);
@@ -40,8 +40,8 @@ class read_ini {
     std::vector<std::string> lines;
 };
 
-/// False for a text that the settings file would not give back as this setting alone: one with
-/// '=', for keys are looked for anywhere in a line, or with a control character.
+/// False for a text that would be read back from the settings file as another setting: one with '='
+/// (keys are searched anywhere in a line) or with a control character.
 bool isStorable(const std::string &value);
 
 /// All settings as text, and their file "./quillon.ini". Not locked: two threads that write the
@@ -64,9 +64,9 @@ class SoftwareConfig {
         kDelay,
         kChipVersion,  ///< "CH9329" or "CH9350"
         kChipModel,    ///< mouse mode: "rel" or "abs"
-        kConnectName,  ///< the controlling user, "0" when nobody is linked
-        kConnectPer,   ///< his permission level
-        kConnectIp0,   ///< his outputs; "0.0.0.0" for an empty slot
+        kConnectName,  ///< the holder's name, "0" when nobody is linked
+        kConnectPer,   ///< the holder's level
+        kConnectIp0,   ///< the holder's outputs; "0.0.0.0" for an empty slot
         kConnectIp1,
         kConnectIp2,
         kConnectIp3,
@@ -79,7 +79,7 @@ class SoftwareConfig {
 
     SoftwareConfig();
 
-    /// Takes over what the file holds; an item that it lacks or leaves empty keeps its value.
+    /// Reads the values from the file; an item that is missing or empty there keeps its value.
     /// Always true.
     bool ReadConfig();
     /// Rewrites the file in place. False when it cannot be opened for writing.
@@ -102,8 +102,8 @@ class SoftwareConfig {
     const char *const filepath_;
 };
 
-/// The one T of the process: made on first use, by whichever thread comes first, and never
-/// destroyed, since exit() runs beside threads that go on using it.
+/// The only T of the process. The first thread that needs it makes it, and it is never destroyed,
+/// because other threads go on using it while exit() runs.
 template <class T>
 class Singleton {
   public:
@@ -118,7 +118,7 @@ class Singleton {
     static void init() { value_ = new std::shared_ptr<T>(std::make_shared<T>()); }
 
     static pthread_once_t ponce_;
-    // On the heap and without an owner, so that static destruction passes it over.
+    // On the heap and without an owner, so that static destruction does not destroy it.
     static std::shared_ptr<T> *value_;
 };
 

@@ -1,4 +1,4 @@
-// The words that the daemon's threads share. None is locked: flags and counters are read and
+// The variables that the daemon's threads share. None is locked: flags and counters are read and
 // written whole, and every reader tolerates a value that changes between two of its reads.
 #pragma once
 
@@ -17,7 +17,7 @@ constexpr unsigned kAddressSize = 16;
 /// Who controls this endpoint, and on which outputs.
 typedef struct currentInfo_ {
     char curName[32];  ///< by convention begins with the console's address and "-"; empty: nobody
-    int curOutPre;     ///< permission level, a larger number is stronger; 0 while outputs are lost
+    int curOutPre;     ///< level, larger is stronger; 0 after an output missed two heartbeats
     int heartPre;      ///< the level to restore when a lost output answers again; not persisted
     char curOutIp[kMaxOutputs][kAddressSize];  ///< output addresses, packed from slot 0
     int link[kMaxOutputs];                     ///< 1 where the slot is in use
@@ -25,9 +25,9 @@ typedef struct currentInfo_ {
 
 // Set once at start-up by the main thread.
 extern std::string localip;            ///< own address as read from the network settings
-extern char curLocalIp[kAddressSize];  ///< the same, as every message carries it
+extern char curLocalIp[kAddressSize];  ///< the same, as messages carry it
 extern HDINFO hd_info;
-extern bool version;  ///< which chip there is, see usesCh9329()
+extern bool version;  ///< true for a CH9329, see usesCh9329()
 
 // Modes: the main thread writes, the data server reads.
 extern bool per;         ///< permissions on: only linked consoles may send
@@ -35,7 +35,7 @@ extern bool rel_enable;  ///< relative mouse mode
 extern bool query_link;  ///< a USB-link test runs: no console frames on the serial line
 extern bool usb_to_pc;   ///< reserved; nobody reads or writes it
 
-// Lock-key states that consoles asked for; the data server's own.
+// Lock-key states that consoles asked for; only the data server uses them.
 extern bool outCapsLock, outNumLock;
 
 // Requests to stop a thread.
@@ -45,8 +45,8 @@ extern bool pthread_vi_get;  ///< video watch keeps running while true
 // Size of the picture; the video watch writes, the data server reads.
 extern unsigned vi_w, vi_h;
 
-// The link table: the main thread writes, and the heartbeat watch its levels. Other threads read
-// the outputs through linkedSlots() of main/link_table.h.
+// The link table. The main thread writes it; the heartbeat thread writes only its levels. Other
+// threads read the outputs through linkedSlots() of main/link_table.h.
 extern CURRENTINFO curtInfo;
 extern unsigned curLink_num;       ///< slots of curtInfo in use
 extern unsigned linkTableChanges;  ///< goes up by two with each change, and is odd during one
@@ -55,8 +55,8 @@ extern unsigned linkTableChanges;  ///< goes up by two with each change, and is 
 extern char tmpOutIp[128][128];
 extern int tmpLinkNum;
 
-// Sockets, each with the flag that it was made. osdSocket stays null: the operator socket is
-// main's own, which the signal handler leaves alone.
+// Sockets, each with a flag that it was created. osdSocket stays null: main() owns the operator
+// socket, which the signal handler leaves open.
 extern UDPSocket *multiSocket, *applySocket, *htBeatSocket, *udpsocket, *osdSocket;
 extern bool enMultiSocket, enApplySocket, enHtBeatSocket, enUdpSocket, enOsdSocket;
 
@@ -65,19 +65,18 @@ extern int c_netmsgid, c_osdmsgid;
 extern int c_netmsgtype, c_osdmsgtype;
 extern const char *c_netmsgpath, *c_osdmsgpath;
 
-/// Whether the chip is a CH9329, which takes frames; else a CH9350, which takes records as they
-/// are.
+/// True for a CH9329, which takes frames; false for a CH9350, which takes records as they are.
 inline bool usesCh9329() {
     return version;
 }
 
-/// Reads a word that another thread sets while this one waits on it.
+/// Reads a variable that another thread may write; atomic, without ordering.
 template <class T>
 T sharedLoad(const T &word) {
     return __atomic_load_n(&word, __ATOMIC_RELAXED);
 }
 
-/// Sets a word that another thread waits on.
+/// Writes a variable that another thread may read; atomic, without ordering.
 template <class T>
 void sharedStore(T &word, T value) {
     __atomic_store_n(&word, value, __ATOMIC_RELAXED);

@@ -26,8 +26,8 @@ enum State { kIdle = 0, kProgramming = 1, kWaiting = 2 };
 constexpr int kMostBoards = 20;
 constexpr useconds_t kPoll = 500000;
 
-// The list is written before the state that tells of it, and read after it. It stays where it is,
-// so that whoever still reads it when the upload has ended reads memory of its own.
+// Written before the state becomes kProgramming and read after that. Static, so that a thread that
+// still reads it when the upload has ended reads valid memory.
 char boardList[kMostBoards];
 
 int state() {
@@ -38,7 +38,7 @@ void setState(State next) {
     __atomic_store_n(&l_isupdata, next, __ATOMIC_RELEASE);
 }
 
-// False when the other thread was faster.
+// False when the other thread changed the state first.
 bool changeState(State from, State to) {
     int expected = from;
     return __atomic_compare_exchange_n(&l_isupdata, &expected, static_cast<int>(to), false,
@@ -70,7 +70,8 @@ void awaitBoardList() {
 
 using Boards = std::array<bool, kMostBoards>;
 
-// Which of the l_broadnum boards to program. Some files are for a single one, whatever the list.
+// Decides which of the l_broadnum boards to program. A file of kind L, of kind 2 with a list of
+// 10, or of kind 4 with a list of 20, is for a single board, whatever the list says.
 Boards chooseBoards(MyUpdata &file) {
     Boards present{};
     char *list = l_broadstate;
@@ -88,7 +89,7 @@ Boards chooseBoards(MyUpdata &file) {
 }
 
 std::string program(MyUpdata &file, const Boards &present) {
-    constexpr unsigned kRest = 2;  // seconds, between boards
+    constexpr unsigned kRest = 2;  // seconds, after each board
     std::string results;
     for (unsigned i = 0; i < kMostBoards && static_cast<int>(i) < l_broadnum; ++i) {
         const char *result = "N/A";
@@ -101,7 +102,7 @@ std::string program(MyUpdata &file, const Boards &present) {
     return results;
 }
 
-// A name that a shell reads as anything but one plain word never gets to one.
+// Only a name that is one plain word for the shell is passed to it.
 void deleteFile(const char *name) {
     bool plain = name[0] != '-' && name[0] != '\0';
     for (const char *p = name; *p != '\0'; ++p)
@@ -119,7 +120,7 @@ bool uploadFile(const char *filename) {
     setState(kWaiting);
     requestBoardList(file.type_);
     awaitBoardList();
-    // From here on no list is taken any more.
+    // From here on initUploadANDloop refuses a list.
     if (changeState(kWaiting, kIdle)) return refuse("timeout", 280);
     if (state() != kProgramming) return refuse("upload error", 280);
 

@@ -1,14 +1,14 @@
--- Quillon in Wireshark and tshark: what consoles and endpoints say to each other over UDP, and the
--- serial frames of the HID chip (CH9329 or CH9350). docs/protocols.md has the bytes.
+-- Quillon in Wireshark and tshark: the UDP traffic between consoles and endpoints, and the serial
+-- frames of the HID chip (CH9329 or CH9350). docs/protocols.md has the bytes.
 --
 --     tshark -X lua_script:quillon.lua -r capture.pcapng -Y 'quillon.kind == "keyboard"'
 --
--- Wireshark takes it from the folder of personal Lua plugins. Serial captures are of link type
--- USER0 (147), a frame to a packet; the direction in the packet flags, if any, is the endpoint's.
+-- Wireshark loads it from the folder of personal Lua plugins. Serial captures have link type USER0
+-- (147), one frame in a packet; the direction in the packet flags, if any, is the endpoint's.
 
 local quillon = Proto("quillon", "Quillon Console Protocol")
 local hidchip = Proto("hidchip", "HID Chip Serial Frame")
-local console, chip = {}, {}  -- of each protocol the fields, their types, and notes; filled below
+local console, chip = {}, {}  -- fields, field types and notes of each protocol; filled below
 
 -- Names
 
@@ -35,7 +35,7 @@ for first, names in pairs({
     for name in names:gmatch("%S+") do keyNames[usage], usage = name, usage + 1 end
 end
 
--- Of the bits that are set. By division: Lua 5.2 and 5.4 have no bit operators in common.
+-- Names of the set bits. It divides, because Lua 5.2 and 5.4 have no bit operators in common.
 local function namesOf(value, names)
     local set = {}
     for i, name in ipairs(names) do
@@ -47,17 +47,18 @@ end
 local lockNames = {[0] = "locks off", [0xFF] = "locks unknown"}  -- until the computer sets them
 for leds = 1, 7 do lockNames[leds] = namesOf(leds, {"num", "caps", "scroll"}) .. " on" end
 
--- No text that anybody understands is as long as this. One that is longer is cut before a pattern sees
--- it, for some patterns take time with the square of its length.
+-- Longer than any known text, bytes. A longer text is cut before it is matched, because some
+-- patterns take time that grows with the square of its length.
 local kLongestText = 1024
 
--- For the Info column, which shows control characters as they are.
+-- Text for the Info column, which would show control characters as they are.
 local function printable(text)
     if #text > 100 then text = text:sub(1, 100) .. "..." end
     return (text:gsub("[^ -~]", "?"))
 end
 
--- Words with values in the places of their {names}, as the wordings have it: tables or functions.
+-- Replaces each {name} in words by its value. wordings may hold a function or a table for a name,
+-- which gives the text for the value.
 local function fill(words, values, wordings)
     return (words:gsub("{([%a_]+)}", function(name)
         local value, wording = values[name], (wordings or {})[name]
@@ -66,13 +67,13 @@ local function fill(words, values, wordings)
     end))
 end
 
--- Readers of reports and of a frame's data. The caller has seen that all the bytes are there; what
--- they return is for the Info column.
+-- Readers of reports and of a frame's data. The caller has checked that all bytes are there. They
+-- return the text for the Info column.
 
 local sizes = {uint8 = 1, int8 = 1, uint16 = 2, uint32 = 4}
 
--- Adds fields that lie one behind the other, "_" for a byte that is none; their values and items.
--- Numbers come low byte first, but for a CH9329's line speed.
+-- Adds consecutive fields, "_" for a byte to skip; returns their values and items. Numbers have the
+-- low byte first, except the line speed of a CH9329.
 local function addShape(tvb, offset, tree, side, shape)
     local values, items = {}, {}
     for name in shape:gmatch("%S+") do
@@ -106,7 +107,7 @@ local function addKeyboard(tvb, offset, tree, side)
     return "keyboard: " .. (words[1] and table.concat(words, " ") or "all keys up")
 end
 
--- Readers of other shapes: the words take the values in.
+-- The next two make readers of other shapes, whose words contain the values.
 local function pointer(shape, where)
     return function(tvb, offset, tree, side)
         local values, items = addShape(tvb, offset, tree, side, shape)
@@ -143,8 +144,8 @@ local addInformation = plain("version usb leds", "information: USB {usb}, {leds}
 local addStatus = plain("_ _ _ _ leds usb", "status: USB {usb}, {leds}",
                         {usb = {[0x04] = "not attached", [0x07] = "attached"}, leds = lockNames})
 
--- A CH9329's commands: name, then size and reader of the request's data and of the answer's, where
--- that is not a status. Data without a reader is shown as bytes.
+-- Commands of a CH9329: name, size and reader of the request's data, and the same for the answer's
+-- data unless that is a status. Data without a reader is shown as bytes.
 local commands = {
     [0x01] = {"information", {0, words = "asks for information"}, {8, addInformation}},
     [0x02] = {"keyboard", {8, addKeyboard}},
@@ -168,8 +169,8 @@ for code, command in pairs(commands) do
     codeNames[code + kRefusal] = command[1] .. ", refusal"
 end
 
--- A CH9350's frames by their third byte; they have neither length nor checksum. Records of
--- consoles go to this chip as they are.
+-- Frames of a CH9350 by their third byte; they have neither length nor checksum. Console records go
+-- to this chip as they are, except for scaled positions.
 local rawFrames = {
     [0x01] = {11, addKeyboard, kind = "keyboard"},
     [0x02] = {7, addRelative, kind = "relative mouse"},
@@ -274,10 +275,11 @@ local function addFrame(tvb, tree)
     return words, values.command >= kAnswer
 end
 
-local kLargestData = 64  -- of a CH9329
+local kLargestData = 64  -- bytes of data in a frame of a CH9329
 
--- Chip and size of the frame that begins at an offset, nil if none does. A CH9329's third byte is
--- its address, in this system always 00. Its relative reports are sent with two zeroes too many.
+-- Chip and size of the frame that begins at an offset, nil if there is none. The third byte of a
+-- CH9329's frame is its address, in this system always 00. Two extra zero bytes follow its relative
+-- mouse frames.
 local function frameAt(bytes, offset)
     local head1, head2, third, code, length = bytes:byte(offset + 1, offset + 5)
     if head1 ~= 0x57 or head2 ~= 0xAB then return nil end
@@ -303,7 +305,7 @@ local function addOutside(tvb, tree)
     return tvb:len() .. " bytes outside of frames"
 end
 
--- Words, and whether it came from the chip if it says so itself.
+-- Returns the words, and whether the piece came from the chip if its content shows that.
 local function addPiece(tvb, tree, model, size)
     if not model then return addOutside(tvb, tree) end
     tree:add(chip.fields.model, tvb(), model):set_generated()
@@ -347,9 +349,9 @@ function hidchip.dissector(tvb, pinfo, tree)
     pinfo.cols.info = table.concat(said, "; ", 1, math.min(#said, 8))
 end
 
--- UDP texts. {user} stands for that field in the text, and for its value in the words.
+-- UDP texts. {user} stands for the field of that name in a text, and for its value in the words.
 
--- As the endpoint reads numbers: what follows the digits does not count.
+-- Reads a number as the endpoint does: it ignores what follows the digits.
 local function number(value) return tonumber(value:match("^[+-]?%d+")) end
 
 local function onOff(value) return (number(value) or 0) ~= 0 and "on" or "off" end
@@ -357,8 +359,9 @@ local mouseWords = {rel = "relative", abs = "absolute"}
 local codeWords = {["0"] = "refused", ["1"] = "granted", ["2"] = "not granted, nobody answered"}
 local function consent(value) return number(value) == 0 and "refused" or "granted" end
 
--- Who says what, the first that matches counting: `whole` ones are not beginnings of a text. Where
--- `loose`, any number of bars and blanks parts the fields. `room` is what the receiver reads.
+-- Texts by speaker; the first that matches counts. One marked `whole` must be the whole text, not
+-- only its beginning. In a `loose` vocabulary any number of bars and blanks separates the fields.
+-- `room` is the number of bytes that the receiver reads.
 local vocabularies = {
     request = {
         room = 256,
@@ -414,7 +417,7 @@ local vocabularies = {
     },
 }
 
--- The Lua patterns of a whole text and of its beginning; captures tell where the fields lie.
+-- Makes the Lua patterns of a whole text and of its beginning; their captures are field positions.
 local function compile(entry, loose)
     local text, pattern, fields = entry[1], "^", {}
     local bar, stops, count = "%%|", "|\n", "*"
@@ -435,20 +438,21 @@ for _, vocabulary in pairs(vocabularies) do
     for _, entry in ipairs(vocabulary) do compile(entry, vocabulary.loose) end
 end
 
--- Who said it, the entry, and where its fields lie: nil for a text that only begins so.
+-- Returns the speaker, the entry and the positions of its fields, which are nil when only the
+-- beginning of the text matches.
 local function find(text, speakers)
     for _, by in ipairs({"pattern", "beginning"}) do
         for _, speaker in ipairs(speakers) do
             for _, entry in ipairs(vocabularies[speaker]) do
-                local found = {text:find(entry[by] or "^\0")}  -- which is in no text
+                local found = {text:find(entry[by] or "^\0")}  -- matches no text
                 if found[1] then return speaker, entry, by == "pattern" and found or nil end
             end
         end
     end
 end
 
--- What an endpoint has room for where it keeps a value; one with "=" would be read back as another
--- setting. The name in "disconnect" is only compared.
+-- Longest values that an endpoint stores. It refuses longer ones, and those with "=", which would
+-- be read back as another setting. The name in "disconnect" is only compared.
 local longest = {user = 31, output = 15, switch = 7}
 
 local function addFields(tvb, tree, text, entry, found, isCommand)
@@ -471,7 +475,7 @@ local function addFields(tvb, tree, text, entry, found, isCommand)
     return values
 end
 
--- Kind and words of a text, which ends at its first zero byte.
+-- Returns kind and words of a text, which ends at its first zero byte.
 local function addText(tvb, tree, speakers)
     local text = tvb:raw(0, math.min(tvb:len(), kLongestText)):match("^[^\0]*")
     local speaker, entry, found = find(text, speakers)
@@ -495,7 +499,7 @@ end
 
 -- UDP datagrams
 
-local records = {}  -- by length, which alone tells what one is
+local records = {}  -- by length, which alone identifies a record
 for code, frame in pairs(rawFrames) do
     if frame.kind then records[frame[1]] = {type = code, kind = frame.kind, add = frame[2]} end
 end
@@ -516,8 +520,8 @@ local function addRecordOrText(tvb, tree, speakers, size)
     return addText(tvb, tree, speakers)
 end
 
--- With "software=" anywhere in its text a datagram loses its first 9 bytes, but only a keyboard or
--- absolute mouse record is then taken for as much shorter.
+-- A datagram with "software=" anywhere in its text loses its first 9 bytes, but only a keyboard or
+-- absolute mouse record counts as 9 bytes shorter.
 local function addRequest(tvb, tree, speakers)
     local tag, shorter, size = "software=", {[19] = 10, [20] = 11}, tvb:reported_len()
     local text = tvb:raw(0, math.min(tvb:len(), kLongestText)):match("^[^\0]*")
@@ -528,14 +532,14 @@ local function addRequest(tvb, tree, speakers)
     return kind, words .. " (software)"
 end
 
--- Who speaks from a port, and who to one.
+-- The speakers by source port and by destination port.
 local fromPort = {[41301] = "heartbeat", [41237] = "heartbeat", [41302] = "reply",
                   [41303] = "link", [41304] = "link"}
 local toPort = {[41301] = "heartbeat", [41237] = "heartbeat", [41302] = "command",
                 [41303] = "consent", [2333] = "link", [4001] = "reply"}
 local dataPort
 
--- Ports that are none of these have been chosen by "Decode As", for another data server port.
+-- Other ports were chosen by "Decode As", for another data server port.
 local function speakersOf(from, to)
     local speakers = {fromPort[from]}
     speakers[#speakers + 1] = toPort[to]

@@ -13,7 +13,7 @@
 #include <sstream>
 
 void logAt(const char *function, int line, const char *format, ...) {
-    // One write for the whole line: the threads' lines must not end up inside each other.
+    // One write for the whole line, so that the lines of different threads do not mix.
     char text[1024];
     const int prefix = snprintf(text, sizeof text, "[%s]-%d: ", function, line);
     va_list args;
@@ -37,7 +37,7 @@ char *appendHex(char *end, const char *bytes, int count) {
 }
 
 void holdStandardDescriptors() {
-    // From below, for each takes the lowest number that is free.
+    // In ascending order, because open() takes the lowest free number.
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd)
         if (fcntl(fd, F_GETFD) < 0 && open("/dev/null", O_RDWR) != fd) _exit(1);
 }
@@ -50,7 +50,7 @@ int str2int(const std::string &s) {
 
 void SplitString(const std::string &s, std::vector<std::string> &v, const std::string &c) {
     std::size_t start = 0;
-    // An empty separator would be found at every place without end.
+    // An empty separator would be found for ever.
     std::size_t at = c.empty() ? std::string::npos : s.find(c);
     for (; at != std::string::npos; at = s.find(c, start)) {
         v.push_back(s.substr(start, at - start));
@@ -86,7 +86,7 @@ int CreateMessageQueue(const char *msgpath) {
         const int id = msgget(key, IPC_CREAT | 0666);
         if (id >= 0) return id;
         logAt("CreateMessageQueue", 32, "msgget create error: %d", errno);
-        // Deliberate, though there is no queue -1 that could make room.
+        // Deliberate: there is no queue -1 to remove, so this fails and ends the loop.
         if (msgctl(-1, IPC_RMID, nullptr) == 0) continue;
         logAt("CreateMessageQueue", 35, "msgctl delete error: %d", errno);
         return -1;

@@ -1,4 +1,4 @@
-// Small helpers that every room may use.
+// Small helpers for all parts of the program.
 #pragma once
 
 #include <pthread.h>
@@ -7,11 +7,11 @@
 #include <string>
 #include <vector>
 
-/// Line number in the prefix of messages that have none of their own.
+/// Line number for messages that have none of their own.
 constexpr int kNoLine = 0;
 
-/// Prints one whole log line: "[function]-line: " and the formatted text, and pushes it out; cut
-/// at 1023 characters. The format carries no line end.
+/// Prints and flushes one whole log line, "[function]-line: " and the formatted text, cut at 1023
+/// characters. The format has no line end.
 void logAt(const char *function, int line, const char *format, ...)
     __attribute__((format(printf, 3, 4)));
 
@@ -20,17 +20,17 @@ void copyText(char *field, std::size_t size, const char *text);
 
 /// Characters of one byte in the logs, "0xff ".
 constexpr int kHexWidth = 5;
-/// Appends count bytes to a text that ends at end, kHexWidth characters at most for each and a
-/// terminator; where the text then ends.
+/// Writes count bytes as hexadecimal at end, at most kHexWidth characters for each, and a
+/// terminator if count is not 0. Returns the new end of the text.
 char *appendHex(char *end, const char *bytes, int count);
 
-/// Sees that descriptors 0 to 2 exist, on /dev/null where they were closed, or ends the process.
-/// Before anything is opened: else a file, or /dev/mem, would take the number of standard output
-/// and get the log.
+/// Opens /dev/null for each of the descriptors 0 to 2 that is closed, or ends the process. Call it
+/// before anything is opened: otherwise a file, or /dev/mem, could get the number of standard
+/// output and receive the log.
 void holdStandardDescriptors();
 
-/// Decimal text to int; leading white space and a sign are taken, what follows the digits is
-/// ignored, no number gives 0 and a number beyond int the nearest int.
+/// Decimal text to int. Leading white space and a sign are accepted, text after the digits is
+/// ignored; 0 without a number, the nearest int for a number beyond int.
 int str2int(const std::string &s);
 
 /// Appends the pieces of s between separators c to v. A separator at the end adds no empty piece;
@@ -42,14 +42,14 @@ void SplitString(const std::string &s, std::vector<std::string> &v, const std::s
 pthread_t CreateThread(void *(*pThreadFunc)(void *), int priority, int schedpolicy, bool b_detached,
                        void *threadin);
 
-/// A System V message. The size of one in msgsnd counts its text alone, which has no terminator.
+/// A System V message. The size that msgsnd takes is that of the text, which has no terminator.
 struct msg_st {
-    long mtype;  ///< a long for every kernel; 32 bits on the board
+    long mtype;  ///< the kernel's type; 32 bits on a 32-bit board
     char mtext[1024];
 };
 
-/// The queue of the key that the existing path msgpath gives, made if there is none. The queue's
-/// id, 0 (which may also be an id) when the path gives no key, -1 when there is no queue to be had.
+/// Opens the message queue whose key comes from the existing path msgpath, or makes it. Returns its
+/// id; 0 (which may also be an id) when the path gives no key; -1 when there is no queue.
 int CreateMessageQueue(const char *msgpath);
 
 /// Removes a queue; false, with a line on standard output, when that failed.
@@ -59,8 +59,8 @@ bool DeleteMessageQueue(int msgid);
 /// full. False when that failed.
 bool sendMessage(const char *data, int msgid, int msgtype);
 
-/// Unsigned decimal digits, nothing else: 0 and the value, or -1 with the value up to the
-/// offending character. An empty text is 0.
+/// Parses unsigned decimal digits and nothing else: 0 and the value, or -1 and the value of the
+/// digits before the offending character. An empty text is 0.
 int atoul(const char *str, unsigned int *pulValue);
 
 /// Hexadecimal digits without prefix, at most eight significant ones; results as atoul.

@@ -17,7 +17,7 @@ namespace {
 
 constexpr char kReply[] = "reply";
 
-// What consoles and the holder are sent, zeroes behind the text.
+// A message to consoles or to a user; the bytes after the text are zero.
 struct Message {
     char text[64] = {};
     long length() const { return static_cast<long>(strlen(text)); }
@@ -49,7 +49,7 @@ void tellUser(const char *name, const Message &message, long size) {
     printf("--->send %s data %s\n", address, message.text);
 }
 
-// The next free slot.
+// Links an output in the next free slot, which is returned.
 unsigned linkOutput(const char *ip) {
     const unsigned slot = curLink_num;
     TableChange change;
@@ -58,7 +58,7 @@ unsigned linkOutput(const char *ip) {
     return slot;
 }
 
-// False, with nothing changed but a message printed, for a ninth output.
+// False, with a log line, when the next output would be the ninth.
 bool hasRoom() {
     return curLink_num < kMaxOutputs || saveLinkInfo(curLink_num, false);
 }
@@ -89,8 +89,8 @@ bool isHolder(const std::string &name) {
     return name == curtInfo.curName;
 }
 
-// False, and a line, for a field that has no room, or would be read back from the settings as
-// something else. The name of the holder is stored already.
+// False, with a log line, for a field that is too long or would be read back from the settings as
+// something else. The holder's name is not checked, because it is stored already.
 bool mayStore(const Request &request) {
     const auto fits = [](const std::string &text, std::size_t size) {
         return text.size() < size && isStorable(text);
@@ -114,8 +114,8 @@ void addOutput(const std::string &ip) {
     saveLinkInfo(slot, false);
 }
 
-// "reply", an address, a name and a code. Only the code 0 refuses: anything else there grants, a
-// missing number too.
+// An answer is "reply", an address, a name and a code. Deliberate, as the protocol has it: only the
+// code 0 refuses; any other code, or none, grants.
 bool refuses(char *answer) {
     changeChar(answer);
     std::istringstream fields(answer + strlen(kReply));
@@ -138,7 +138,7 @@ bool connectNew(const char *name, const char *ip, int level) {
     unsigned slot = 0;
     if (curLink_num != 0) {
         tellUser(curtInfo.curName, message, message.length());
-        // Deliberate: those below keep their addresses and serve the next user.
+        // Deliberate: the slots before this one keep their outputs, which then serve the new user.
         slot = curLink_num - 1;
     }
     {
@@ -157,8 +157,8 @@ bool disconnectUserConnectNew(const char *name, const char *ip, int level, bool 
     const Message dropped = holderDropped();
     const unsigned slot = dropCurrent ? 0 : curLink_num;
     {
-        // From the old outputs to the new one in a single step: with none of them linked, who sent
-        // last would decide who may.
+        // One change from the old outputs to the new one: a moment without a linked output would
+        // leave the data server's decision about the last sender in force.
         TableChange change;
         if (dropCurrent) change.clear();
         change.setHolder(name, level);
@@ -179,7 +179,7 @@ int applyUser(const char *name) {
     Message question;
     char answer[sizeof question.text + 1] = {};
     snprintf(question.text, sizeof question.text, "apply|%s|%s", curLocalIp, name);
-    socket->delRcvBuff();  // answers that came too late for their question
+    socket->delRcvBuff();  // late answers to an earlier question
     for (unsigned slot = 0; slot < curLink_num; ++slot)
         socket->SendTo(curtInfo.curOutIp[slot], kConsolePort, question.text, question.length());
 
@@ -200,7 +200,7 @@ int applyUser(const char *name) {
 
 bool perLowerCurnt(const char *name) {
     const Message message = connected(curtInfo.curName, sharedLoad(curtInfo.curOutPre));
-    // The zeroes behind the text go with it.
+    // Deliberate: the zeroes after the text are sent too.
     tellUser(name, message, sizeof message.text);
     return true;
 }
@@ -234,9 +234,9 @@ void handleConnect(UDPSocket &, char *command) {
         addOutput(wanted.ip);
     } else if (sharedLoad(curtInfo.curOutPre) > wanted.level) {
         perLowerCurnt(wanted.name.c_str());
-    } else {  // an equal takes over; to be asked for consent is what "apply" is for
+    } else {  // an equal level takes over; only "apply" asks the holder for consent
         connectNew(wanted.name.c_str(), wanted.ip.c_str(), wanted.level);
-        logSuccess(2113, curLink_num);  // Deliberate: the slot behind the last one
+        logSuccess(2113, curLink_num);  // Deliberate: the slot after the last one
     }
 }
 
@@ -260,7 +260,7 @@ void handleApply(UDPSocket &operators, char *command) {
 
 void handleDisconnect(UDPSocket &, char *command) {
     const Request wanted = readRequest(command, false);
-    // Any beginning of the holder's name will do, the empty one too.
+    // Deliberate: any beginning of the holder's name matches, an empty one too.
     if (strncmp(wanted.name.c_str(), curtInfo.curName, wanted.name.size()) != 0) return;
     const Message message = holderDropped();
     printf("disconnect name:%s\n ", curtInfo.curName);

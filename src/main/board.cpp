@@ -9,8 +9,7 @@
 
 namespace {
 
-// What is soldered to a board. Made from a value alone, so that a row of the table that leaves its
-// chip out does not compile.
+// The chip on a board. It has no default, so that a table row without a chip does not compile.
 class Chip {
   public:
     enum Kind { kNone, kCh9329, kCh9350 };
@@ -27,7 +26,7 @@ constexpr Chip::Kind kNoChip = Chip::kNone, kCh9329 = Chip::kCh9329, kCh9350 = C
 struct PinStep {
     unsigned address;  ///< 0: no step
     unsigned value;
-    bool setsBits;  ///< sets the bits of value beside those that are set; else writes value
+    bool setsBits;  ///< true: sets the bits of value and keeps the others; false: writes value
 };
 
 constexpr PinStep write(unsigned address, unsigned value) {
@@ -39,7 +38,7 @@ constexpr PinStep setBits(unsigned address, unsigned bits) {
 }
 
 struct Pins {
-    PinStep steps[5];  ///< in the order in which they are taken
+    PinStep steps[5];  ///< in the order of their execution
 };
 
 constexpr Pins kNoPins{};
@@ -52,16 +51,16 @@ constexpr Pins kPins500{
     {write(0x120F0100, 1), write(0x120F0104, 1), write(0x120F00F8, 1), write(0x120F00FC, 1)}};
 
 struct BoardRow {
-    const char *identifier;  ///< a board with more behind it is the same board
+    const char *identifier;  ///< matches every board identifier that begins with it
     Chip chip;               ///< none: there is nothing for the daemon to do
     const char *port;        ///< forced serial port, null: as configured
     HDINFO family;           ///< how its USB power is switched
-    bool usbPowerOff;        ///< switched off at start
+    bool usbPowerOff;        ///< USB power is switched off at start
     bool video;              ///< its video input can be watched
     Pins pins;
 };
 
-// The first row whose identifier matches says all about a board.
+// The first row whose identifier matches describes the board.
 // clang-format off
 constexpr BoardRow kRows[] = {
     {"QBRD10401m2_3000_R1", kCh9329, "COM2",  QBX_3000,    true,  true,  kPins3000},
@@ -79,13 +78,13 @@ constexpr BoardRow kRows[] = {
     {"QBRD1040pm_100_R4",   kCh9329, nullptr, QBX_300,     true,  true,  kNoPins},
     {"QBRD1040pn_100_R1",   kCh9329, nullptr, QBX_300,     true,  true,  kNoPins},
     {"QBRD10401m2_3020_R1", kNoChip, nullptr, QBX_300,     true,  true,  kNoPins},
-    {"",                    kCh9350, nullptr, QBX_300,     true,  true,  kNoPins},  // every other
+    {"",                    kCh9350, nullptr, QBX_300,     true,  true,  kNoPins},  // all others
 };
 // clang-format on
 
 const BoardRow &rowOf(const char *board) {
     const BoardRow *row = kRows;
-    // The last row matches every board, and one without identifier.
+    // The last row matches every board, also an empty identifier.
     while (strncmp(board, row->identifier, strlen(row->identifier)) != 0) ++row;
     return *row;
 }
@@ -94,7 +93,7 @@ void setRegister(unsigned address, unsigned value) {
     if (SAMPLE_SYS_SetReg(address, value) != 0) printf("write register 0x%x failed\n", address);
 }
 
-// Nothing is written back over a register that could not be read.
+// A register that could not be read is not written.
 void changeRegister(unsigned address, unsigned clear, unsigned set) {
     unsigned value = 0;
     if (SAMPLE_SYS_GetReg(address, &value) != 0) {
@@ -105,10 +104,10 @@ void changeRegister(unsigned address, unsigned clear, unsigned set) {
 }
 
 struct UsbPower {
-    unsigned pin;        ///< 1: powered, 0: the pin is a general-purpose one
-    unsigned direction;  ///< of that port
-    unsigned level;      ///< of that port, through its address mask
-    unsigned bit;        ///< the line's bit in both
+    unsigned pin;        ///< register of the pin: 1 powered, 0 general-purpose pin
+    unsigned direction;  ///< direction register of the pin's port
+    unsigned level;      ///< level register of that port; its address masks the bit
+    unsigned bit;        ///< the pin's bit in the last two
 };
 
 constexpr UsbPower kUsbPower[] = {

@@ -1,4 +1,4 @@
-// Which board this is, how its pins are set, and what is soldered to it.
+// Which board this is, which chip it has, and how its pins are set.
 #pragma once
 
 #include "state.h"
@@ -11,20 +11,20 @@ constexpr int kBoardSize = 128;
 /// no such field.
 bool readHdVersion(char *dst);
 
-/// The 3020 has nothing for this daemon to do: it idles there.
+/// True for the 3020, on which this daemon has nothing to do and idles.
 bool isIdleBoard(const char *board);
 
-/// True for the boards on which a CH9329 is tried; the others have a CH9350.
+/// True for boards with a CH9329; the others have a CH9350, or no chip.
 bool hasCh9329(const char *board);
 
 /// True for the boards whose video input can be watched.
 bool hasVideoWatch(const char *board);
 
-/// Sets the pins of the board through registers, forces and saves its serial port, sets hd_info
-/// and switches the USB power off where the board has that switch.
+/// Sets the pins of the board through registers, forces and saves the serial port of a board that
+/// needs a certain one, sets hd_info, and switches the USB power off on most boards.
 void setUpBoard(const char *board);
 
-/// A pause between register accesses, for boards that would need one; none does.
+/// A pause between register accesses, for boards that need one; no board does.
 inline void delaytime(unsigned) {}
 
 /// Switches the computer's USB power line; does nothing on a QBX_31DV200. Always true.

@@ -21,9 +21,9 @@ using Config = SoftwareConfig;
 
 constexpr int kBlockRoom = 64;
 constexpr int kCodeAt = 3;                // the command
-constexpr int kSpeedAt = kFrameHead + 3;  // of the parameters
+constexpr int kSpeedAt = kFrameHead + 3;  // the line speed
 constexpr char kWriteParameters = 0x09;
-// The one four-byte field that the chip keeps high byte first.
+// High byte first, unlike the chip's other numbers.
 constexpr char k115200[] = {0x00, 0x01, '\xC2', 0x00};
 
 struct ConfiguredPort {
@@ -39,7 +39,7 @@ constexpr ConfiguredPort kConfiguredPorts[] = {
     {"COM3", MySerial::KUART3, "uart3 open"},
 };
 
-// The line is closed and opened again at another speed.
+// Closes the line and opens it again at another speed.
 void reopenAt(const char *speed) {
     Singleton<Config>::getInstance()->SetConfig(Config::kBaudRate, speed);
     MySerial::close_port();
@@ -69,7 +69,7 @@ Next afterReply(char *block, bool &fast) {
                 puts("---ch9329 ini ok---");
                 return Next::kStop;
             }
-            // The chip takes its new speed at a restart, which somebody else has to give it.
+            // The chip uses the new speed only after a restart; its power must be cut for that.
             puts("---9600 ch9329 echo 115200 baudrate---");
             Singleton<Config>::getInstance()->SetConfig(Config::kBaudRate, "115200");
             MySerial::close_port();
@@ -125,7 +125,7 @@ int ch9329Rata(char *destination) {
     int total = 0;
     for (int i = 0; i < kTries; ++i) {
         if (!cntRead(reply, &count, 64, 0)) continue;
-        // The count goes on beyond the room: a block of another length is no block.
+        // The count includes bytes that do not fit: a block of another length is not valid.
         const int at = std::min(total, kBlockRoom);
         memcpy(destination + at, reply, static_cast<std::size_t>(std::min(count, kBlockRoom - at)));
         total += count;

@@ -20,21 +20,21 @@
 
 namespace {
 
-// One datagram on its way through the tests.
+// One received datagram.
 struct Datagram {
     const char *sender;
-    char *bytes;  ///< terminated text too
+    char *bytes;  ///< also a terminated text
     int length;
     bool isSoftware;
 };
 
 bool unwrapSoftware(char *buf, int &length) {
     if (strstr(buf, "software=") == nullptr) return false;
-    // Deliberate: only a wrapped mouse or keyboard record is shortened, no other length.
+    // Deliberate: only a wrapped absolute mouse or keyboard record is shortened, no other length.
     if (length == kSoftwareTag + kAbsMouseRecord) length = kAbsMouseRecord;
     if (length == kSoftwareTag + kKeyboardRecord) length = kKeyboardRecord;
     memmove(buf, buf + kSoftwareTag, static_cast<std::size_t>(length));
-    buf[length] = '\0';  // what is left of the longer datagram is no part of the text
+    buf[length] = '\0';  // the rest of the longer datagram is not part of the text
     return true;
 }
 
@@ -53,7 +53,7 @@ void authorize(ConsoleServer &server, const char *sender) {
 }
 
 void logRecord(const Datagram &record) {
-    // Both lines at once: between the datagram and the serial line every write counts.
+    // Both lines in one write, because each write delays the record on its way to the serial line.
     char text[kConsoleDatagram * kHexWidth + 64];
     char *end = appendHex(text, record.bytes, record.length);
     end += snprintf(end, 64, "\nversion %d, rel_enable %d\n", version, sharedLoad(rel_enable));
@@ -63,7 +63,7 @@ void logRecord(const Datagram &record) {
 void forwardRecord(const ConsoleServer &server, const Datagram &record) {
     logRecord(record);
     if (!usesCh9329()) {
-        // A CH9350 in relative mode has no use for positions.
+        // Absolute positions are not sent to a CH9350 in relative mode.
         if (!sharedLoad(rel_enable) || record.length != kAbsMouseRecord)
             serialcontrol(record.bytes, record.length, server.delay);
         return;
@@ -96,7 +96,7 @@ LockKeys readLockKeys() {
     return keysOfStatus(reply);
 }
 
-// On a CH9350 "out" takes a single read for the whole status, and says more.
+// For "out": with a CH9350 it takes a single read for the whole status and prints more.
 LockKeys readLockKeysOnce() {
     if (usesCh9329()) return readLockKeys();
     MySerial::nwrite(kStatusRequest, sizeof kStatusRequest);
@@ -140,7 +140,8 @@ void answerLink(const ConsoleServer &, UDPSocket &socket, const Datagram &) {
     answer(socket, reply);
 }
 
-// Takes the state behind the next '=' of text, if it names one; where to search on.
+// Sets wanted from "on" or "off" after the next '=' of text; any other value leaves it unchanged.
+// Returns where to continue.
 const char *takeWanted(const char *text, bool &wanted) {
     const char *equals = strchr(text, '=');
     if (equals == nullptr) return text + strlen(text);
@@ -174,8 +175,8 @@ void setLockKeys(const ConsoleServer &server, UDPSocket &, const Datagram &reque
 
 struct Request {
     const char *text;
-    bool whole;       ///< the whole datagram, not only its beginning
-    bool restricted;  ///< only from those who may control, and from software
+    bool whole;       ///< must be the whole datagram, not only its beginning
+    bool restricted;  ///< only for senders that may control, and for software
     void (*serve)(const ConsoleServer &, UDPSocket &, const Datagram &);
 };
 
@@ -219,7 +220,7 @@ void handleConsoleDatagram(ConsoleServer &server, UDPSocket &socket, const char 
     if (static_cast<unsigned char>(buf[0]) == kFrameHead1 &&
         static_cast<unsigned char>(buf[1]) == kFrameHead2) {
         if (!server.authorized && !datagram.isSoftware) return;
-        // While the USB-link test runs, a record falls through and is reported as no text.
+        // During the USB-link test a record is not sent; serveText logs it as an error.
         if (!sharedLoad(query_link)) {
             forwardRecord(server, datagram);
             return;
@@ -235,7 +236,7 @@ void *udpServerProc(void *arg) {
     printf("uart delay time:%dms\n", delay);
     logAt("udpServerProc", 530, "starting udp server at port: %d", static_cast<int>(port));
 
-    // The signal handler takes the global away; this thread goes on with its own copy.
+    // The signal handler clears the global pointer; this thread goes on with its own copy.
     UDPSocket *socket = new UDPSocket;
     __atomic_store_n(&udpsocket, socket, __ATOMIC_RELAXED);
     socket->CreateUDPServer(port, 0, false, true);

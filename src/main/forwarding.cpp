@@ -29,7 +29,7 @@ void strokeNumLockRaw() {
     }
 }
 
-// The LED byte of the first answer among a few reads, 0 without one.
+// The LED byte of the first answer in a few reads, 0 without an answer.
 char ledsOfStatus() {
     constexpr int kTries = 4;
     char reply[16] = {};
@@ -39,14 +39,14 @@ char ledsOfStatus() {
 }
 
 bool ch9329Linked() {
-    // One set of flags: an answer without them leaves them, and is no change.
+    // The same flags for both queries: an invalid LED byte leaves them and so counts as no change.
     bool caps = false, num = false, scroll = false;
     queryKeyLock(&caps, &num, &scroll);
     const bool before = num;
     strokeNumLockFramed();
     queryKeyLock(&caps, &num, &scroll);
     if (num == before) return false;
-    strokeNumLockFramed();  // as it was
+    strokeNumLockFramed();  // restores Num Lock
     return true;
 }
 

@@ -1,12 +1,12 @@
-// The serial path beside the CH9329's frames: raw records to a CH9350, and the test whether a
-// computer is attached.
+// Raw records to a CH9350, and the test whether a computer is attached, for both chips.
 #pragma once
 
-/// Pause after a frame that presses or releases a key of our own, microseconds.
+/// Pause after a frame with which the daemon itself presses or releases a key, microseconds.
 constexpr unsigned kFramePause = 20000;
 
-/// Strokes Num Lock and looks whether its LED changes; true when a computer answered so, and then
-/// strokes it once more. Clears query_link at its end. Takes some 500 ms.
+/// Presses and releases Num Lock and checks whether its LED changes. If it does, a computer is
+/// attached: does it once more, to restore Num Lock, and returns true. Clears query_link at the
+/// end. Takes about 500 ms.
 bool query_usb_link();
 
 /// Forwards a console record raw. The position in an absolute mouse record (10 bytes) is scaled
@@ -16,7 +16,7 @@ void serialcontrol(char *frame, int length, int);
 /// One read of up to 11 bytes.
 void serialRead(char *buffer);
 
-/// Gathers a message that comes in pieces between a head and a tail marker. 1: not complete yet,
-/// 2: destination holds it up to its tail, 3: nothing begun and nothing in this piece. destination
-/// has room for its text and the piece.
+/// Collects a message that comes in pieces between a head and a tail marker. 1: not complete yet,
+/// 2: destination holds it up to its tail, 3: no message has begun. destination must have room for
+/// its text and the piece.
 int mergeSerialMessage(char *destination, char *piece, const char *head, const char *tail);

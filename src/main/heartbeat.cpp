@@ -19,7 +19,7 @@ bool isOutput(const char *address) {
     return strlen(address) > 6 && strcmp(address, "0.0.0.0") != 0;
 }
 
-// Any answer on the heartbeat socket counts, whoever sent it.
+// The sender of an answer is not checked.
 bool answered(UDPSocket &socket) {
     char answer[32 + 1] = {};
     socket.RecvFrom(answer, sizeof answer - 1);
@@ -37,7 +37,7 @@ bool ping(UDPSocket &socket, const char *address) {
 void heartbeatPass(UDPSocket &socket) {
     if (sharedLoad(curLink_num) == 0) return;
     for (unsigned slot = 0; slot < kMaxOutputs; ++slot) {
-        // Anew for each: the one before may have taken 6 s.
+        // Read again for each slot, because the one before may have taken 6 s.
         const LinkedSlots slots = linkedSlots();
         const char *address = slots.address[slot];
         if (!slots.linked[slot] || !isOutput(address)) continue;

@@ -52,8 +52,8 @@ LinkedSlots copySlots() {
 
 }  // namespace
 
-// The count is odd before anything changes, and even after all of it: a reader that found the same
-// even count before and after its copy has a table that was whole.
+// The counter is odd from before the first change until after the last one. A reader that finds the
+// same even value before and after its copy has a consistent table.
 TableChange::TableChange() {
     sharedStore(linkTableChanges, linkTableChanges + 1);
     __atomic_thread_fence(__ATOMIC_RELEASE);

@@ -1,11 +1,11 @@
-// Who controls this endpoint, and on which outputs, kept across restarts. The table is curtInfo
-// with its counter curLink_num; its rules of change are the arbitration's.
+// The holder of this endpoint and their outputs, kept across restarts. The table is curtInfo with
+// its counter curLink_num; main/arbitration.h has the rules by which it changes.
 #pragma once
 
 #include "state.h"
 
-/// A change of the table, by the main thread: while one lives, other threads wait to read. So it
-/// never lives across anything that takes time, and what must not be seen apart is one change.
+/// One change of the table, made by the main thread. Other threads wait to read while it exists, so
+/// nothing slow may happen during it. Changes that must be seen together belong in one.
 class TableChange {
   public:
     TableChange();
@@ -13,12 +13,12 @@ class TableChange {
     TableChange(const TableChange &) = delete;
     TableChange &operator=(const TableChange &) = delete;
 
-    /// Cut to their fields.
+    /// Texts that are too long are cut.
     void setHolder(const char *name, int level);
     void setOutput(unsigned slot, const char *address);
-    /// Slots from 0 on that are in use.
+    /// Marks the slots 0 to count - 1 as in use.
     void setCount(unsigned count);
-    /// Nobody is linked.
+    /// Removes the holder and all outputs.
     void clear();
 };
 
@@ -29,15 +29,15 @@ struct LinkedSlots {
     char address[kMaxOutputs][kAddressSize];
 };
 
-/// For every thread. Waits while the table is being changed.
+/// For any thread. Waits while the table is being changed.
 LinkedSlots linkedSlots();
 
-/// Stores slot index, if asked with the user's name and level, and writes the settings file.
-/// False, with nothing stored, for an index above 7.
+/// Stores slot index, with withNameAndPer also the holder's name and level, and writes the settings
+/// file. False, with nothing stored, for an index above 7.
 bool saveLinkInfo(unsigned index, bool withNameAndPer);
 
-/// Stores the empty table and writes the settings file; always true. The table in memory is the
-/// caller's.
+/// Stores the empty table and writes the settings file; always true. The caller clears the table in
+/// memory.
 bool disconnectSaveInfo();
 
 /// Rebuilds the table from the settings, and takes the mouse mode from them. Stored slots are a

@@ -26,7 +26,7 @@ namespace {
 
 using Config = SoftwareConfig;
 
-// Handlers can run on two threads at once: a socket goes to the one that takes it out.
+// Handlers can run on two threads at once; the exchange gives the socket to one of them.
 void release(bool &created, UDPSocket *&socket) {
     if (sharedLoad(created)) delete __atomic_exchange_n(&socket, nullptr, __ATOMIC_RELAXED);
 }
@@ -99,7 +99,7 @@ void joinOperators(UDPSocket &socket) {
 
 }  // namespace
 
-// Prints, sleeps and frees, none of which is safe in a handler; accepted, for the process ends.
+// Deliberate: printf, delete and exit are not safe in a signal handler, but the process ends here.
 void HandleSig(int sig) {
     printf("program exit--->0x%x\n", static_cast<unsigned>(sig));
     sharedStore(pthread_vi_get, false);
@@ -114,10 +114,10 @@ void HandleSig(int sig) {
 
 int main() {
     holdStandardDescriptors();
-    setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);  // log lines leave as they end, into a file too
+    setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);  // each log line is written at once, to a file too
     for (const int sig : {SIGHUP, SIGINT, SIGTERM, SIGSEGV}) signal(sig, HandleSig);
-    // Who reads the log may go; a daemon goes on without. Caught, since what is ignored would stay
-    // ignored in the shell commands.
+    // The daemon goes on when the reader of its log ends. Caught and not ignored, because the shell
+    // commands would inherit an ignored signal.
     signal(SIGPIPE, [](int) {});
     char board[kBoardSize] = {};
 

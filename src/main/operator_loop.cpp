@@ -29,11 +29,11 @@ void answerQuery(UDPSocket &socket, char *) {
     socket.EchoTo(reply, static_cast<long>(strlen(reply)));
 }
 
-// A value as the operators send it; all of a datagram, so that one that is too long is seen.
+// A value in an operator command. As long as a datagram, so that a value that is too long is seen.
 using Value = char[kOperatorDatagram + 1];
 
-// False, and a line, for a value that its setting has no room for, or that would be read back from
-// the settings file as another setting.
+// False, with a log line, for a value that is too long or would be read back from the settings file
+// as another setting.
 bool mayKeep(const Value &value) {
     constexpr std::size_t kLongest = 7;
     if (strlen(value) <= kLongest && isStorable(value)) return true;
@@ -48,7 +48,7 @@ void keep(Config::SoftWareConfigID id, const char *value) {
 }
 
 void setMouseMode(UDPSocket &, char *command) {
-    // Nothing to refuse: what is kept is "rel" or "abs", whatever else was said.
+    // No value is refused, because only "rel" or "abs" is ever stored.
     Value value = {};
     sscanf(command, "chip=%256s", value);
     printf("QMX set chip model:%s\n", value);
@@ -96,7 +96,7 @@ void answerSettings(UDPSocket &socket, char *command) {
         socket.EchoTo(text, size);
         return;
     }
-    char ip[kAddressSize + 1] = {};  // one more, so that a longer text is not taken for ours
+    char ip[kAddressSize + 1] = {};  // one more, so that a longer text does not match once cut
     sscanf(command, "getKvmInfo:%16s", ip);
     printf("get cmd:%s, need ip:%s\n", command, ip);
     if (strcmp(ip, curLocalIp) != 0) return;
@@ -105,7 +105,7 @@ void answerSettings(UDPSocket &socket, char *command) {
 }
 
 void answerUsbLink(UDPSocket &socket, char *command) {
-    constexpr useconds_t kSettle = 50000;  // for a console frame that is on its way
+    constexpr useconds_t kSettle = 50000;  // for a record that is being sent
     if (strstr(command, "usb_is_link_pc") == nullptr) return;
     sharedStore(query_link, true);
     usleep(kSettle);
@@ -116,7 +116,7 @@ void answerUsbLink(UDPSocket &socket, char *command) {
     char target[kAddressSize] = {}, answerTo[kAddressSize] = {};
     int port = 0;
     if (!get_seq_ip(command, target, answerTo, &port) || strcmp(target, curLocalIp) != 0) return;
-    // The zero bytes behind the text are part of the answer.
+    // The zero bytes after the text are part of the answer.
     if (port == 0)
         socket.EchoTo(reply, sizeof reply);
     else
@@ -126,7 +126,7 @@ void answerUsbLink(UDPSocket &socket, char *command) {
 struct Command {
     const char *prefix;
     void (*carryOut)(UDPSocket &, char *);
-    bool needsPermissions = false;  ///< no command while they are off
+    bool needsPermissions = false;  ///< ignored while permissions are off
 };
 
 // The first prefix that matches decides.

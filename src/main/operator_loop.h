@@ -3,7 +3,7 @@
 
 class UDPSocket;
 
-/// Most bytes of a command that are received.
+/// Maximum size of a received command, bytes; the rest is cut off.
 constexpr int kOperatorDatagram = 256;
 
 /// Carries out one command, a terminated text. Answers go through socket to its last sender.

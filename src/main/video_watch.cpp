@@ -23,7 +23,7 @@ void *fail(const char *what) {
     return nullptr;
 }
 
-// False when no whole record came.
+// False when no whole record was received.
 bool receive(int fd, char *buffer, msg_struct &record) {
     iovec part{buffer, kBufferSize};
     msghdr message{};
@@ -52,7 +52,7 @@ void watch(int fd, char *buffer) {
 void takeVideoReading(VideoReadings &readings, unsigned width, unsigned height) {
     if (width == readings.width && height != 0 && readings.width != 0 && height == readings.height)
         return;
-    // Deliberate: a reading that did not differ does not reset it.
+    // Deliberate: a reading that does not differ does not reset the count.
     if (readings.changes < 2) {
         ++readings.changes;
         return;

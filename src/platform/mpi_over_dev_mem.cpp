@@ -1,4 +1,4 @@
-// The media library's mapping calls where that library is not linked.
+// The mapping calls of the media library, for a build without that library.
 
 #include "kvm_comm.h"
 #include "platform/mpi_sys.h"

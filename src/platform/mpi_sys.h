@@ -2,8 +2,8 @@
 // them is chosen when the program is linked.
 #pragma once
 
-/// A physical address as the media library takes it. Most have 64 bits, on a 32-bit board too; one
-/// with 32 bits would take the size from the wrong register there if it were called so.
+/// A physical address as the media library takes it. Most versions take 64 bits, also on a 32-bit
+/// board. A version that takes 32 bits, called with 64, would read size from the wrong register.
 #ifndef QUILLON_MPI_ADDRESS_BITS
 #error "the build says how wide these addresses are"
 #elif QUILLON_MPI_ADDRESS_BITS == 32

@@ -23,7 +23,7 @@ struct InterfaceTexts {
 };
 
 void dotted(const sockaddr &address, char *out) {
-    // The kernel fills the IPv4 form into the generic one; copied, for its alignment is less.
+    // Copied, because the generic address that holds the IPv4 one has a smaller alignment.
     sockaddr_in in;
     memcpy(&in, &address, sizeof in);
     inet_ntop(AF_INET, &in.sin_addr, out, kTextSize);
@@ -35,7 +35,7 @@ bool ask(int fd, unsigned long request, ifreq &record, const char *error) {
     return false;
 }
 
-// Each request overwrites the record's answer and leaves its name.
+// Each request overwrites the answer in record and keeps the interface name.
 bool readInterface(int fd, ifreq record, InterfaceTexts &texts) {
     if (!ask(fd, SIOCGIFHWADDR, record, "ioctl error: SIOCGIFHWADDR")) return false;
     unsigned char mac[6];
@@ -52,7 +52,7 @@ bool readInterface(int fd, ifreq record, InterfaceTexts &texts) {
 }
 
 bool findInterface(int fd, const char *ifname, InterfaceTexts &texts) {
-    // 512 bytes of records, which have 32 bytes on the board and 40 on a 64-bit machine.
+    // 512 bytes of records. A record has 32 bytes on the board and 40 on a 64-bit machine.
     ifreq records[512 / sizeof(ifreq)];
     ifconf list{};
     list.ifc_len = sizeof records;
@@ -85,7 +85,7 @@ bool selectText(const InterfaceTexts &texts, NetworkInfo::IF_CONFIG which, char 
             snprintf(out, kTextSize, "%s", texts.netmask);
             return true;
         case NetworkInfo::kALL:
-            // "braod" is the key that readers of this text know.
+            // Deliberate: programs that read this text know the key as "braod".
             snprintf(out, kAllTextSize, "mac:%s@ip:%s@mask:%s@braod:%s", texts.mac, texts.address,
                      texts.netmask, texts.broadcast);
             return true;
@@ -200,7 +200,7 @@ int UDPSocket::receive(char *buf, long len) {
                                      reinterpret_cast<sockaddr *>(&clientaddr_), &socklen_));
 }
 
-// False when the descriptor fits no set.
+// False when the descriptor does not fit into an fd_set.
 bool UDPSocket::arm() {
     FD_ZERO(&rdFd);
     if (socket_ < 0 || socket_ >= FD_SETSIZE) return false;
@@ -217,7 +217,7 @@ void UDPSocket::disarm() {
 int UDPSocket::RecvFrom(char *buf, long len) {
     if (!noblock) return receive(buf, len);
 
-    // The microseconds are meant to stay as the last select left them.
+    // Deliberate: the microseconds stay as the last select left them.
     timeout.tv_sec = t_out_s;
     const int ready = arm() ? select(maxFd, &rdFd, nullptr, nullptr, &timeout) : -1;
     int result = -1;
@@ -338,7 +338,7 @@ sockaddr_in UDPSocket::GetClientSockaddr() {
 }
 
 bool UDPSocket::setnonblocking() {
-    // Deliberate: the descriptor's flags are read, the status flags are written.
+    // Deliberate: reads the descriptor flags (F_GETFD) but writes the status flags (F_SETFL).
     const int flags = fcntl(socket_, F_GETFD, 0);
     return fcntl(socket_, F_SETFL, flags | O_NONBLOCK) != -1;
 }
@@ -349,7 +349,7 @@ bool UDPSocket::delRcvBuff() {
     using std::chrono::microseconds;
     constexpr microseconds kWholeDrain(100000);
     char buffer[129];
-    // Of the whole drain, not of each wait: a flood, and a slow log, take time as well.
+    // The limit is for the whole drain: a flood and a slow log take time too.
     const auto end = Clock::now() + kWholeDrain;
     for (;;) {
         const auto left = std::chrono::duration_cast<microseconds>(end - Clock::now());

@@ -1,4 +1,4 @@
-// UDP over IPv4, and what the network interfaces of this machine are called and addressed.
+// UDP over IPv4, and the addresses of this machine's network interfaces.
 #pragma once
 
 #include <netinet/in.h>
@@ -8,7 +8,7 @@
 
 class NetworkInfo {
   public:
-    /// What to tell of an interface; the values are the Linux interface requests.
+    /// A property of an interface; the values, except kALL, are the Linux interface requests.
     enum IF_CONFIG {
         kHWADDR = SIOCGIFHWADDR,    ///< MAC address, "%02x:..."
         kADDR = SIOCGIFADDR,        ///< IPv4 address
@@ -23,10 +23,10 @@ class NetworkInfo {
     static bool GetNetworkInfo(const char *ifname, IF_CONFIG which, char *out);
 };
 
-/// One datagram socket with a fixed destination and the sender of the last datagram. One thread
-/// at a time may receive on it, and answers are that thread's too. Errors are printed with perror
-/// and come back as -1 or false; nothing is retried, and a descriptor stays open when a later step
-/// of its creation failed.
+/// One datagram socket with a fixed destination and the sender of the last datagram. Only one
+/// thread at a time may receive on it and answer that sender. Errors come back as -1 or false, and
+/// functions that set the socket up also print most of them; nothing is retried, and a descriptor
+/// stays open when a later step of its creation failed.
 class UDPSocket : public NetworkInfo {
   public:
     UDPSocket();
@@ -37,11 +37,12 @@ class UDPSocket : public NetworkInfo {
     /// Binds to port (host order, like every port here) on all addresses. With useTimeout every
     /// receive is bounded by timeout seconds. The descriptor, or -1.
     int CreateUDPServer(unsigned port, int timeout, bool useTimeout, bool reuseAddr);
-    /// Fixes the destination of SendTo(buf, len); a null ip leaves its address as it is.
+    /// Sets the destination of SendTo(buf, len); a null ip leaves its address as it is.
     int CreateUDPClient(const char *ip, unsigned port, bool nonBlocking, bool connectPeer);
     void CloseUDPSocket();
 
-    /// Bytes received, 0 when the time-out ran out, -1 on error. The text has no terminator.
+    /// Bytes received (0 also for an empty datagram), 0 when the time-out ran out, -1 on error.
+    /// Waits without limit on a socket without time-out. The text has no terminator.
     int RecvFrom(char *buf, long len);
     /// To the fixed destination. Bytes sent, or -1.
     int SendTo(const char *buf, long len);
@@ -49,7 +50,8 @@ class UDPSocket : public NetworkInfo {
     /// To the sender of the last datagram; -1 before there was one.
     int EchoTo(const char *buf, long len);
 
-    /// Sends to the interface's broadcast address from now on, to 255.255.255.255 without ifname.
+    /// From now on SendTo(buf, len) sends to the interface's broadcast address, or to
+    /// 255.255.255.255 without ifname.
     bool AddBroadCast(const char *ifname);
     bool AddMemberShip(const char *group, const char *ifname, bool reuseAddr);
     bool DropMemberShip();
@@ -63,8 +65,8 @@ class UDPSocket : public NetworkInfo {
     sockaddr_in GetClientSockaddr();
     bool setnonblocking();
 
-    /// Throws away what is queued, for at most 100 ms; false on a socket without time-out or
-    /// without descriptor.
+    /// Takes 100 ms: discards what is queued and what arrives in that time. False on a socket
+    /// without time-out or without descriptor.
     bool delRcvBuff();
 
   private:
@@ -80,9 +82,9 @@ class UDPSocket : public NetworkInfo {
     ip_mreq multicastreq_;
     sockaddr_in serveraddr_;  ///< bound address of a server, fixed destination of a client
     sockaddr_in clientaddr_;  ///< sender of the last datagram
-    bool noblock;             ///< despite its name: receives are bounded by select
+    bool noblock;             ///< despite its name: a receive waits in select, with the time-out
     fd_set rdFd;
     int maxFd;
-    timeval timeout;  ///< select leaves the time that was left here
+    timeval timeout;  ///< select writes the remaining time here
     int t_out_s;
 };
