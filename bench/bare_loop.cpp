@@ -1,5 +1,5 @@
-// The least that a daemon on this board could do for a record, to measure ours against: receive,
-// log the same lines, frame, write, read the acknowledgement. Runs in the daemon's place.
+// The least work that a daemon on this board can do for a record, for comparison with quillon:
+// receive, log the same lines, frame, write, read the acknowledgement. Runs in the daemon's place.
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -43,7 +43,7 @@ void scale(const unsigned char *pixels, unsigned size, unsigned char *steps) {
     steps[1] = static_cast<unsigned char>(at >> 8);
 }
 
-// The length of the frame without its sum.
+// Returns the length of the frame without its checksum.
 std::size_t frameKeyboard(const unsigned char *record, unsigned char *frame) {
     const unsigned char head[] = {0x57, 0xAB, 0, 2, 8, record[3], 0, record[5]};
     memcpy(frame, head, sizeof head);

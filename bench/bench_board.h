@@ -1,4 +1,4 @@
-// A board to measure on, and what its chip and its daemon's process say.
+// A board for measurements: what reaches its chip, and what its daemon's process uses.
 #pragma once
 
 #include <condition_variable>
@@ -18,13 +18,13 @@ using sim::Clock;
 
 enum class Record { kKeyboard, kPosition };
 
-/// One record for the i-th time; each differs from the one before.
+/// The i-th record of a kind; it differs from the one before.
 quillon::Datagram record(Record kind, int i);
 
 class BenchBoard {
   public:
-    /// Starts it with program in the daemon's place and so many consoles. Throws
-    /// std::runtime_error when it does not listen within 20 s.
+    /// Starts a board with program as its daemon. Throws std::runtime_error when that does not
+    /// listen within 20 s, or the system refuses.
     explicit BenchBoard(const std::string &program, bool paced = false, unsigned consoles = 1);
     ~BenchBoard();
     BenchBoard(const BenchBoard &) = delete;
@@ -33,20 +33,20 @@ class BenchBoard {
     /// A socket from the i-th console to the data server.
     std::unique_ptr<quillon::Endpoint> console(unsigned i = 0) const;
 
-    /// Keyboard and mouse frames that the chip has had, and when the last one was whole.
+    /// Keyboard and absolute mouse frames that the chip received, and when the last was complete.
     unsigned frames() const;
     Clock::time_point lastFrame() const;
-    /// Median time from a frame to the next since the start, which a machine that is taken away
-    /// for a while does not change.
+    /// Median time from one frame to the next since the start; a pause of the machine does not
+    /// change it. Zero unless the board is paced.
     Clock::duration medianGap() const;
     /// Waits for the count-th frame; false when it did not come in time.
     bool waitForFrames(unsigned count, std::chrono::milliseconds timeout) const;
-    /// Waits until no frame has come for as long as quiet.
+    /// Waits until no frame has come for the time quiet.
     void waitUntilQuiet(std::chrono::milliseconds quiet) const;
 
     pid_t pid() const { return board_->daemon()->pid(); }
     long residentKiB() const;
-    /// User and system time so far.
+    /// User and system time of the daemon's threads so far.
     double cpuSeconds() const;
 
   private:

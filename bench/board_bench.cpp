@@ -1,4 +1,4 @@
-// quillon-bench: what the daemon costs on the simulated board, beside a bare loop in its place.
+// quillon-bench: measures the daemon on the simulated board, and a bare loop in its place.
 
 #include <benchmark/benchmark.h>
 #include <unistd.h>
@@ -25,19 +25,19 @@ using namespace std::chrono_literals;
 
 constexpr char kQuillon[] = PROGRAM_DIR "/quillon", kBareLoop[] = PROGRAM_DIR "/bare_loop";
 
-int records = 20000;  // of the longer measurements
+int records = 20000;  // in each of the longer measurements
 
 double microseconds(Clock::duration time) {
     return std::chrono::duration<double, std::micro>(time).count();
 }
 
-// Of sorted times.
+// times must be sorted.
 double quantile(const std::vector<double> &times, double part) {
     const auto at = static_cast<std::size_t>(part * static_cast<double>(times.size()));
     return times[std::min(times.size() - 1, at)];
 }
 
-// A record at a time, from the console's send to the last byte of the frame at the chip.
+// One record at a time, from the console's send to the last byte of the frame at the chip.
 void latency(State &state, const char *program, Record kind) {
     for (auto _ : state) {
         BenchBoard board(program);
@@ -51,7 +51,7 @@ void latency(State &state, const char *program, Record kind) {
             if (!board.waitForFrames(before + 1, 1s))
                 return state.SkipWithError("a record was lost");
             times.push_back(microseconds(board.lastFrame() - sent));
-            std::this_thread::sleep_for(2ms);  // a console's pace, and the acknowledgement
+            std::this_thread::sleep_for(2ms);  // a console's pace; the acknowledgement passes
         }
         std::sort(times.begin(), times.end());
         state.counters["p50_us"] = quantile(times, 0.5);
@@ -61,8 +61,8 @@ void latency(State &state, const char *program, Record kind) {
     }
 }
 
-// A fifth more than the wire takes, for 5 s: what comes through, what is lost, and how old the
-// newest record is when it reaches the chip.
+// Sends a fifth more records than the wire can carry, for 5 s: how many arrive, how many are lost,
+// and how long after the last send the last frame reaches the chip.
 void saturation(State &state, const char *program, Record kind, double limit) {
     for (auto _ : state) {
         BenchBoard board(program, true);
@@ -88,7 +88,7 @@ void saturation(State &state, const char *program, Record kind, double limit) {
     }
 }
 
-// At most so many at a time, so that none is lost.
+// Keeps at most kAtOnce records under way, so that none is lost.
 void sendAll(const BenchBoard &board, int count) {
     constexpr unsigned kAtOnce = 50;
     const auto console = board.console();
@@ -102,7 +102,7 @@ void sendAll(const BenchBoard &board, int count) {
     board.waitForFrames(before + static_cast<unsigned>(count), 5s);
 }
 
-// System calls of all threads, counted by strace, which is why it is not timed.
+// System calls of all threads for a record. Not timed, because strace slows the daemon down.
 double systemCalls(const BenchBoard &board, int count) {
     const std::string table = "/tmp/quillon-bench." + std::to_string(getpid());
     const pid_t strace = sim::launch(
@@ -139,7 +139,7 @@ void cost(State &state) {
     }
 }
 
-// Bursts, dealt out over the consoles.
+// Sends a burst of records, divided among the consoles.
 void growth(State &state) {
     const auto consoles = static_cast<unsigned>(state.range(0));
     const int burst = static_cast<int>(state.range(1));
@@ -205,7 +205,8 @@ benchmark::internal::Benchmark *add(const std::string &name, F function) {
 }
 
 void addAll() {
-    // The wire's limits: 14 and 7 bytes, 13 and 7 bytes, of 10 bits at 115200 bits per second.
+    // Records per second at 115200 bits per second: a frame of 14 or 13 bytes and an
+    // acknowledgement of 7, with 10 bits for each byte.
     struct Kind {
         const char *name;
         Record record;

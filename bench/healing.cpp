@@ -1,5 +1,5 @@
-// quillon-healing: how many changes of a console's keyboard are right at the computer, when network
-// and chip lose one record, frame, answer and checksum in a hundred; with and without resending.
+// quillon-healing: how many changes of a console's keyboard reach the computer, when network and
+// chip lose one in a hundred records, frames, answers and checksums; with and without resending.
 
 #include <poll.h>
 #include <sys/wait.h>
@@ -27,7 +27,7 @@ using sim::Clock;
 using namespace std::chrono_literals;
 
 constexpr double kLoss = 0.01;
-constexpr int kBoards = 8;  // side by side, for the keys are typed as a person types
+constexpr int kBoards = 8;  // at the same time, because keys come at a person's pace
 
 struct State {
     Clock::time_point at;
@@ -36,7 +36,7 @@ struct State {
 
 struct Result {
     int changes = 0, within300 = 0, within2000 = 0, never = 0, stuck = 0;
-    double worst = 0;  // ms, of those that came
+    double worst = 0;  // ms, of the changes that arrived
 
     void add(const Result &other) {
         changes += other.changes;
@@ -48,7 +48,8 @@ struct Result {
     }
 };
 
-// A person at control's own code: keys of 40 to 180 ms, pauses, now and then a key that is held.
+// Types as a person does, with the code of "quillon-console control": keys for 40 to 180 ms,
+// pauses, and now and then a key that is held.
 class Typist {
   public:
     Typist(const quillon::ControlledEndpoint::Setup &setup, unsigned seed)
@@ -96,12 +97,12 @@ class Typist {
     std::mt19937 random_;
 };
 
-// Records keep their order, so that what is seen is the present state once more, or else the first
-// later one that fits. When each change was seen; none for one that was passed over.
+// Returns when the chip saw each change; none for a change that was lost. Records keep their order,
+// so a state that is seen is the last one again, or else the first later one that is equal.
 std::vector<std::optional<Clock::time_point>> align(const std::vector<State> &said,
                                                     const std::vector<State> &seen) {
     std::vector<std::optional<Clock::time_point>> when(said.size());
-    std::size_t next = 0;  // behind the change that was seen last
+    std::size_t next = 0;  // after the change that was seen last
     for (const State &state : seen) {
         if (state.down == (next == 0 ? Stroke{} : said[next - 1].down)) continue;
         std::size_t at = next;
@@ -116,11 +117,11 @@ std::vector<std::optional<Clock::time_point>> align(const std::vector<State> &sa
 Result judge(const std::vector<State> &said, const std::vector<State> &seen) {
     const auto when = align(said, seen);
     Result result;
-    std::size_t next = 0;  // of seen
+    std::size_t next = 0;  // index into seen
     Stroke computer;
     for (std::size_t i = 0; i < said.size(); ++i, ++result.changes) {
         for (; next < seen.size() && seen[next].at < said[i].at; ++next) computer = seen[next].down;
-        // The release of a key that never came down needs no record to be right.
+        // The release of a key that was never seen down is right without a record.
         if (!when[i] && !(computer == said[i].down)) {
             ++result.never;
             continue;

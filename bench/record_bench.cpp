@@ -1,4 +1,4 @@
-// quillon-record-bench: one keyboard record in the process itself, and what it allocates.
+// quillon-record-bench: time and allocations of one keyboard record, inside one process.
 
 #include <benchmark/benchmark.h>
 
@@ -21,7 +21,7 @@ extern "C" void *__libc_malloc(std::size_t size);
 
 namespace {
 
-thread_local long allocations = 0;  // of this thread: the simulated chip has one of its own
+thread_local long allocations = 0;  // of this thread alone: the simulated chip has another
 
 void record(benchmark::State &state) {
     sim::Computer computer;
@@ -40,7 +40,7 @@ void record(benchmark::State &state) {
         handleConsoleDatagram(server, socket, "192.168.1.20", buffer,
                               static_cast<int>(bytes.size()));
     };
-    handle();  // the first one gives standard output its buffer
+    handle();  // the first record makes standard output allocate its buffer
     allocations = 0;
     for (auto _ : state) handle();
     state.counters["allocations"] =
@@ -50,7 +50,7 @@ BENCHMARK(record)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 
-// Every allocation of the program comes here, operator new's too.
+// Counts every allocation of the program; operator new calls it too.
 extern "C" void *malloc(std::size_t size) {
     ++allocations;
     return __libc_malloc(size);
@@ -60,7 +60,7 @@ int main(int argc, char **argv) {
     holdStandardDescriptors();
     benchmark::Initialize(&argc, argv);
     return sim::runOnPrivateHost([] {
-        // The log goes where a board's goes that keeps none; the table to the terminal.
+        // The log goes to /dev/null, as on a board that keeps none; the table to standard error.
         benchmark::ConsoleReporter table;
         table.SetOutputStream(&std::cerr);
         table.SetErrorStream(&std::cerr);

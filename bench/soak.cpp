@@ -1,6 +1,6 @@
-// quillon-soak: hours of an endpoint's life in minutes. Consoles type, operators quarrel, outputs
-// and the chip fall silent, garbage comes in, and the power fails; and all the while what was
-// accepted has to arrive.
+// quillon-soak: an endpoint in heavy use for minutes. Consoles type, operators take control from
+// each other, outputs and the chip fall silent, garbage arrives, and the power fails. All the while
+// the keys that the endpoint accepts have to reach the computer.
 
 #include <unistd.h>
 
@@ -47,7 +47,7 @@ class Soak {
         awaitStart();
     }
 
-    /// For who has to find out what went wrong: the end of the daemon's log, and the chip's state.
+    /// Prints what helps to find the fault: start and end of the daemon's log, the chip's state.
     void explain() const {
         const auto log = board_->daemon()->log();
         constexpr std::size_t kFirst = 40, kLast = 60;
@@ -102,7 +102,7 @@ class Soak {
     void awaitStart() {
         require(board_->waitUntilListening(20s), "the daemon does not listen");
         baseFiles_ = files();
-        baseMemory_ = 0;  // read once it has worked a little
+        baseMemory_ = 0;  // set by the next check()
     }
 
     quillon::Session session() const { return {kBoard, 80, anyLinked(), 15s}; }
@@ -110,7 +110,8 @@ class Soak {
         return output_.empty() ? board_->options().consoles[0] : output_;
     }
 
-    // A word from a linked console, key by key; with cut the power fails in the middle of it.
+    // Types a word from a linked console, key by key, while a stranger sends a key too. With cut,
+    // the power fails in the middle.
     void type(bool cut) {
         if (output_.empty()) return;
         std::string word;
@@ -128,7 +129,7 @@ class Soak {
             stranger.send(records[0].data(), records[0].size());
             std::this_thread::sleep_for(1ms);
         }
-        // The last key up, too: a release that comes after a take-over is dropped.
+        // Waits for the last release too: after a take-over it would be dropped.
         require(
             board_->computer().waitFor(
                 [&](const auto &state) { return state.text == typed + word && state.keys[0] == 0; },
@@ -164,21 +165,21 @@ class Soak {
         if (kind < 4) {
             session().holderAfter("disconnect|" + name + "|0", 15s);
         } else {
-            // Nobody answers questions for consent here, which takes 10 s: mostly "connect".
+            // Mostly "connect": nobody answers questions for consent here, which costs 10 s.
             const std::string word = kind == 4 ? "apply|" : "connect|";
             session().holderAfter(word + name + "|" + output + "|" + level, 15s);
         }
         learnOutput();
     }
 
-    // One address that is linked, from the settings.
+    // Takes one linked address from the settings.
     void learnOutput() {
         const auto settings = session().settings();
         const quillon::Holder holder = session().holder();
         const auto stored = settings.find("connect_name");
         require(stored != settings.end(), "settings without connect_name");
         require(!holder.linked || stored->second == holder.user, "the settings name another user");
-        // The first slot is always one in use; garbage may have linked what is no address.
+        // While somebody holds control, the first slot is in use. Only our own consoles count.
         const auto &ours = board_->options().consoles;
         const std::string first = holder.linked ? settings.at("connect_ip0") : "";
         output_ = std::find(ours.begin(), ours.end(), first) == ours.end() ? "" : first;
@@ -191,14 +192,14 @@ class Soak {
             std::string bytes(pick(300), '\0');
             if (records.count(bytes.size()) != 0) continue;
             for (char &byte : bytes) byte = static_cast<char>(random_());
-            // No word of an operator: "connect|" and nothing links an empty address, and with that
+            // Not an operator command: "connect|" alone would link an empty address, and then
             // everybody may send.
             if (port == 41302) bytes.insert(0, "#");
             try {
                 quillon::Endpoint endpoint(kBoard, static_cast<std::uint16_t>(port), anyConsole());
                 endpoint.send(bytes.data(), bytes.size());
             } catch (const std::runtime_error &) {
-                // Without a listener there, which is none of ours.
+                // Nobody listens at that port, which is no fault.
             }
             ++garbage_;
         }
@@ -208,7 +209,7 @@ class Soak {
 
     void restart() {
         const auto before = session().settings();
-        board_->chip().silence(false);  // else the daemon waits for it, and does not start
+        board_->chip().silence(false);  // else the daemon waits for the chip and does not start
         board_->powerCycle();
         ++restarts_;
         awaitStart();
@@ -221,7 +222,7 @@ class Soak {
 
     void check() {
         require(!board_->daemonStatus(), "the daemon ended");
-        // The settings, and a thread's socket that was not there yet.
+        // Two more may be open: the settings, and the socket of a thread that started late.
         mostFiles_ = std::max(mostFiles_, files());
         require(files() <= baseFiles_ + 2, "it holds " + std::to_string(files()) + " files");
         const long now = memory();

@@ -1,4 +1,4 @@
-// What the HID chip may say to everything that it is asked.
+// Any answer of the HID chip, to each question that the daemon asks it.
 
 #include "cmd_ch9329.h"
 #include "fuzz/world.h"

@@ -1,4 +1,4 @@
-// What consoles say to questions for consent, to heartbeats, and of their level.
+// Any answers of consoles to questions for consent and to heartbeats.
 
 #include "fuzz/world.h"
 #include "main/arbitration.h"
@@ -20,7 +20,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char *bytes, std::size_t si
         world::require(curtInfo.curOutPre == 5 || curtInfo.heartPre == 5, "the level is kept");
         return 0;
     }
-    // What lies there before the question is thrown away; these come after it.
+    // Datagrams that come before the question are discarded; these come after it.
     const auto answers = std::move(world::datagrams);
     world::datagrams.clear();
     world::onSleep = [&] { world::datagrams = answers; };

@@ -1,4 +1,4 @@
-// One console's datagram, for each chip and mode, with what the chip answers.
+// Any datagram of a console, for each chip and mode, with any answer of the chip.
 
 #include "fuzz/world.h"
 #include "main/data_server.h"

@@ -1,4 +1,4 @@
-// Answers to the question for all endpoints of a network, from anybody.
+// Any answers to the search for endpoints on a network, from any sender.
 
 #include <quillon/discovery.h>
 

@@ -1,5 +1,5 @@
-// What an endpoint answers a console: read, and printed for a person and as JSON, of which no byte
-// may be a terminal's command.
+// Any answer of an endpoint to a console, read, and printed as text and as JSON. No byte that is
+// printed may be a control character, except the end of a line.
 
 #include <cstdint>
 #include <cstdio>

@@ -1,7 +1,7 @@
-// What holds whatever operators send.
+// What must hold, whatever operators send. Both end the run when it does not.
 #pragma once
 
-/// Slots are packed, texts end in their fields, and an empty table is empty.
+/// Used slots are packed, texts end inside their fields, a table without outputs is all zero.
 void checkLinkTable();
 /// The settings file gives back what was stored.
 void checkSettings();

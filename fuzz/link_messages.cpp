@@ -1,5 +1,5 @@
-// What endpoints, and who calls himself one, tell a console about control; and the questions that a
-// person is to answer.
+// Any messages to a console about control, from endpoints and from others that claim to be one, and
+// the questions for consent that a person is to answer.
 
 #include <fuzzer/FuzzedDataProvider.h>
 

@@ -1,11 +1,11 @@
-// What the microcontroller may say while its boards are programmed.
+// Any answers of the microcontroller while its boards are programmed.
 
 #include "fuzz/world.h"
 #include "upload.h"
 
 namespace {
 
-// Of each kind of board; two records.
+// A file of two records for a kind of board, 0 to 4.
 void writeImage(int kind) {
     const char *const ends[] = {"000B", "010A", "0209", "0308", "0407"};
     FILE *file = fopen("upload.mot", "wb");

@@ -1,4 +1,4 @@
-// One operator's datagram, whole.
+// Any single datagram of an operator.
 
 #include "fuzz/invariants.h"
 #include "fuzz/world.h"

@@ -1,4 +1,4 @@
-// Operators' commands, one per chunk, against the link table's invariants and the settings.
+// Any operator commands, one per chunk; the link table and the settings stay consistent.
 
 #include "fuzz/invariants.h"
 #include "fuzz/world.h"
@@ -13,7 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char *bytes, std::size_t si
     for (const std::string &command : world::chunks(input)) {
         char text[kOperatorDatagram + 1] = {};
         memcpy(text, command.data(), command.size());
-        // An answer for "apply", and a status for the USB-link test.
+        // The same bytes answer an "apply", and are the chip's status in a USB-link test.
         world::datagrams = {command};
         world::serialInput = {command};
         handleOperatorCommand(world::socket(), text);

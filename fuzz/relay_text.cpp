@@ -1,4 +1,4 @@
-// What one console passes on to another.
+// The text in which one console passes a datagram on to another.
 
 #include <cstdint>
 

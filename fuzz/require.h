@@ -1,4 +1,4 @@
-// What a target holds to be true.
+// The check of the fuzz targets.
 #pragma once
 
 #include <cstdio>
@@ -6,7 +6,7 @@
 
 namespace fuzz {
 
-/// Ends the run, with what is broken, for libFuzzer to keep the input.
+/// Unless holds is true, prints what is broken and aborts; libFuzzer then keeps the input.
 inline void require(bool holds, const char *what) {
     if (holds) return;
     fprintf(stderr, "broken: %s\n", what);

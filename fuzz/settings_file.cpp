@@ -1,4 +1,4 @@
-// A settings file, and what it makes of the link table.
+// Any settings file, and the link table that is read from it.
 
 #include "fuzz/invariants.h"
 #include "fuzz/world.h"

@@ -1,4 +1,4 @@
-// What a terminal sends, in any pieces.
+// Any bytes from a terminal, in any pieces.
 
 #include "terminal/terminal_input.h"
 

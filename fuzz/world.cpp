@@ -30,11 +30,11 @@ std::function<void()> onSleep;
 
 namespace {
 
-// Above every descriptor of the fuzzer's own, and below what fits a set.
+// Above every descriptor of the fuzzer itself, and below FD_SETSIZE.
 constexpr int kSerial = 900, kFirstSocket = 901, kLast = 1000;
 int nextSocket = kFirstSocket;
 std::chrono::nanoseconds elapsed{};
-thread_local bool isTarget = false;  // this thread's time is not real
+thread_local bool isTarget = false;  // in this thread sleep() is simulated
 
 bool isOurs(int fd) {
     return fd >= kSerial && fd < kLast;
@@ -104,7 +104,7 @@ UDPSocket &socket() {
 
 }  // namespace world
 
-// The wrapped calls. Descriptors of the fuzzer's own go on to the system.
+// The wrapped calls. Those on the fuzzer's own descriptors go on to the system.
 
 using namespace world;
 
@@ -175,7 +175,7 @@ int __wrap_usleep(useconds_t time) {
     return 0;
 }
 
-// The fuzzer's own threads sleep too, and for them it has to be true.
+// The fuzzer's own threads sleep too, and must really do so.
 unsigned __real_sleep(unsigned);
 unsigned __wrap_sleep(unsigned seconds) {
     if (!isTarget) return __real_sleep(seconds);

@@ -1,6 +1,6 @@
-// The world of a fuzz target: time that passes only when somebody waits for it, a serial line and
-// sockets that deliver what the input says, and no shell, no physical memory and no other machine.
-// System calls of the code under test end here, by the linker's --wrap.
+// The world of a fuzz target: time that passes only while the code waits, a serial line and sockets
+// that deliver what the input says, and no shell, no physical memory and no other machine. The
+// linker's --wrap directs the system calls of the code under test here.
 #pragma once
 
 #include <fuzzer/FuzzedDataProvider.h>
@@ -16,11 +16,11 @@ class UDPSocket;
 
 namespace world {
 
-/// What the serial device says, one chunk per read; then it is silent.
+/// What the serial device sends, one chunk per read; then it is silent.
 extern std::deque<std::string> serialInput;
-/// What arrives on whichever socket receives next; then nothing does.
+/// Datagrams for whichever socket receives next; after them nothing arrives.
 extern std::deque<std::string> datagrams;
-/// What the code wrote to the serial line, and sent, texts alone.
+/// What the code wrote to the serial line, and the datagrams and queue messages that it sent.
 extern std::string serialOutput;
 extern std::vector<std::string> sent;
 /// Called whenever the code sleeps. May be empty.
@@ -29,10 +29,10 @@ extern std::function<void()> onSleep;
 /// Sets the daemon's globals, the settings and all of the above back to a fresh start.
 void reset();
 
-/// The rest of the input as chunks: a byte that is a length, and so many bytes.
+/// Cuts the rest of the input into chunks of 1 to 255 bytes; the input says their lengths.
 std::deque<std::string> chunks(FuzzedDataProvider &input);
 
-/// A socket of the daemon's, at any port.
+/// One socket that stands for every socket of the daemon.
 UDPSocket &socket();
 
 using fuzz::require;

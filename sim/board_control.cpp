@@ -20,7 +20,7 @@ std::string plug(Board &board, Words &) {
     return "the computer's USB cable is in";
 }
 
-// Without an address the chip, else the console that has it.
+// Without an address this is about the chip, else about the console with that address.
 std::string setAnswering(Board &board, Words &words, bool on) {
     const std::string state = on ? " answers" : " is silent";
     std::string address;

@@ -1,4 +1,4 @@
-// What a person can do to a running board, by word.
+// Requests in words to a running board.
 #pragma once
 
 #include <string>
@@ -7,10 +7,10 @@ namespace sim {
 
 class Board;
 
-/// How an answer begins when the request was refused.
+/// Begins the answer to a request that is refused.
 constexpr char kRefused[] = "error: ";
 
-/// Carries out a request; what to tell the person.
+/// Carries out a request and returns the answer for the person.
 std::string controlBoard(Board &board, const std::string &request);
 
 /// All requests, for --help.

@@ -31,7 +31,7 @@ int runBoard(const Options &options) {
         }
         return quillon::finishOutput(kProgram) || ended != 0 ? ended : 1;
     });
-    // Killed, it could not give the terminal back.
+    // A process that was killed could not restore the terminal.
     if (options.screen && status > 128) restoreTerminal();
     return status;
 }

@@ -54,11 +54,11 @@ void joinNamespacesOf(pid_t board) {
     if (getcwd(cwd, sizeof cwd) == nullptr) strcpy(cwd, "/");
     const std::string process = "/proc/" + std::to_string(board);
     const Handle handle(static_cast<int>(syscall(SYS_pidfd_open, board, 0)), kCannot);
-    // The number may have gone to another process since the answer, but not from here on.
+    // The number may belong to another process by now. If that happens later, setns() fails.
     struct stat owner {};
     if (stat(process.c_str(), &owner) != 0) fail(kCannot);
     if (owner.st_uid != getuid()) throw std::runtime_error(kCannot);
-    // In a chroot the root of the board's mount namespace is the host's, not the board's.
+    // For a board in a chroot, the root of its mount namespace is the host's, not the board's.
     const Handle root(open((process + "/root").c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC), kCannot);
     int spaces = CLONE_NEWNS | CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWPID;
     if (inOtherNamespace(board, "user")) spaces |= CLONE_NEWUSER;
@@ -72,7 +72,7 @@ int enterBoard(const std::string &name, const std::vector<std::string> &command)
     pid_t board = 0;
     askBoard(name, "status", &board);
     fflush(nullptr);
-    // A process of its own does it, for one that joined a PID namespace is in neither.
+    // A child joins and starts the command: setns() gives the PID namespace to later children.
     const pid_t entered = fork();
     if (entered < 0) fail("fork");
     if (entered > 0) return awaitExit(entered);

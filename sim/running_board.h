@@ -5,9 +5,9 @@
 
 namespace sim {
 
-/// Sends the request of the options to the running board and prints its answer, or with enter runs
-/// the command of the options, or else a shell, on its private host. The exit status. Throws
-/// std::runtime_error when no board of that name runs.
+/// Sends the request in options to the running board and prints the answer. With enter, runs the
+/// command in options, or else a shell, on the board's private host. Returns the exit status.
+/// Throws std::runtime_error when no board of that name runs.
 int speakToRunningBoard(bool enter, const Options &options);
 
 }  // namespace sim

@@ -32,7 +32,7 @@ class Session {
         sigset_t watched;
         sigemptyset(&watched);
         for (const int sig : {SIGINT, SIGTERM, SIGHUP, SIGCHLD, SIGWINCH}) sigaddset(&watched, sig);
-        // Before any thread starts: all of them leave these signals to the descriptor.
+        // Before any thread starts, so that all threads leave these signals to the descriptor.
         sigprocmask(SIG_BLOCK, &watched, nullptr);
         signals_ = signalfd(-1, &watched, SFD_CLOEXEC);
     }
@@ -67,7 +67,7 @@ class Session {
             const std::lock_guard<std::mutex> lock(mutex_);
             screen_.reset();
         }
-        terminal.reset();  // the daemon takes its time to end
+        terminal.reset();  // before stop(), which takes 2 s
         fputs(quillon::printableLines(lastWords_).c_str(), stderr);
         board.stop();
         board_ = nullptr;
@@ -79,7 +79,7 @@ class Session {
     }
 
   private:
-    // What could not be written, of which the first is told at the end.
+    // Keeps the first message about what could not be written, to print it at the end.
     void note(const std::string &trouble) {
         const std::lock_guard<std::mutex> lock(mutex_);
         if (trouble_.empty()) trouble_ = trouble;
@@ -95,7 +95,7 @@ class Session {
         return status;
     }
 
-    // A status when it ends here, none when the daemon listens or there is to be none.
+    // The exit status when the run ends here; none when the daemon listens or none is wanted.
     std::optional<int> start(Board &board) {
         if (options_.board.mcuBoards != 0) {
             if (options_.command.empty())
@@ -129,7 +129,7 @@ class Session {
             const Wake wake = wait(options_.screen ? 50 : 200);
             if (wake == Wake::kSignal) return interruptedStatus();
             if (wake == Wake::kCommandEnded) {
-                // What it sent may still be on its way to the computer.
+                // What the command sent may still be on its way to the computer.
                 board.waitUntilQuiet(std::chrono::seconds(5));
                 return commandStatus_;
             }
@@ -169,7 +169,7 @@ class Session {
         return Wake::kCommandEnded;
     }
 
-    // False when the person wants to leave, or the terminal went.
+    // False when the person wants to leave, or the terminal is gone.
     bool readTerminal() {
         bool closed = false;
         const std::string bytes = terminal_->read(closed);
@@ -198,11 +198,11 @@ class Session {
 
     const Options &options_;
     Board *board_ = nullptr;
-    std::mutex mutex_;  ///< of screen_ and trouble_, which the log's thread uses
+    std::mutex mutex_;  ///< for screen_ and trouble_, which the log's thread uses too
     std::string trouble_;
     std::unique_ptr<BoardScreen> screen_;
     quillon::Terminal *terminal_ = nullptr;
-    std::string lastWords_;  ///< for when the terminal shows lines again
+    std::string lastWords_;  ///< printed when the terminal is restored
     int signals_ = -1;
     int signal_ = 0;
     pid_t command_ = 0;

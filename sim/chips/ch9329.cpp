@@ -14,7 +14,7 @@ constexpr std::uint8_t kBroadcast = 0xFF;
 
 constexpr std::size_t kAddressAt = 2, kSpeedAt = 3, kGapAt = 9;  // in the parameter block
 
-// How long a restarted chip hears nothing is not published; hosts wait half a second and more.
+// How long a restarted chip is deaf is not published; hosts wait half a second and more.
 constexpr auto kRestartTime = std::chrono::milliseconds(200);
 
 constexpr int kSpeeds[] = {1200, 2400, 4800, 9600, 14400, 19200, 38400, 57600, 115200};
@@ -72,7 +72,7 @@ void Ch9329::powerCycle() {
     const Lock lock(mutex_);
     if (forgets_) parameters_ = defaultParameters(9600);
     restart(Clock::now());
-    deafUntil_ = {};  // whoever gave it power does not count the milliseconds
+    deafUntil_ = {};  // ready at once, so that no caller has to wait
 }
 
 void Ch9329::plug() {
@@ -141,8 +141,7 @@ void Ch9329::restart(Clock::time_point now) {
     if (plugged_) computer_.attach();
 }
 
-// Size of the frame that pending_ begins with; 0 while bytes are missing. What cannot begin a
-// frame is skipped.
+// Size of the frame that pending_ begins with; 0 while bytes are missing.
 std::size_t Ch9329::frameSize() const {
     if (pending_.size() < kHeadSize) return 0;
     const std::size_t size = kHeadSize + pending_[4] + 1;
@@ -154,7 +153,7 @@ void Ch9329::receive(SerialLine &line, const std::uint8_t *bytes, std::size_t co
     const Lock lock(mutex_);
     const auto gap = std::chrono::milliseconds(parameters_[kGapAt] << 8 | parameters_[kGapAt + 1]);
     if (!pending_.empty() && at - lastByte_ > gap + line.jitter()) {
-        // The packet is over. Whether a cut frame is answered is not known; here it is not.
+        // The gap ends the packet. Whether a cut frame is answered is not known; here it is not.
         counters_.skipped += static_cast<unsigned>(pending_.size());
         pending_.clear();
     }
@@ -209,7 +208,7 @@ Ch9329::Status Ch9329::carryOut(std::uint8_t command, const Bytes &data, Bytes &
             return bare();
         case 0x02:
             return keyboard(data);
-        case 0x03:  // media keys: taken, and of no interest to this computer
+        case 0x03:  // media keys: accepted, and ignored by this computer
             return (data.size() == 4 && data[0] == 2) || (data.size() == 2 && data[0] == 1)
                        ? kDone
                        : kWrongParameter;
@@ -250,7 +249,7 @@ Ch9329::Status Ch9329::setParameters(const Bytes &data) {
     const int speed = speedIn(data.data());
     if (std::find(std::begin(kSpeeds), std::end(kSpeeds), speed) == std::end(kSpeeds))
         return kWrongParameter;
-    std::copy(data.begin(), data.end(), parameters_.begin());  // acts at the next restart
+    std::copy(data.begin(), data.end(), parameters_.begin());  // takes effect at the next restart
     return kDone;
 }
 

@@ -1,5 +1,5 @@
-// A CH9329: serial frames in, USB reports out, as far as the real chip's ways are known. What
-// nobody has published is a choice made here and said so.
+// A CH9329: serial frames in, USB reports out, as far as the real chip's behaviour is known.
+// Comments name what is not published and was chosen here.
 #pragma once
 
 #include <array>
@@ -13,13 +13,13 @@
 
 namespace sim {
 
-/// Safe to use from any thread; receive is the serial line's.
+/// Safe to use from any thread; the thread of the serial line calls receive().
 class Ch9329 : public HidChip {
   public:
     static constexpr std::size_t kParameterSize = 50;
     using Parameters = std::array<std::uint8_t, kParameterSize>;
 
-    /// A chip that runs at baud and takes storedBaud at its next restart.
+    /// A chip that runs at baud, and at storedBaud after its next restart; bits per second.
     Ch9329(Computer &computer, int baud, int storedBaud);
 
     int baud() override;
@@ -29,33 +29,34 @@ class Ch9329 : public HidChip {
     int storedBaud() const;
     Parameters parameters() const;
 
-    /// Power off and on: what was stored acts, unless the chip forgets it with its power.
+    /// Power off and on: stored parameters take effect, unless the chip forgets them.
     void powerCycle() override;
     void plug() override;
     void unplug() override;
 
-    // Faults, each until it is taken back.
+    // Faults; each lasts until it is switched off.
     void silence(bool on) override;
     void answerLate(Clock::duration delay);                       ///< before every answer
     void splitAnswers(std::size_t bytes, Clock::duration pause);  ///< after so many bytes; 0: whole
-    void spoilAnswers(bool on);                                   ///< wrong sums
+    void spoilAnswers(bool on);                                   ///< wrong checksums
     void forgetOnPowerLoss(bool on);  ///< as some boards were seen to do
-    /// Each of these happens by chance: a frame or an answer does not arrive, a sum is spoiled on
-    /// its way in.
+    /// By chance a frame or an answer does not arrive, or the checksum of a frame is spoiled on its
+    /// way to the chip.
     void lose(const Losses &losses);
-    /// A packet ends at a gap, as the vendor has it; frames without one between them are one
-    /// packet, of which the first is read. Else frames are told apart by their length.
+    /// On: of the frames in one call of receive() only the first is read, because the vendor says
+    /// that a packet ends at a gap. Off: frames are told apart by their length.
     void strictPackets(bool on);
 
     struct Counters {
-        unsigned frames = 0;  ///< whole and right
+        unsigned frames = 0;  ///< complete, with the right checksum
         unsigned wrongSums = 0;
         unsigned refused = 0;  ///< unknown command or wrong parameters
-        unsigned skipped = 0;  ///< bytes outside of frames
+        unsigned skipped = 0;  ///< bytes of cut frames and outside of frames
     };
     Counters counters() const;
 
-    /// Calls back with every right frame and the time of its last byte, from the line's thread.
+    /// Calls back with every right frame and the time of its last byte, from the line's thread. The
+    /// callback must not call the chip.
     void onFrame(std::function<void(const Bytes &, Clock::time_point)> callback);
 
   private:

@@ -17,9 +17,9 @@ Ch9350::Ch9350(Computer &computer) : computer_(computer) {
     computer_.attach();
 }
 
-// Of the frame that pending_ begins with; 0 when none begins there.
+// Size of the frame that pending_ begins with; 0 when none begins there.
 std::size_t Ch9350::frameSize() const {
-    constexpr std::uint8_t kStatus = 0x12;  // which it only sends
+    constexpr std::uint8_t kStatus = 0x12;  // the chip only sends this one
     if (pending_[0] != 0x57 || pending_[1] != 0xAB || pending_[2] == kStatus) return 0;
     return ch9350FrameSize(pending_[2]);
 }
@@ -51,7 +51,7 @@ void Ch9350::handleFrame(SerialLine &line) {
             if (state_ == 2)
                 computer_.relativeReport(data[0], signedAt(1), signedAt(2), signedAt(3));
             break;
-        case 0x04:  // positions of 10 bits here, of 12 at the computer
+        case 0x04:  // positions have 10 bits here, 12 bits at the computer
             if (state_ == 3)
                 computer_.absoluteReport(data[1], (data[2] | data[3] << 8) * 4,
                                          (data[4] | data[5] << 8) * 4, signedAt(6));
@@ -66,7 +66,7 @@ void Ch9350::handleFrame(SerialLine &line) {
 }
 
 Bytes Ch9350::status() const {
-    // A computer that is not there has said nothing of its LEDs.
+    // Without a computer the LEDs are not known.
     const std::uint8_t leds = plugged_ ? computer_.state().leds : std::uint8_t{0xFF};
     const std::uint8_t link = plugged_ ? 0x07 : 0x04;
     return {0x57, 0xAB, 0x12, 0, 0, 0, 0, leds, link, 0xAC, 0x20};

@@ -1,5 +1,5 @@
 // A CH9350 as the chip beside the computer, in its states 2 (boot keyboard, relative mouse) and 3
-// (boot keyboard, absolute mouse): records in raw, status frames out.
+// (boot keyboard, absolute mouse). It takes records as consoles send them, and sends status frames.
 #pragma once
 
 #include <mutex>
@@ -10,7 +10,7 @@
 
 namespace sim {
 
-/// Acknowledges nothing. It listens at 115200, as its pins are strapped, and starts in state 3.
+/// Acknowledges nothing. Its pins select 115200 bits per second, and it starts in state 3.
 class Ch9350 : public HidChip {
   public:
     explicit Ch9350(Computer &computer);
@@ -27,7 +27,7 @@ class Ch9350 : public HidChip {
     void silence(bool on) override;
     /// Sends a status frame every second unasked, as real ones do.
     void chatter(bool on);
-    /// Frames are lost on their way in.
+    /// By chance a frame does not arrive.
     void lose(const Losses &losses);
 
   private:

@@ -10,7 +10,7 @@
 namespace sim {
 namespace {
 
-constexpr std::size_t kHeadSize = 5, kLargestData = 64;  // of a CH9329's
+constexpr std::size_t kHeadSize = 5, kLargestData = 64;  // of a CH9329 frame
 constexpr std::uint8_t kGoodAnswer = 0x80, kBadAnswer = 0xC0;
 
 struct Raw {
@@ -129,7 +129,7 @@ std::size_t ch9350FrameSize(std::uint8_t code) {
     return 0;
 }
 
-// Of what pending_ begins with; 0 while bytes are missing.
+// Size of the frame, or of the other bytes, that pending_ begins with; 0 while bytes are missing.
 std::size_t FrameSplitter::completeSize() const {
     const auto begins = [&](std::size_t at) {
         return pending_[at] == 0x57 && (at + 1 == pending_.size() || pending_[at + 1] == 0xAB);
@@ -168,7 +168,7 @@ std::string inWords(const Bytes &frame) {
         frame.size() == ch9350FrameSize(frame[2]))
         return ch9350Words(frame);
     if (std::all_of(frame.begin(), frame.end(), [](std::uint8_t byte) { return byte == 0; }))
-        return "filler";  // the daemon puts two zeroes behind a movement
+        return "filler";  // the daemon sends two zeroes after a movement
     const bool text = std::all_of(frame.begin(), frame.end(),
                                   [](std::uint8_t c) { return isprint(c) || isspace(c); });
     if (!text) return "bytes outside of frames";

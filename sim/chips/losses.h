@@ -1,4 +1,4 @@
-// What gets lost on a bad line or network, by a seed.
+// Chooses what a bad line or network loses; the same seed chooses the same ones.
 #pragma once
 
 #include <random>
@@ -7,10 +7,10 @@ namespace sim {
 
 class Losses {
   public:
-    /// part: of all chances, 0 to 1.
+    /// part: the share of calls of happen() that return true, 0 to 1.
     explicit Losses(double part = 0, unsigned seed = 0) : part_(part), random_(seed) {}
 
-    /// Does it happen to this one?
+    /// True when this frame, datagram, answer or checksum is lost.
     bool happen() { return part_ > 0 && chance_(random_) < part_; }
 
   private:

@@ -10,9 +10,9 @@ namespace sim {
 namespace {
 
 constexpr char kAccepted[] = "(OK)", kError[] = "(ERR)";
-constexpr std::size_t kWhole = 1 << 16;  // of an answer that is not cut
+constexpr std::size_t kWhole = 1 << 16;  // piece size of an answer that is not cut
 
-// "O3" or "L": a kind and, but for single boards, a number.
+// The number in "O3", a kind and a number; 0 for a kind alone ("L"), 100 for anything else.
 unsigned boardOf(const std::string &target) {
     unsigned board = 0;
     for (std::size_t i = 1; i < target.size(); ++i) {
@@ -22,7 +22,7 @@ unsigned boardOf(const std::string &target) {
     return board;
 }
 
-// Nothing for what are no pairs of hexadecimal digits.
+// Empty for a text that is not pairs of hexadecimal digits.
 std::vector<std::uint8_t> bytesOf(const std::string &digits) {
     std::vector<std::uint8_t> bytes;
     if (digits.size() % 2 != 0) return bytes;
@@ -105,7 +105,7 @@ void Microcontroller::receive(SerialLine &line, const std::uint8_t *bytes, std::
 void Microcontroller::carryOut(SerialLine &line) {
     const std::string command = std::exchange(command_, "");
     commands_.push_back(command);
-    if (command == "[reset]") return;  // which has no answer
+    if (command == "[reset]") return;  // it has no answer
     const bool isRecord = command.rfind("(UD", 0) == 0;
     const bool inMood = mood_ != kWell && (moodAfter_ == 0 || (isRecord && --moodAfter_ == 0));
     if (!inMood) {
@@ -134,7 +134,7 @@ std::string Microcontroller::boardList() const {
     return list + ")";
 }
 
-// Commands to the board behind the microcontroller itself go there whatever its list says.
+// A command to a single board (L or B) arrives, whatever the list of boards says.
 bool Microcontroller::reaches(const std::string &target) const {
     if (target.empty()) return false;
     return target[0] == 'L' || target[0] == 'B' || present(boardOf(target));
@@ -154,7 +154,7 @@ std::string Microcontroller::programRecord(const std::string &target, const std:
     return program(board, bytesOf(record));
 }
 
-// Count, three bytes of address, data, and a sum that makes all of it 0xFF.
+// record: byte count, three bytes of address, data, and a checksum that makes the sum 0xFF.
 std::string Microcontroller::program(unsigned board, const std::vector<std::uint8_t> &record) {
     constexpr std::size_t kHead = 4;
     if (record.size() <= kHead || record.size() != record[0] + std::size_t{1}) return kError;

@@ -15,20 +15,20 @@ namespace sim {
 /// Safe to use from any thread.
 class Microcontroller : public SerialDevice {
   public:
-    /// Bytes of a board's flash by address; what is missing is erased.
+    /// Bytes of a board's flash by address; an address that is missing is erased.
     using Memory = std::map<std::uint32_t, std::uint8_t>;
 
     Microcontroller(unsigned boards, int baud) : boards_(boards), baud_(baud) {}
 
-    /// What it answers from its next command on, or from the after-th record on.
+    /// How it answers from the next command on; with after, from the after-th record on.
     enum Mood {
         kWell,
         kRefuses,  ///< "(ERR)"
         kSilent,   ///< nothing
-        kBabbles,  ///< more text than anybody reads, without ")"
+        kBabbles,  ///< 5001 bytes of text without ")"
     };
     void setMood(Mood mood, unsigned after = 0);
-    /// Cuts answers to records into pieces of this size, pause apart.
+    /// Cuts answers to records into pieces of size bytes, with pause between them.
     void splitAnswers(std::size_t size, Clock::duration pause);
     void setAbsent(const std::set<unsigned> &boards);
 
@@ -36,7 +36,7 @@ class Microcontroller : public SerialDevice {
     bool erased(unsigned board) const;
     /// A line for every board that was erased: what it holds now.
     std::vector<std::string> describe() const;
-    /// Everything that it was sent, "(...)" and "[...]" one by one.
+    /// Every command that it received, "(...)" or "[...]", in order.
     std::vector<std::string> commands() const;
 
     int baud() override { return baud_; }

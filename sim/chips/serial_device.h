@@ -1,4 +1,4 @@
-// What sits at the far end of a serial line, and the line as it sees it.
+// The device at the far end of a serial line, and the line as the device sees it.
 #pragma once
 
 #include <chrono>
@@ -14,8 +14,8 @@ using Bytes = std::vector<std::uint8_t>;
 class SerialLine {
   public:
     virtual ~SerialLine() = default;
-    /// Sends bytes to the host at baud bits per second, delay after what was sent before has
-    /// left. The host gets nothing of them when its port runs at another speed then.
+    /// Sends bytes to the host at baud bits per second, delay after the end of what was sent
+    /// before. The host gets none of them if its port has another speed when they arrive.
     virtual void send(const Bytes &bytes, int baud, Clock::duration delay) = 0;
     /// Longest pause that this line may add between two bytes that the host wrote together.
     virtual Clock::duration jitter() const = 0;
@@ -33,12 +33,12 @@ struct Traffic {
 class SerialDevice {
   public:
     virtual ~SerialDevice() = default;
-    /// Speed it listens at, bits per second; what comes at another speed never reaches it.
+    /// Speed of the device, bits per second; bytes at another speed never reach it.
     virtual int baud() = 0;
     virtual void receive(SerialLine &line, const std::uint8_t *bytes, std::size_t count,
                          Clock::time_point at) = 0;
 
-    /// When it wants to speak unasked; then run is called.
+    /// When run() has to be called, for a device that sends unasked; run() may be called before.
     virtual Clock::time_point due() { return Clock::time_point::max(); }
     virtual void run(SerialLine &, Clock::time_point) {}
 };
@@ -49,7 +49,7 @@ class HidChip : public SerialDevice {
     virtual void powerCycle() = 0;
     virtual void plug() = 0;
     virtual void unplug() = 0;
-    /// Takes everything, answers nothing.
+    /// On: takes everything and answers nothing.
     virtual void silence(bool on) = 0;
 };
 

@@ -23,7 +23,7 @@ constexpr std::size_t kLongestText = 4096;
     throw std::runtime_error(what + ": " + strerror(errno));
 }
 
-// The abstract address of a user's board; its length goes to size.
+// The abstract address of a board of this user; its length goes to size.
 sockaddr_un addressOf(const std::string &name, socklen_t &size) {
     const std::string text = "quillon-board/" + std::to_string(getuid()) + "/" + name;
     sockaddr_un address{};
@@ -40,8 +40,8 @@ int openSocket() {
     return fd;
 }
 
-// Anybody can take an abstract name. A socket's peer has the credentials of who listens there, or
-// of who connected.
+// Anybody can take an abstract name. The peer's credentials are those of the process that listens
+// there, or that connected.
 bool isOwn(int fd) {
     ucred peer{};
     socklen_t size = sizeof peer;
@@ -53,8 +53,8 @@ bool isOwn(int fd) {
                              "; --name gives this one another");
 }
 
-// A connection to a board of this user. Waits a while for one that has many others to serve, which
-// anybody can see to; never for an answer of somebody else.
+// Connects to a board of this user. Waits a while when its queue is full, which any user can cause,
+// but never for an answer of another user.
 int connectTo(const std::string &name) {
     constexpr std::chrono::milliseconds kPatience(5000), kAgain(10);
     const auto end = std::chrono::steady_clock::now() + kPatience;
@@ -75,7 +75,7 @@ int connectTo(const std::string &name) {
         close(fd);
         tellImpostor(name);
     }
-    fcntl(fd, F_SETFL, 0);  // from here on there is somebody to wait for
+    fcntl(fd, F_SETFL, 0);  // from here on waiting is safe
     return fd;
 }
 
@@ -91,7 +91,7 @@ int listenForControl(const std::string &name) {
     close(fd);
     errno = error;
     if (error != EADDRINUSE) fail("cannot listen for control");
-    close(connectTo(name));  // throws for another user's
+    close(connectTo(name));  // throws when it is another user's
     throw std::runtime_error("a board named " + name +
                              " runs already; --name gives this one another");
 }
@@ -99,7 +99,7 @@ int listenForControl(const std::string &name) {
 void serveControl(int listening, const std::function<std::string(const std::string &)> &answer) {
     const int client = accept4(listening, nullptr, nullptr, SOCK_CLOEXEC);
     if (client < 0) return;
-    if (!isOwn(client)) {  // before any wait: strangers must not hold others up
+    if (!isOwn(client)) {  // before any wait: other users must not delay this one
         close(client);
         return;
     }
@@ -117,7 +117,7 @@ void serveControl(int listening, const std::function<std::string(const std::stri
 std::string askBoard(const std::string &name, const std::string &request, pid_t *answerer) {
     const int fd = connectTo(name);
     const int on = 1;
-    const timeval patience{10, 0};  // with one that is stopped
+    const timeval patience{10, 0};  // the board may be stopped
     setsockopt(fd, SOL_SOCKET, SO_PASSCRED, &on, sizeof on);
     setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
     send(fd, request.data(), request.size(), MSG_NOSIGNAL);

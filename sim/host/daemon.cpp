@@ -29,7 +29,7 @@ Daemon::Daemon(Setup setup) : setup_(std::move(setup)) {
     const int null = setup_.input < 0 ? open("/dev/null", O_RDONLY | O_CLOEXEC) : -1;
     Launch what;
     what.arguments = {setup_.program};
-    // A sanitizer's runtime in the daemon accepts libraries before it.
+    // The option makes AddressSanitizer accept a library that is loaded before its runtime.
     what.environment = setup_.environment;
     if (!setup_.preload.empty())
         what.environment.insert(what.environment.end(), {"LD_PRELOAD=" + setup_.preload,

@@ -19,13 +19,13 @@ class Daemon {
   public:
     struct Setup {
         std::string program;
-        std::string preload;                              ///< library to put under it; empty: none
-        std::vector<std::string> environment;             ///< NAME=VALUE, on top of the caller's
-        std::string directory;                            ///< where its settings lie
+        std::string preload;                              ///< library for LD_PRELOAD; empty: none
+        std::vector<std::string> environment;             ///< NAME=VALUE, plus the inherited ones
+        std::string directory;                            ///< working directory, with its settings
         int input = -1;                                   ///< its standard input; -1: /dev/null
         std::string logFile;                              ///< appended to; empty: none
         std::function<void(const std::string &)> onLine;  ///< from the log's thread; may be empty
-        /// From the log's thread, once: why not all of the log is in its file; may be empty.
+        /// Called once, from the log's thread: why the log file is not complete; may be empty.
         std::function<void(const std::string &)> onTrouble;
     };
 
@@ -38,20 +38,20 @@ class Daemon {
 
     pid_t pid() const { return pid_; }
 
-    /// Asks it to end with sig, waits for patience, and kills it then. Its exit status, or 128 and
-    /// the signal that ended it.
+    /// Sends sig, waits at most patience for its end, and then kills it. Returns its exit status,
+    /// or 128 plus the signal that ended it.
     int stop(int sig, std::chrono::milliseconds patience);
-    /// As a power cut: nothing of it goes on.
+    /// Ends it at once, as a power cut does.
     void kill();
-    /// Its exit status as stop's once it has ended by itself.
+    /// Its exit status, as stop() returns it; none while it runs.
     std::optional<int> ended();
 
-    /// Waits until nothing more can come into the log of a daemon that ended.
+    /// Waits until the log of a daemon that ended is complete, at most timeout.
     void awaitLogEnd(std::chrono::milliseconds timeout) const;
     /// What it printed, standard output and error: the last 100,000 lines.
     std::vector<std::string> log() const;
-    /// Waits for a line that holds text, from line number first on; its number, or none in time.
-    /// Lines are numbered from its start.
+    /// Waits for a line that holds text, from line number first on; its number, none after timeout.
+    /// Line 0 is the first one that the daemon printed.
     std::optional<std::size_t> waitForLine(const std::string &text,
                                            std::chrono::milliseconds timeout,
                                            std::size_t first = 0) const;
@@ -69,7 +69,7 @@ class Daemon {
     mutable std::mutex mutex_;
     mutable std::condition_variable changed_;
     std::deque<std::string> log_;
-    std::size_t dropped_ = 0;  ///< lines that were before those in log_
+    std::size_t dropped_ = 0;  ///< lines before those in log_
     bool logEnded_ = false;
     std::thread reader_;
 };

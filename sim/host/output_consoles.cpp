@@ -19,7 +19,7 @@ namespace {
 
 int listenAt(const std::string &address) {
     const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    const int on = 1;  // a person may run a console of his own at this address
+    const int on = 1;  // a person may run a console at this address too
     setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     sockaddr_in local{};
     local.sin_family = AF_INET;

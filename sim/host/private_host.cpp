@@ -59,7 +59,7 @@ void bindFile(const std::string &path) {
 }
 
 void bindTopLevel() {
-    // The rest is made new below; a PC that has /version or /data keeps its own to itself.
+    // These are made new: the PC's own /version and /data stay out of reach.
     const std::set<std::string> made{".", "..", "dev", "proc", "version", "data"};
     DIR *root = opendir(kOldRoot.c_str());
     require(root != nullptr, "read the root folder");
@@ -157,7 +157,7 @@ void passOn(int sig) {
     kill(child, sig);
 }
 
-// Waits for the child, to which signals go meanwhile, and takes in orphans.
+// Waits for the child, passes signals on to it, and reaps orphans.
 int awaitChild() {
     struct sigaction pass {};
     pass.sa_handler = passOn;
@@ -177,9 +177,9 @@ pid_t forkOrThrow() {
     return pid;
 }
 
-// Three processes: one that makes the namespaces, so that the caller stays where it is; the first
-// one in them, whose end ends all the others; and the body, from which the kernel would keep
-// signals and tracers away if it were the first. Each dies with the one before it.
+// Three processes: one that makes the namespaces, so that the caller keeps its own; the first one
+// in them, whose end ends all the others there; and body, which as the first one would not get the
+// usual signals and could not be traced. Each dies with the one before it.
 
 [[noreturn]] void runFirst(const std::function<int()> &body) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -212,7 +212,7 @@ pid_t forkOrThrow() {
 }  // namespace
 
 void putToolsInPath() {
-    // Without a path nothing is put between the colons: that would be the current folder.
+    // Without a PATH there must be no empty entry, which would mean the current folder.
     const char *path = getenv("PATH");
     const std::string own = path != nullptr && *path != '\0' ? std::string(":") + path : "";
     setenv("PATH", (kToolDir + own + ":/usr/sbin:/usr/bin:/sbin:/bin").c_str(), 1);

@@ -12,7 +12,8 @@
 namespace sim {
 namespace {
 
-// The merged environment as execvpe takes it; made before the fork, which may have threads around.
+// The merged environment for execvpe(). Made before the fork: beside other threads, the child must
+// not allocate memory.
 class Environment {
   public:
     explicit Environment(const std::vector<std::string> &additions) {
@@ -39,7 +40,7 @@ void toDescriptor(int from, int to) {
     if (from >= 0) dup2(from, to);
 }
 
-// Between fork and exec: calls that are safe beside other threads only.
+// Runs between fork and exec, so it makes only calls that are safe beside other threads.
 [[noreturn]] void become(const Launch &what, char *const *arguments, char **environment,
                          int report) {
     if (what.ownSession) setsid();

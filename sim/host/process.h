@@ -10,9 +10,9 @@ namespace sim {
 
 struct Launch {
     std::vector<std::string> arguments;       ///< the program first, looked up in PATH
-    std::vector<std::string> environment;     ///< NAME=VALUE, on top of the caller's
-    std::string directory;                    ///< empty: the caller's
-    int input = -1, output = -1, error = -1;  ///< -1: the caller's
+    std::vector<std::string> environment;     ///< NAME=VALUE, plus the inherited ones
+    std::string directory;                    ///< empty: inherited
+    int input = -1, output = -1, error = -1;  ///< -1: inherited
     bool ownSession = false;                  ///< out of reach of the terminal and its Ctrl-C
 };
 
@@ -20,11 +20,11 @@ struct Launch {
 /// Throws std::runtime_error when it cannot be started.
 pid_t launch(const Launch &what);
 
-/// Waits for a child: its exit status, or 128 and the signal that ended it.
+/// Waits for a child; its exit status, or 128 plus the signal that ended it.
 int awaitExit(pid_t pid);
 
-/// Runs a tool to its end with input on its standard input. Throws std::runtime_error, with what
-/// it said, when it fails.
+/// Runs a tool to its end with input on its standard input. Throws std::runtime_error, with its
+/// output, when it fails.
 void runTool(const std::vector<std::string> &arguments, const std::string &input);
 
 }  // namespace sim

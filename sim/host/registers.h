@@ -17,8 +17,8 @@ class Registers {
     std::uint32_t get(std::uint32_t address) const;
     void set(std::uint32_t address, std::uint32_t value);
 
-    /// True when /dev/mem, as a process started now would open it, is this very file: the daemon
-    /// must never be let loose on the memory of a PC.
+    /// True when /dev/mem, as a process started now would open it, is this file: the daemon must
+    /// never write to the memory of a PC.
     bool shadowDevMem() const;
 
   private:

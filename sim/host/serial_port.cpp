@@ -47,7 +47,7 @@ int toNumber(speed_t flag) {
     }
 }
 
-// No echo, no translation: until the host sets its own, nothing of it must come back.
+// No echo and no translation, so that nothing comes back before the host sets its own options.
 void makeRaw(int fd) {
     termios options{};
     require(tcgetattr(fd, &options) == 0, "tcgetattr");
@@ -71,7 +71,7 @@ SerialPort::SerialPort(const char *path, bool paced, Tap tap)
     require(keeper_ >= 0, "open " + slave);
     makeRaw(keeper_);
 
-    umount2(path, MNT_DETACH);  // an earlier board's
+    umount2(path, MNT_DETACH);  // of an earlier board
     const int target = open(path, O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
     require(target >= 0, path);
     close(target);
@@ -89,7 +89,7 @@ int SerialPort::hostBaud() const {
 }
 
 Clock::duration SerialPort::jitter() const {
-    // Without pacing, time is the PC's, which may run somebody else for a while.
+    // Without pacing the times are the PC's, which may run other processes in between.
     return paced_ ? Clock::duration::zero() : std::chrono::milliseconds(100);
 }
 
@@ -143,12 +143,12 @@ void SerialPort::handToDevice(const Chunk &chunk) {
 void SerialPort::handToHost(const Chunk &chunk) {
     tap_(false, chunk.bytes);
     if (!open_ || hostBaud() != chunk.baud) return;
-    // What does not fit is lost, as a UART loses it that nobody reads.
+    // What does not fit is lost, as in a UART that nobody reads.
     [[maybe_unused]] const ssize_t n = write(master_, chunk.bytes.data(), chunk.bytes.size());
 }
 
 void SerialPort::send(const Bytes &bytes, int baud, Clock::duration delay) {
-    // It answers when the last bit has passed, not when this thread came to know of it.
+    // The device answers when the last bit has passed, not when this thread noticed it.
     answerFree_ = std::max(answerFree_, paced_ ? deviceTime_ : Clock::now()) + delay;
     if (!paced_) {
         toHost_.push_back({answerFree_, bytes, baud});
@@ -171,7 +171,7 @@ void SerialPort::hostClosed() {
 
 void SerialPort::powerCut() {
     tcflush(keeper_, TCIOFLUSH);
-    takeFromHost(Clock::now());  // the flush spares what waits to be read here
+    takeFromHost(Clock::now());  // the flush leaves what this end has not read
     toDevice_.clear();
     toHost_.clear();
     wireFree_ = answerFree_ = {};

@@ -1,5 +1,5 @@
-// One serial port: a pseudo-terminal, and the wire to the device behind it. One thread at a time,
-// but for what is said to be safe without that.
+// One serial port: a pseudo-terminal, and the wire to the device behind it. For one thread at a
+// time, except where it is said to be safe.
 #pragma once
 
 #include <atomic>
@@ -14,28 +14,28 @@ class SerialPort : public SerialLine {
   public:
     using Tap = std::function<void(bool toDevice, const Bytes &)>;
 
-    /// Makes the pseudo-terminal and shows it at path on the private host. The tap hears what
-    /// passes, from the caller of run.
+    /// Makes the pseudo-terminal and mounts it at path on the private host. run() calls tap with
+    /// all bytes that pass. Throws std::runtime_error when the system refuses.
     SerialPort(const char *path, bool paced, Tap tap);
     ~SerialPort() override;
     SerialPort(const SerialPort &) = delete;
     SerialPort &operator=(const SerialPort &) = delete;
 
-    void attach(SerialDevice &device) { device_ = &device; }  ///< safe at any time
-    int hostBaud() const;                                     ///< safe at any time
+    void attach(SerialDevice &device) { device_ = &device; }  ///< safe from any thread
+    int hostBaud() const;                                     ///< safe from any thread
 
-    /// To poll for input.
+    /// The descriptor to poll for input.
     int descriptor() const { return master_; }
-    /// Takes what the host wrote, and moves on what is due in both directions.
+    /// Takes what the host wrote, and delivers what is due in both directions.
     void run(Clock::time_point now);
-    /// When run has to be called next, without input.
+    /// When run() has to be called at the latest if no input comes.
     Clock::time_point due() const;
-    /// True when the wire has taken everything that the host wrote.
+    /// True when the wire has carried everything that the host wrote.
     bool drained() const { return toDevice_.empty(); }
 
     void hostOpened() { open_ = true; }
     void hostClosed();
-    /// Loses what is on its way, also what the host wrote and did not read.
+    /// Loses what is on the wire, and what waits in the pseudo-terminal.
     void powerCut();
 
     void send(const Bytes &bytes, int baud, Clock::duration delay) override;
@@ -55,11 +55,11 @@ class SerialPort : public SerialLine {
     int master_ = -1, keeper_ = -1;
     const bool paced_;
     const Tap tap_;
-    bool open_ = true;  // until the host says otherwise: not every host has the preload library
+    bool open_ = true;  // also for a host without the preload library, which reports nothing
     std::atomic<SerialDevice *> device_{nullptr};
     std::deque<Chunk> toDevice_, toHost_;
     Clock::time_point wireFree_{}, answerFree_{};
-    Clock::time_point deviceTime_{};  ///< of what the device hears or does just now
+    Clock::time_point deviceTime_{};  ///< of what the device receives or does now
 };
 
 }  // namespace sim

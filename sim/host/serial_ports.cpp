@@ -85,8 +85,8 @@ void SerialPorts::serveUartEvents(int client) {
     if (n == sizeof event && event.port < kCount) {
         SerialPort &port = *ports_[event.port];
         port.run(Clock::now());
-        // What has to wait for the wire stays unread, and is looked at again when it moves on. An
-        // open waits, too: a process that was killed in its close may be waiting before it.
+        // An event that has to wait for the wire stays unread and is looked at again later. An open
+        // waits too, because the close of a process that was killed may still wait before it.
         finished = port.drained();
         if (event.kind == UartEvent::kOpened && finished) port.hostOpened();
         if (event.kind == UartEvent::kClosing && finished) port.hostClosed();
@@ -99,7 +99,7 @@ void SerialPorts::serveUartEvents(int client) {
 }
 
 void SerialPorts::serve() {
-    // A wire knows no slack of 50 us, which would come on top of every byte's time.
+    // Without this the system may add 50 us to each wait, and so to the time of every byte.
     prctl(PR_SET_TIMERSLACK, 1);
     std::unique_lock<std::mutex> lock(wires_);
     for (;;) {
@@ -110,7 +110,7 @@ void SerialPorts::serve() {
             due = std::min(due, port->due());
         }
         const bool idle = due == Clock::time_point::max();
-        // A drain that waits for the wire is readable all the time; the wire wakes us for it.
+        // A drain that waits stays readable, so it is not polled; the wire's due time wakes us.
         const bool draining = std::any_of(ports_.begin(), ports_.end(),
                                           [](const auto &port) { return !port->drained(); });
         for (const int client : clients_)

@@ -1,8 +1,8 @@
 // The board's serial ports /dev/ttyAMA0 to 3: pseudo-terminals, with wires behind them.
 //
-// A pseudo-terminal has no speed. Paced wires take their time, 10 bits for each byte, and answers
-// come as a UART's FIFO hands them over: 16 bytes at a time, a short answer whole. On others bytes
-// arrive at once. Either way they only arrive while both ends agree on the speed.
+// A pseudo-terminal has no speed. On paced wires a byte takes the time of 10 bits, and answers
+// arrive as from a UART's FIFO: up to 16 bytes at once. On other wires bytes arrive immediately. On
+// both they arrive only while both ends have the same speed.
 #pragma once
 
 #include <array>
@@ -29,23 +29,23 @@ class SerialPorts {
     SerialPorts(const SerialPorts &) = delete;
     SerialPorts &operator=(const SerialPorts &) = delete;
 
-    /// Wires a device to a port; the caller keeps it, and keeps it longer than this object.
+    /// Wires a device to a port. The device must outlive this object.
     void attach(int port, SerialDevice &device);
 
-    /// Calls back with everything that passes, from the ports' thread; null: no more.
+    /// Calls back with all bytes that pass, from the ports' thread; null ends that.
     void onTraffic(std::function<void(const Traffic &)> callback);
 
-    /// Loses what is on the wires, either way, as when the power fails.
+    /// Loses what is on the wires, in both directions, as when the power fails.
     void powerCut();
 
-    /// Speed that the host has set, bits per second.
+    /// Speed that the host has set, bits per second; 0 for one that the daemon does not know.
     int hostBaud(int port) const;
 
   private:
     void serve();
     void serveUartEvents(int client);
 
-    std::mutex wires_;  ///< for ports_, but what is safe there without
+    std::mutex wires_;  ///< for ports_, except what is safe from any thread
     std::array<std::unique_ptr<SerialPort>, kCount> ports_;
     std::mutex mutex_;  ///< for callback_
     std::function<void(const Traffic &)> callback_;

@@ -1,5 +1,5 @@
-// What the preload library tells the simulator of a serial port, over a socket at kUartSocket. It
-// waits for the answer, one byte, which comes when the wire has taken all that was written.
+// What the preload library tells the simulator about a serial port, over the socket kUartSocket. It
+// waits for one byte as the answer, which comes when the wire has carried all that was written.
 #pragma once
 
 namespace sim {

@@ -1,8 +1,8 @@
 // Preloaded into the daemon on a simulated board: makes a pseudo-terminal behave like a UART where
-// the daemon can tell. Closing a UART, or flushing it before a change of speed, lets what was
-// written leave at the old speed; a pseudo-terminal would throw it away or hand it over at the
-// new one. And a UART that is closed receives nothing. Beside that it stands in for the one netlink
-// protocol of the board's kernel, and for a network that loses datagrams.
+// the daemon can notice it. When a UART is closed, or flushed before a change of speed, what was
+// written leaves at the old speed; a pseudo-terminal would discard it or deliver it at the new one.
+// A UART that is closed receives nothing. The library also stands in for the one netlink protocol
+// of the board's kernel, and for a network that loses datagrams.
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -86,7 +86,7 @@ sim::Losses lossesAskedFor() {
     return sim::Losses(part, seed);
 }
 
-// The data server waits in its receive call; who waits in select must find what select saw.
+// Only the data server loses datagrams: a thread must find the datagram that select() reported.
 bool isDataServer(int fd) {
     constexpr int kFirstOther = 41301, kLastOther = 41304;
     sockaddr_in own{};
@@ -134,7 +134,7 @@ ssize_t recvfrom(int fd, void *buffer, size_t size, int flags, sockaddr *from, s
     for (;;) {
         const ssize_t n = call(fd, buffer, size, flags, from, length);
         if (n < 0 || !losses.happen() || !isDataServer(fd)) return n;
-        memset(buffer, 0, static_cast<size_t>(n));  // callers clear it before, and rely on that
+        memset(buffer, 0, static_cast<size_t>(n));  // the daemon relies on a clear buffer
     }
 }
 

@@ -47,7 +47,7 @@ void VideoSource::tell() {
         const int frequency = width_ != 0 ? 60 : 0;
         Notification message{
             {sizeof message, NLMSG_DONE, 0, 0, 0}, width_, height_, frequency, 0, 0, 48000};
-        // Refused while nobody has joined the group.
+        // The system refuses it while nobody has joined the group.
         sendto(fd, &message, sizeof message, 0, reinterpret_cast<sockaddr *>(&group), sizeof group);
         changed_.wait_for(lock, kPeriod, [&] { return ending_; });
     }

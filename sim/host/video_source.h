@@ -1,4 +1,4 @@
-// The video input's driver: tells the size of the picture to a netlink group, every 2 s.
+// The video input's driver: sends the size of the picture to a netlink group every 2 s.
 #pragma once
 
 #include <condition_variable>
@@ -7,8 +7,8 @@
 
 namespace sim {
 
-/// A PC's kernel has no protocol for it; the messages go over the one for user space, to which the
-/// preload library takes the daemon.
+/// A PC's kernel lacks the driver's protocol. The messages use the one for user space instead, and
+/// the preload library makes the daemon use that too.
 class VideoSource {
   public:
     VideoSource();
@@ -16,7 +16,7 @@ class VideoSource {
     VideoSource(const VideoSource &) = delete;
     VideoSource &operator=(const VideoSource &) = delete;
 
-    /// What it tells from now on; 0 x 0 for no signal.
+    /// Sets the size in the messages from now on, in pixels; 0 x 0 for no signal.
     void setSize(int width, int height);
 
   private:

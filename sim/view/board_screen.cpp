@@ -16,7 +16,7 @@ constexpr std::chrono::seconds kSecond(1), kPatience(2);
 using quillon::bar, quillon::put, quillon::kGreen, quillon::kNoColour, quillon::kRed,
     quillon::kYellow;
 
-constexpr std::size_t kKept = 200;  // lines and frames
+constexpr std::size_t kKept = 200;  // lines of the log, and frames
 constexpr int kPictureRows = 8, kPictureColumns = 30;
 constexpr int kTextColumn = kPictureColumns + 4;
 constexpr int kControlRow = kPictureRows + 3;
@@ -81,7 +81,7 @@ void BoardScreen::takeLog(const std::string &line) {
 // ---- what a person does
 
 bool BoardScreen::typed(const std::string &bytes) {
-    if (bytes.size() > 1 && bytes[0] == '\x1b') return true;  // keys that mean nothing here
+    if (bytes.size() > 1 && bytes[0] == '\x1b') return true;  // a key without a meaning here
     bool stays = true;
     for (const char key : bytes) {
         if (request_)
@@ -143,7 +143,7 @@ void BoardScreen::request(const std::string &text) {
     std::replace(said_.begin(), said_.end(), '\n', ' ');
 }
 
-// ---- who controls it
+// ---- who holds control
 
 void BoardScreen::askWhoControls() {
     const auto now = Clock::now();
@@ -224,7 +224,7 @@ void BoardScreen::drawComputer(const Computer::State &state) const {
 }
 
 void BoardScreen::drawControl() {
-    // Caught while it is written, the file says less.
+    // The daemon may be writing the file now, and then it is not complete.
     const auto read = quillon::parseSettings(board_.settings());
     if (read.count("per_enable") != 0) settings_ = read;
     quillon::Colour colour = kNoColour;
@@ -254,7 +254,7 @@ void BoardScreen::drawFrames(int row, int rows) {
         const bool bad = words.rfind("refused", 0) == 0 || words.rfind("bytes", 0) == 0;
         put(++row, 0, frame.time + (frame.toDevice ? " > " : " < ") + words, A_NORMAL,
             bad ? kRed : kNoColour);
-        // The meaning comes before the bytes where a screen is narrow.
+        // On a narrow screen the words are more important than the bytes.
         const int behind = 16 + static_cast<int>(words.size());
         put(row, std::max({36, COLS - 44, behind}), " " + inHex(frame.bytes, kBytes), A_DIM);
     }
@@ -286,7 +286,7 @@ void BoardScreen::show() {
     drawPicture(state);
     drawComputer(state);
     drawControl();
-    // Two thirds of what is left for the line, the rest for the log, and a row for answers.
+    // A row for answers; of the rest three fifths for the line and two fifths for the log.
     const int first = kControlRow + 1, rows = LINES - 2 - first;
     const int frames = std::max(2, rows * 3 / 5);
     drawFrames(first, frames);

@@ -1,4 +1,4 @@
-// A board live on a terminal: its computer, who controls it, its serial line, its daemon's log.
+// A board live on a terminal: its computer, who holds control, its serial line, its daemon's log.
 #pragma once
 
 #include <deque>
@@ -13,7 +13,7 @@
 
 namespace sim {
 
-/// Needs a Terminal. take and takeLog may be called from any thread.
+/// Needs a Terminal. take() and takeLog() may be called from any thread, the rest from one.
 class BoardScreen {
   public:
     explicit BoardScreen(Board &board);
@@ -23,7 +23,7 @@ class BoardScreen {
 
     /// Keys that a person pressed; false when one of them ends the board.
     bool typed(const std::string &bytes);
-    /// Asks what is to be asked, and draws.
+    /// Draws the board, and asks who holds control when that may have changed. Waits for nothing.
     void show();
 
   private:
@@ -52,8 +52,8 @@ class BoardScreen {
     std::optional<quillon::Settings> settings_;
     Clock::time_point asked_{};
     bool silent_ = false, signal_ = true;
-    std::optional<std::string> request_;  ///< that is being typed
-    std::string said_;                    ///< what the last request answered
+    std::optional<std::string> request_;  ///< the request that is being typed
+    std::string said_;                    ///< the answer to the last request
 
     std::mutex mutex_;  ///< for what follows
     FrameSplitter splitters_[2];

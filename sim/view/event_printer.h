@@ -1,4 +1,4 @@
-// Prints what reaches the computer, one line for each thing.
+// Prints what reaches the computer, one line for each event.
 #pragma once
 
 #include <condition_variable>
@@ -10,8 +10,8 @@
 
 namespace sim {
 
-/// Gathers typed characters to a line until Enter, another kind of event, or half a second
-/// without one.
+/// Gathers typed characters into a line until Enter, another kind of event, or half a second
+/// without a character.
 class EventPrinter {
   public:
     explicit EventPrinter(Computer &computer);

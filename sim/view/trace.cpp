@@ -97,7 +97,7 @@ bool isDatagram(const std::uint8_t *bytes, ssize_t size) {
     return size >= kHeads && bytes[12] == 0x08 && bytes[13] == 0x00 && bytes[23] == IPPROTO_UDP;
 }
 
-// All that the private host sends is for itself or for a group: seen once, as it leaves.
+// All datagrams stay on the private host: each is taken once, as it leaves.
 int openCapture() {
     const int fd = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ETH_P_ALL));
     if (fd < 0)
@@ -160,7 +160,7 @@ void Trace::write(unsigned interface, std::uint32_t direction, const std::uint8_
     block.addPadded(bytes, size);
     block.option(kFlags, &direction, sizeof direction);
     block.option(kEnd, nullptr, 0);
-    // Whoever watches the file, or kills the board, has all.
+    // Flushed, so that the file is complete at any time, even if the board is killed.
     const bool written = writeBlock(file_, block);
     check(fflush(file_) == 0 && written);
 }
@@ -183,7 +183,7 @@ void Trace::capture() {
                                    reinterpret_cast<sockaddr *>(&from), &length);
         if (from.sll_pkttype == PACKET_OUTGOING && isDatagram(bytes, n))
             write(0, kNoDirection, bytes, static_cast<std::size_t>(n));
-        if (n <= 0 && fds[1].revents != 0) return;  // the last ones are written
+        if (n <= 0 && fds[1].revents != 0) return;  // nothing is left to write
     }
 }
 

@@ -1,5 +1,5 @@
-// Everything that a board hears and says, as a pcapng file: its datagrams, and what passes on its
-// serial lines.
+// Writes all that a board receives and sends to a pcapng file: its UDP datagrams, and the bytes on
+// its serial lines.
 #pragma once
 
 #include <cstdio>
@@ -12,22 +12,23 @@
 
 namespace sim {
 
-/// Opens a file to write, or throws std::runtime_error. Before the private host has other paths.
+/// Opens a file to write, or throws std::runtime_error. Call it before runOnPrivateHost, where
+/// paths may differ.
 FILE *openTrace(const std::string &path);
 
-/// Interface 0 is the network (Ethernet), 1 to 4 are /dev/ttyAMA0 to 3: link type USER0, a frame of
-/// the chip, or the bytes between two, in each packet; outbound is what the board sends.
+/// Interface 0 is the network (Ethernet), 1 to 4 are /dev/ttyAMA0 to 3 (link type USER0). There a
+/// packet is a frame, or the bytes between two frames; outbound is what the board sends.
 class Trace {
   public:
-    /// On the private host; throws std::runtime_error when the system refuses.
+    /// Starts to capture, on the private host. Throws std::runtime_error when the system refuses.
     explicit Trace(FILE *file);
     ~Trace();
-    /// Writes what is left and ends; empty, or why not everything is in the file.
+    /// Writes what is left and closes the file; returns why it is not complete, or an empty text.
     std::string finish();
     Trace(const Trace &) = delete;
     Trace &operator=(const Trace &) = delete;
 
-    /// What passed on a serial line; from one thread.
+    /// Adds what passed on a serial line. Call it from one thread.
     void take(const Traffic &traffic);
 
   private:
@@ -39,7 +40,7 @@ class Trace {
     FILE *file_;
     int socket_ = -1, wake_ = -1;
     std::mutex mutex_;
-    std::string trouble_;  ///< of the first write that failed; none is tried after it
+    std::string trouble_;  ///< about the first write that failed; none is tried after it
     FrameSplitter splitters_[SerialPorts::kCount][2];
     std::thread thread_;
 };

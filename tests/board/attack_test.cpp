@@ -1,4 +1,4 @@
-// What strangers try, on the network and on the machine, and what befalls clumsy users.
+// Attacks of strangers, on the network and on the machine, and accidents of users.
 
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -26,7 +26,7 @@ using quillon::DatagramSocket;
 using test::expectHeld, test::holds, test::kBoard, test::kConsole, test::kFast, test::kOther,
     test::kThird, test::Outcome, test::run;
 
-// Clear the screen, set the title, fill the clipboard; once more as a C1 control.
+// Clear the screen, set the title, fill the clipboard, clear the screen with a C1 control.
 constexpr char kEscapes[] = "\x1b[2J\x1b]0;x\x07\x1b]52;c;eA==\x07\x9b\x32J\r\x7f";
 
 // A UDP port of 127.0.0.1 that answers as a test wants, from a thread of its own.
@@ -54,13 +54,13 @@ class Responder {
     std::thread thread_;
 };
 
-// Does something as another user of the machine. False where nobody else can be: a user namespace
-// may know one user. What is opened stays so until the test ends.
+// Does something as another user of the machine. False in a user namespace that has one user only.
+// Descriptors that deed opens stay open until the test ends.
 bool asStranger(const std::function<void()> &deed) {
     bool became = false;
     std::thread([&] {
         constexpr uid_t kNobody = 65534;
-        // The calls themselves change one thread; the library's functions would change them all.
+        // System calls change this thread alone; the library's functions change all threads.
         became = syscall(SYS_setgroups, 0, nullptr) == 0 &&
                  syscall(SYS_setresgid, kNobody, kNobody, kNobody) == 0 &&
                  syscall(SYS_setresuid, kNobody, kNobody, kNobody) == 0;
@@ -204,7 +204,7 @@ TEST(Relay, AnotherUserHearsNothing) {
     sim::makeEth0({"192.168.1.22"});
     run("quillon-console --from 192.168.1.22 watch --refuse >/dev/null 2>/data/said & "
         "until grep -q watching /data/said; do sleep 0.02; done");
-    // Returns when the connection is closed on him.
+    // Returns when the console closes the connection.
     asStranger([] {
         char text[256];
         const int fd = abstractSocket("quillon-watch/0/192.168.1.22", connect);
@@ -273,7 +273,7 @@ TEST_F(Attack, KeysAreLetGoWhenAnEndpointWasGoneForAWhile) {
     ASSERT_TRUE(first);
     EXPECT_EQ(first->text[3], 0x01) << "Ctrl is down";
     data.reset();
-    std::this_thread::sleep_for(600ms);  // two more records find nobody
+    std::this_thread::sleep_for(600ms);  // nobody receives two more records
     data = std::make_unique<DatagramSocket>("127.0.0.1", 8080, "");
     for (int times = 0; times < 2; ++times) {
         const auto release = data->receive(5s);
@@ -293,9 +293,9 @@ TEST_F(Attack, RecordsAreRepeatedAsOftenAsAsked) {
 }
 
 TEST_F(Attack, LogGoesNeitherIntoMemoryNorKeepsTheDaemonAlive) {
-    // Standard output and error closed: the next descriptors are /dev/mem's.
+    // Standard output and error are closed, so /dev/mem would get their descriptors.
     test::writeFile("/data/closed", "#!/bin/sh\nexec " PROGRAM_DIR "/quillon >&- 2>&-\n");
-    // Its reader gone after a line.
+    // The reader of the log ends after one line.
     test::writeFile("/data/unread", "#!/bin/sh\n" PROGRAM_DIR "/quillon | head -n 1\n");
     for (const char *wrapper : {"/data/closed", "/data/unread"}) {
         chmod(wrapper, 0755);

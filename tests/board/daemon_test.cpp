@@ -51,7 +51,7 @@ TEST_F(OnBoard, RewritesAChipThatStores9600AndHasItsPortClosedUntilAPowerCut) {
         EXPECT_EQ(board_->chip().storedBaud(), 115200);
         EXPECT_EQ(board_->chip().baud(), 9600);
         EXPECT_TRUE(test::holds(settings(), "buad_rate=115200\n"));
-        // The number of the port went to a socket, which must not be written to.
+        // A socket now has the port's descriptor number, and must not be written to.
         quillon::Endpoint(kBoard, 80, kConsole).send(text.data(), text.size());
         EXPECT_TRUE(logs(text == "capslock" ? "select error" : "version 1, rel_enable 0"));
         EXPECT_EQ(ask("query", 41302).substr(0, 6), "query|");
@@ -142,7 +142,7 @@ TEST_F(OnBoard, RecordsDuringALinkTestAreNotSent) {
         << "main and data server: it has no video input";
     quillon::Endpoint operators(kBoard, 41302, kConsole);
     operators.send("[seq]\n\n\nusb_is_link_pc", 23);
-    // The test strokes Num Lock: only then is it sure to run.
+    // The link test strokes Num Lock: from then on it certainly runs.
     ASSERT_TRUE(becomes([](const auto &s) { return s.reports > 0; }));
     type(kOther, 'x');
     EXPECT_TRUE(logs("192.168.1.21 data error: "));
@@ -193,7 +193,7 @@ TEST_F(OnBoard, DatagramsOfAnySizeAndKindLeaveItAlive) {
             }
         }
     }
-    // What one of these left on must not hide the rest.
+    // A setting that one of these switched on must not hide the rest.
     ASSERT_EQ(ask("query", 41302).substr(0, 6), "query|");
     quillon::Session(kBoard, 80, kConsole, 3s).setPermissions(false);
     EXPECT_EQ(ask("link").substr(0, 5), "vi_w=");

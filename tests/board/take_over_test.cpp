@@ -1,5 +1,5 @@
-// Who controls the endpoint: the daemon that ships, through the network, and the console's
-// commands for it.
+// Who holds control of the endpoint: the daemon that ships, over the network, and the console's
+// commands for control.
 
 #include "tests/support/console_ears.h"
 
@@ -15,7 +15,7 @@ using test::kBoard, test::kConsole, test::kFast, test::kOther, test::kThird;
 
 class Control : public test::OnBoard {
   protected:
-    // A holder whose consoles are pinged.
+    // Two outputs of ann are linked, and get heartbeats.
     void startHeldByAnn() {
         startListening(std::string(kFast) +
                        "per_enable=1\nconnect_name=192.168.1.20-ann\nconnect_per=5\n"
@@ -50,7 +50,7 @@ TEST_F(Control, LinkedConsoleMaySendUntilItIsTakenOver) {
     type(kConsole, 'a');
     type(kOther, 'b');
     type(kThird, 's', "software=");
-    // Records and commands are served by two threads: only what has arrived came before the apply.
+    // Two threads serve records and commands, so the records must arrive before the apply.
     EXPECT_TRUE(arrives("abs"));
     EXPECT_EQ(session.holderAfter("apply|192.168.1.30-cid|192.168.1.30|6", 15s).level, 6);
     type(kConsole, 'x');
@@ -92,8 +92,8 @@ TEST(QuillonConsole, TakesControlAndSaysWhyNot) {
          "192.168.1.20-ann holds control, level 3\n", "192.168.1.20-ann holds control, level 3\n",
          "{\"result\":\"taken over from 192.168.1.20-ann\",",
          "\"linked\":true,\"user\":\"192.168.1.21-bob\",\"level\":4}\n",
-         "192.168.1.21-bob no longer holds control\n", "nobody holds control\n", "\"192.168.1.20-a=b\" holds",
-         "status 2\n", "--level is required", "status 2\n"});
+         "192.168.1.21-bob no longer holds control\n", "nobody holds control\n",
+         "\"192.168.1.20-a=b\" holds", "status 2\n", "--level is required", "status 2\n"});
 }
 
 TEST(QuillonConsole, WatchRefusesGrantsAndPassesRepliesOn) {
@@ -104,7 +104,8 @@ TEST(QuillonConsole, WatchRefusesGrantsAndPassesRepliesOn) {
             "heard watching /data/a; heard watching /data/b; "
             "$ann watch; $bob apply --name bob --level 3; kill -INT $a; wait $a; echo $?; "
             "$ann watch --grant >/data/g 2>&1 & a=$!; heard watching /data/g; "
-            "$bob apply --name bob --level 3; heard \"bob holds control\" /data/g; kill $a $b; wait; "
+            "$bob apply --name bob --level 3; heard \"bob holds control\" /data/g; kill $a $b; "
+            "wait; "
             "cat /data/a /data/g; grep -c reply /data/b"),
         {"cannot listen at 192.168.1.20:2333", "refused by 192.168.1.20-ann\n", "0\n",
          "granted by 192.168.1.20-ann\n", "192.168.1.21-bob asks for control\n", "refused\n",

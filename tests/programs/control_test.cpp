@@ -18,7 +18,7 @@ constexpr char kControl[] =
 
 class Terminal : public test::OnBoard {
   protected:
-    // With every key event and button that the computer saw.
+    // Collects every event at the computer, except typed text, in seen_.
     void startControl(const std::string &arguments = "", const std::string &settings = "") {
         startListening(kFast + settings);
         board_->computer().onEvent([this](const sim::Computer::Event &event) {
@@ -81,7 +81,7 @@ TEST_F(Terminal, TypesPastesAndSendsCombinations) {
 
 TEST_F(Terminal, MousePointsClicksAndFollowsTheWindow) {
     startControl();
-    terminal_->send("\x1b[<35;40;11M");  // the picture's middle: columns 2 to 79, rows 3 to 19
+    terminal_->send("\x1b[<35;40;11M");  // the middle of the picture: columns 2 to 79, rows 3 to 19
     EXPECT_TRUE(at(960, 540));
     terminal_->send("\x1b[<0;40;11M\x1b[<0;40;11m\x1b[<2;40;11M\x1b[<2;40;11m\x1b[<65;40;11M");
     EXPECT_TRUE(sees("turned by -1")) << seen_;
@@ -102,7 +102,7 @@ TEST_F(Terminal, KeysAreHeldWhereTheTerminalTellsReleases) {
     EXPECT_TRUE(arrives("A"));
     const unsigned reports = board_->computer().state().reports;
     terminal_->send("\x1b[97;2:2u");
-    // Said again while it is held, and typed once.
+    // A key that is held is sent again, but types once.
     EXPECT_TRUE(becomes([&](const auto &s) { return s.reports >= reports + 3; }));
     EXPECT_EQ(board_->computer().state().text, "A");
     EXPECT_EQ(board_->computer().state().modifiers, quillon::kLeftShift);
@@ -110,7 +110,7 @@ TEST_F(Terminal, KeysAreHeldWhereTheTerminalTellsReleases) {
     EXPECT_TRUE(keyIs(0));
     terminal_->send("\x1b[98;1:1u");
     EXPECT_TRUE(keyIs(0x05));
-    terminal_->send("\x1b[O");  // the focus goes, and with it the release
+    terminal_->send("\x1b[O");  // the focus goes, and the release will not come
     EXPECT_TRUE(keyIs(0));
 }
 
@@ -123,7 +123,7 @@ TEST_F(Terminal, HolderIsAskedAndTakenOver) {
     const std::string equal = "apply|192.168.1.21-bob|192.168.1.21|5";
     auto refused = std::async(std::launch::async, apply, equal);
     ASSERT_TRUE(terminal_->shows("192.168.1.21-bob asks for control"));
-    terminal_->send("y");  // a text that is being typed gives nothing away
+    terminal_->send("y");  // typed as text, it does not give control away
     terminal_->press("C-] n");
     EXPECT_EQ(refused.get(), "192.168.1.20-ann");
     EXPECT_TRUE(terminal_->shows("control was refused to 192.168.1.21-bob"));
@@ -131,7 +131,7 @@ TEST_F(Terminal, HolderIsAskedAndTakenOver) {
     ASSERT_TRUE(terminal_->shows("192.168.1.21-bob asks for control"));
     terminal_->send("\x1b[?15u\x1b[97;1:1u");
     EXPECT_TRUE(keyIs(0x04));
-    // This question came soon after another: an answer within a second would be to that one.
+    // Soon after another question an answer is not taken for a second: it may be for that one.
     EXPECT_TRUE(test::comesTrue(
         [&] {
             terminal_->send("\x1b[93;5:1u\x1b[93;5:3uy");
@@ -148,7 +148,7 @@ TEST_F(Terminal, HolderIsAskedAndTakenOver) {
 TEST_F(Terminal, ForgedMessagesNeitherTakeControlNorHideWhoApplies) {
     startControl("--apply", "per_enable=1\nconnect_name=0\n");
     ASSERT_TRUE(terminal_->shows("held by 192.168.1.20-ann (you), level 5"));
-    // Of an address that is no endpoint's.
+    // The sender's address is not an endpoint's.
     quillon::DatagramSocket mallory(kOther, 0, kOther);
     const auto forge = [&](const std::string &text) { mallory.send("192.168.1.20", 2333, text); };
     terminal_->send("\x1b[?15u\x1b[97;1:1u");
@@ -192,7 +192,7 @@ TEST_F(Terminal, LostEndpointShowsAndComesBackByItself) {
 TEST_F(Terminal, EveryWayOutRestoresItAndLetsKeysGo) {
     startListening(kFast);
     for (const int sig : {SIGINT, SIGTERM, SIGHUP, SIGKILL}) {
-        // Killed, it leaves the terminal to a second process, for which the shell waits here.
+        // After SIGKILL a second process restores the terminal; the shell waits for that one.
         Tmux terminal("sh -c '" + std::string(kControl) +
                       "'; left=$?; while pgrep -f '^quillon-console' >/dev/null; do :; done; "
                       "stty -a | grep -q ' echo ' && echo left $left; cat");

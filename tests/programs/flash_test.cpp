@@ -1,4 +1,4 @@
-// quillon-flash as a user runs it, and the check of what it is given.
+// quillon-flash as a user runs it, and the check of its file.
 
 #include <sys/msg.h>
 #include <sys/stat.h>
@@ -89,14 +89,14 @@ class QuillonFlash : public testing::Test {
         test::writeFile("/kept/o.mot", kGood);
     }
 
-    // What was said.
+    // Runs a command on a board with a microcontroller; returns the output.
     static std::string onMcu(const std::string &command, const std::string &options = "") {
         return test::run("quillon-board --mcu 10 " + options + " -- bash -c '" + command + "'")
             .said;
     }
 };
 
-// Begins an upload; goes on when the first board is under way.
+// Begins an upload; goes on when board 0 is done, which is printed when the next board begins.
 const std::string kBegin =
     "quillon-flash --yes /kept/o.mot >/data/out & "
     "until grep -qs \"board 0:\" /data/out; do sleep 0.05; done; ";
@@ -166,7 +166,7 @@ TEST_F(QuillonFlash, EndsWithStatusOneUnlessEveryBoardIsOk) {
 }
 
 TEST_F(QuillonFlash, SaysWhatAnInterruptionLeaves) {
-    // Board 0 is said to be sent when the next one begins.
+    // The interruption comes after board 0, while board 1 is programmed.
     expectHeld(onMcu(kBegin + "kill -INT $!; wait $!; echo status $?"),
                {"; program it again before it is used\nquillon-flash: interrupted\n"
                 "boards that are done: 0",

@@ -1,4 +1,4 @@
-// What "cmake --install" puts where, and that others can build on it.
+// What "cmake --install" installs, and that other projects can build with it.
 
 #include "tests/support/support.h"
 
@@ -15,7 +15,7 @@ TEST(Install, HasAllThatADeveloperNeeds) {
                 "./share/quillon/wireshark/quillon.lua\n"});
 
     const std::string flags = *SANITIZERS == '\0' ? "" : "-fsanitize=" SANITIZERS;
-    // Every header is whole without the tree.
+    // Every header compiles by itself, without the tree.
     const Outcome headers =
         run("cd /installed/include/quillon && "
             "for header in */*.h; do echo \"#include <$header>\"; done | tac >/all.cpp && "

@@ -1,4 +1,4 @@
-// What holds for several programs.
+// Tests of what several programs have in common.
 
 #include "tests/support/support.h"
 

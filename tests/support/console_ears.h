@@ -1,4 +1,4 @@
-// What all consoles of the private host hear on their link port, in the order in which it came.
+// Receives what all consoles of the private host get at their link port, in the order of arrival.
 #pragma once
 
 #include <arpa/inet.h>
@@ -33,19 +33,19 @@ class ConsoleEars {
         close(socket_);
     }
 
-    /// What a question for consent is answered from now on; none: not at all.
+    /// Sets the answer to questions for consent from now on; none: no answer.
     void answer(std::optional<std::string> text) {
         const std::lock_guard<std::mutex> lock(mutex_);
         answer_ = std::move(text);
     }
 
-    /// Waits for count datagrams, 5 s at most, and takes all that were sent until now. Each is
+    /// Waits for count datagrams, 5 s at most, and returns all that were sent until now. Each is
     /// "FROM-PORT>DESTINATION TEXT", with "+N" for N zero bytes behind the text; the destination
     /// is "all" for the group.
     std::vector<std::string> take(std::size_t count) {
         std::unique_lock<std::mutex> lock(mutex_);
         changed_.wait_for(lock, kPatience, [&] { return heard_.size() >= count; });
-        // What was sent before this was heard before it.
+        // This arrives after everything that was sent before it.
         send(kEnd, linkPort(htonl(INADDR_LOOPBACK)));
         changed_.wait_for(lock, kPatience, [&] { return ended_; });
         ended_ = false;

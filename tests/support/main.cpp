@@ -16,12 +16,12 @@
 
 namespace {
 
-// Shared with the process that watches: beside a thread a fork under a sanitizer may hang.
+// Shared with a watching process. Not a thread: beside one, fork may hang under a sanitizer.
 auto &late = *static_cast<std::atomic<bool> *>(
     mmap(nullptr, sizeof(bool), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
 
-// Passes bytes through a pseudo-terminal, which is what the simulated serial lines are. A chip has
-// 60 ms for its answer, and four such ways in them.
+// Sets late when a byte takes over 10 ms through a pseudo-terminal, which is what the simulated
+// serial lines are. A chip has 60 ms for its answer, which takes four such passages.
 void watchLateness() {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     const int master = posix_openpt(O_RDWR | O_NOCTTY);
@@ -39,11 +39,11 @@ void watchLateness() {
 }
 
 int runTests() {
-    // Shell commands of the tests find the programs there, whatever the path of the tree.
+    // Fixed paths for the shell commands of the tests, whatever the path of the tree.
     if (symlink(BUILD_DIR, "/quillon-programs") != 0 || symlink(TREE_DIR, "/quillon-tree") != 0)
         return 1;
     setenv("PATH", ("/quillon-programs:" + std::string(getenv("PATH"))).c_str(), 1);
-    // Where ./quillon.ini of a test lies.
+    // A test has its ./quillon.ini there.
     return chdir("/data") == 0 ? RUN_ALL_TESTS() : 1;
 }
 
@@ -55,7 +55,7 @@ int main(int argc, char **argv) {
     const pid_t watching = fork();
     if (watching == 0) watchLateness();
     if (watching == 0) _exit(0);
-    // A failure on a machine that was too late for the chip proves nothing; on another it counts.
+    // A failure counts unless the machine was too slow for the chip: then the tests run again.
     constexpr int kTries = 8;
     for (int tries = 1;; ++tries) {
         const int status = sim::runOnPrivateHost(runTests);

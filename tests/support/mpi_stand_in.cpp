@@ -1,4 +1,4 @@
-// In the place of the SoC vendor's library; see mpi_test.cpp. It has one register.
+// Stands in for the SoC vendor's library, with one register; see mpi_test.cpp.
 
 #include <cstdint>
 

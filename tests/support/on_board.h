@@ -25,7 +25,7 @@ class OnBoard : public testing::Test {
         options_.preload = PROGRAM_DIR "/libquillon_uart.so";
     }
 
-    /// The board without its daemon.
+    /// Makes the board without starting its daemon.
     void make(const std::string &settings) {
         options_.settings = settings;
         board_ = std::make_unique<sim::Board>(options_);
@@ -51,14 +51,14 @@ class OnBoard : public testing::Test {
         }
     }
 
-    /// Does the computer come to have this text, or to be like this?
+    /// True when, within 10 s, the computer has this text, or a state as wanted.
     bool arrives(const std::string &text) {
         return becomes([&](const auto &state) { return state.text == text; });
     }
     bool becomes(const std::function<bool(const sim::Computer::State &)> &wanted) {
         return board_->computer().waitFor(wanted, std::chrono::seconds(10));
     }
-    /// Does it come to hold this key first? 0: none.
+    /// True when, within 10 s, this key is the first one that is down; 0: none is.
     bool keyIs(std::uint8_t usage) {
         return becomes([&](const auto &state) { return state.keys[0] == usage; });
     }

@@ -13,7 +13,7 @@ namespace test {
 
 using sim::Bytes;
 
-/// Says on a serial line what it is told to, and remembers what it heard.
+/// A device that answers as the test wants, and keeps what it received.
 class ScriptedDevice : public sim::SerialDevice {
   public:
     int baud() override { return baud_; }
@@ -28,14 +28,14 @@ class ScriptedDevice : public sim::SerialDevice {
         changed_.notify_all();
     }
 
-    /// Answers every request that ends in byte with these bytes.
+    /// Answers every request that ends in lastByte with these bytes.
     void answer(std::uint8_t lastByte, const Bytes &with) {
         const std::lock_guard<std::mutex> lock(mutex_);
         trigger_ = lastByte;
         answer_ = with;
     }
 
-    /// Answers everything, without end.
+    /// Answers everything with 2048 bytes, four in each millisecond.
     void babble() {
         const std::lock_guard<std::mutex> lock(mutex_);
         babbling_ = true;
@@ -45,7 +45,7 @@ class ScriptedDevice : public sim::SerialDevice {
 
     Bytes heard() const { return waitFor(0); }
 
-    /// Waits until it heard at least count bytes; what it heard.
+    /// Waits until it received count bytes, 5 s at most; returns all that it received.
     Bytes waitFor(std::size_t count) const {
         std::unique_lock<std::mutex> lock(mutex_);
         changed_.wait_for(lock, std::chrono::seconds(5), [&] { return heard_.size() >= count; });
@@ -61,7 +61,7 @@ class ScriptedDevice : public sim::SerialDevice {
     int baud_ = 115200;
 };
 
-/// /dev/ttyAMA3 is open at 115200; a test attaches to it what it wants.
+/// /dev/ttyAMA3 is open at 115200 bits per second; a test attaches a device to it.
 class OnLine : public testing::Test {
   protected:
     OnLine() {
@@ -77,7 +77,7 @@ class OnLine : public testing::Test {
     ScriptedDevice device_;
     sim::Ch9329 framed_{computer_, 115200, 115200};
     sim::Ch9350 raw_{computer_};
-    sim::SerialPorts ports_{false};  // goes before what hangs on it
+    sim::SerialPorts ports_{false};  // last, so that it ends before its devices
 };
 
 }  // namespace test

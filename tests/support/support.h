@@ -1,4 +1,4 @@
-// What tests of several rooms use.
+// Helpers for all tests.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -23,17 +23,17 @@ struct Outcome {
     int status;
     std::string said;
 };
-/// Runs a shell command; what it said on both outputs.
+/// Runs a shell command; its status, and what it said on both outputs.
 Outcome run(const std::string &command);
 bool holds(const Outcome &outcome, const std::string &text);
 bool holds(const std::string &all, const std::string &text);
-/// Each of the texts, anywhere.
+/// Expects each of the texts, anywhere in all.
 void expectHeld(const std::string &all, std::initializer_list<const char *> texts);
 
-/// Waits until it is so, by looking again and again; for what tells of itself by no event.
+/// Polls isSo every 10 ms, for what causes no event; false when it is not true in time.
 bool comesTrue(const std::function<bool()> &isSo, std::chrono::milliseconds timeout);
 
-/// How many descriptors this process has open.
+/// The number of descriptors that this process has open.
 std::size_t descriptors();
 
 }  // namespace test

@@ -1,4 +1,4 @@
-// A program in a real terminal, driven and read as a person would.
+// A program in a real terminal, with keys and a screen as a person has them.
 #pragma once
 
 #include <stdexcept>
@@ -9,8 +9,8 @@ namespace test {
 
 class Tmux {
   public:
-    /// Runs a shell command in a terminal of that size. A server for each, for one that ends is no
-    /// place to start in.
+    /// Runs a shell command in a terminal of that size. Each has a server of its own, because a
+    /// server that is about to end takes no new session.
     explicit Tmux(const std::string &command, int columns = 80, int rows = 24) {
         static int count = 0;
         tmux_ = "LC_ALL=C.UTF-8 TERM=xterm tmux -u -f /dev/null -S /data/tmux" +
@@ -23,10 +23,10 @@ class Tmux {
     Tmux(const Tmux &) = delete;
     Tmux &operator=(const Tmux &) = delete;
 
-    /// Keys by tmux's names: "C-]", "Enter".
+    /// Presses keys by tmux's names: "C-]", "Enter".
     void press(const std::string &keys) { run(tmux_ + "send-keys " + keys); }
 
-    /// Characters and sequences as they are.
+    /// Sends characters and sequences as they are.
     void send(const std::string &bytes) {
         std::string codes;
         for (const char c : bytes) {
@@ -37,7 +37,7 @@ class Tmux {
         run(tmux_ + "send-keys -H" + codes);
     }
 
-    /// As the terminal pastes it.
+    /// Sends a text as the terminal pastes it.
     void paste(const std::string &text) {
         run(tmux_ + "set-buffer " + quoted(text) + " \\; paste-buffer -p");
     }
@@ -48,12 +48,12 @@ class Tmux {
 
     std::string screen() { return run(tmux_ + "capture-pane -p").said; }
 
-    /// Does the screen come to show this?
+    /// True when the screen shows this within timeout.
     bool shows(const std::string &text, std::chrono::seconds timeout = std::chrono::seconds(5)) {
         return comesTrue([&] { return holds(screen(), text); }, timeout);
     }
 
-    /// Whether it reports any motion of the mouse, reports in SGR, shows the alternate screen.
+    /// "1" or "0" for each: all mouse motion is reported, reports are SGR, alternate screen.
     std::string modes() {
         const std::string said =
             run(tmux_ + "display -p '#{mouse_all_flag} #{mouse_sgr_flag} #{alternate_on}'").said;

@@ -17,32 +17,32 @@ namespace {
 
 constexpr char kAnn[] = "192.168.1.20-ann";
 
-// What the consoles hear, as ConsoleEars writes it down.
+// Datagrams to the consoles, as ConsoleEars returns them.
 using Heard = std::vector<std::string>;
 
-// A command, what the holder says if it asks him (none: nothing), and what the consoles hear.
+// A command, the holder's answer if asked (none: no answer), and the datagrams to consoles.
 struct LinkStep {
     std::string command;
     std::optional<std::string> answer;
     Heard heard;
 };
 
-// The rules of who controls an endpoint, written down a second time and in another way, to hold
-// the daemon against.
+// The rules of who holds control of an endpoint, written a second time and in another way, to
+// compare with the daemon.
 struct LinkModel {
     static constexpr char kEndpoint[] = "192.168.1.10";
-    // Of the holder, when he is asked. All other replies grant.
+    // Answers of the holder. All other replies grant control.
     static constexpr char kNoReply[] = "what?", kRefusal[] = "reply|a|0|0";
 
     std::string holder;
     int level = 0;
     std::vector<std::string> outputs;
-    // As the settings file keeps it.
+    // The same, as the settings file keeps it.
     std::string savedName;
     int savedLevel = 0;
     std::array<std::string, 8> savedOutputs;
 
-    // What the consoles hear of a command, the questions for consent included.
+    // Each command returns the datagrams to the consoles, with the questions for consent.
 
     Heard connect(const std::string &name, const std::string &ip, int wanted) {
         if (!outputs.empty() && name == holder) {
@@ -99,12 +99,12 @@ struct LinkModel {
         return heard;
     }
 
-    // Would "apply" ask the holder?
+    // True when "apply" would ask the holder.
     bool asks(const std::string &name, int wanted) const {
         return !outputs.empty() && name != holder && level >= wanted;
     }
 
-    // A new process, with the table of the settings.
+    // As a new process, which reads the table from the settings.
     void restart() {
         outputs.clear();
         holder = savedName == "0" ? "" : savedName;
@@ -115,8 +115,8 @@ struct LinkModel {
         }
     }
 
-    // A command by chance, carried out. Users and outputs are at 192.168.1.20 to 28. One in 25 of
-    // those that ask the holder is taken, for they take long; what he says is one of the answers.
+    // Carries out a random command. Users and outputs are at 192.168.1.20 to 28. Of the commands
+    // that ask the holder one in 25 is used, because they take long; the reply is one of answers.
     LinkStep randomStep(std::mt19937 &random,
                         const std::vector<std::optional<std::string>> &answers) {
         constexpr const char *kNames[] = {"192.168.1.20-ann", "192.168.1.20-anna",
@@ -129,7 +129,7 @@ struct LinkModel {
         const auto kind = random() % 18;
         if (kind == 0) {
             const std::string part = name.substr(0, random() % (name.size() + 1));
-            // Without a name it is the level that would be read as one.
+            // Without a name, the level would be read as the name.
             return {"disconnect" + (part.empty() ? "" : "|" + part + "|0"), {}, disconnect(part)};
         }
         if (kind < 9 || (asks(name, wanted) && random() % 25 != 0))
@@ -145,7 +145,7 @@ struct LinkModel {
         return all;
     }
 
-    // The lines of the settings file that keep it.
+    // The lines of the settings file that keep the table.
     std::string settings() const {
         std::string lines =
             "connect_name=" + savedName + "\nconnect_per=" + std::to_string(savedLevel) + "\n";
@@ -191,7 +191,7 @@ class Arbitration : public testing::Test {
         per = true;
     }
 
-    // Carries out a command; what the consoles heard. Waits for at least count datagrams.
+    // Carries out a command; waits for count datagrams to the consoles and returns all of them.
     Heard of(const std::string &command, std::size_t count = 0) {
         char text[kOperatorDatagram + 1] = {};
         command.copy(text, kOperatorDatagram);
@@ -246,7 +246,7 @@ TEST_F(Arbitration, HolderAddsOutputsUntilTheyAreEight) {
         EXPECT_FALSE(logged("success"));
         EXPECT_EQ(memcmp(&before, &curtInfo, sizeof before), 0);
     }
-    // The next user takes the eighth slot; the one behind it, which his message names, is none.
+    // The next user takes the eighth slot; their log line names the slot after it, which is none.
     of("connect|192.168.1.21-bob|192.168.1.29|5", 2);
     EXPECT_TRUE(logged("[main]-2113: connect name:192.168.1.21-bob,ip:,pre:5  success\n"));
     EXPECT_STREQ(curtInfo.curOutIp[7], "192.168.1.29");
@@ -260,10 +260,10 @@ TEST_F(Arbitration, HolderIsAskedAndDecides) {
          "[applyUser]-0: apply echo refused\n"},
         {std::nullopt, "[applyUser]-0: apply timeout\n"},
         {"no", "[applyUser]-0: echo error data-->no\n"},
-        // 64 bytes of it count.
+        // Only the first 64 bytes count.
         {"replyX|" + std::string(55, 'a') + "|0|1",
          "aaa|0  end\n[applyUser]-0: apply echo refused"},
-        // Only a 0 in the fourth place refuses, not the code that stands for silence elsewhere.
+        // Only a 0 in the fourth field refuses; 2, which means no answer elsewhere, does not.
         {"reply|0|0|2", "reply|0|0|2  end\nsend ---->connect|192.168.1.10|1|192.168.1.22-cid"}};
     for (const auto &[answer, log] : answers) {
         ears_->answer(answer);
@@ -285,7 +285,7 @@ TEST_F(Arbitration, DisconnectTakesAnyBeginningOfTheHoldersName) {
     for (const char *other : {"disconnect|192.168.1.20-annie|5", "disconnect|ann|5"})
         EXPECT_EQ(of(other), Heard{});
     EXPECT_EQ(curLink_num, 1U);
-    curtInfo.heartPre = 5;  // of a lost output
+    curtInfo.heartPre = 5;  // as after a lost output
     EXPECT_EQ(of("disconnect|192.168.1.2", 1),
               Heard{"41304>all disconnect|192.168.1.10|0|192.168.1.20-ann|5"});
     EXPECT_TRUE(logged("disconnect name:192.168.1.20-ann\n "));
@@ -323,7 +323,7 @@ TEST_F(Arbitration, FieldsThatDoNotFitRefuseTheCommand) {
         EXPECT_FALSE(logged("value refused\n")) << "a name that is stored nowhere";
     }
     EXPECT_EQ(saved(), before);
-    // What just fits; a name without address: nobody to tell.
+    // These just fit. A name without an address: there is nobody to send a message to.
     EXPECT_EQ(of("connect|" + name + "|192.168.100.100|2147483648", 1).size(), 1U);
     EXPECT_EQ(curtInfo.curName, name);
     EXPECT_EQ(curtInfo.curOutPre, 2147483647);
@@ -349,7 +349,7 @@ TEST_F(Arbitration, MissingFieldsAreEmptyAndZero) {
     EXPECT_EQ(of("connect"), Heard{});
     EXPECT_EQ(curLink_num, 1U);
     EXPECT_STREQ(curtInfo.curName, "");
-    // The word is passed over, however long; then blanks part the fields as well.
+    // The first word is skipped, whatever its length; blanks separate fields too.
     EXPECT_EQ(of("connected-to 192.168.1.20-ann", 1).size(), 1U);
     EXPECT_STREQ(curtInfo.curName, kAnn);
     EXPECT_EQ(curtInfo.curOutPre, 0);
@@ -388,7 +388,7 @@ TEST(LinkTable, IsThatOfTheSettingsCutToItsFields) {
     EXPECT_EQ(std::string(curtInfo.curName), std::string(31, 'n'));
     EXPECT_EQ(std::string(curtInfo.curOutIp[0]), std::string(15, '9'));
     EXPECT_STREQ(curtInfo.curOutIp[1], "");
-    // The outputs are a packed list.
+    // The first output that is not an address ends the list.
     EXPECT_EQ(load("connect_name=192.168.1.20-ann\nconnect_per=-3\nconnect_ip0=192.168.1.20\n"
                    "connect_ip1=192.168.1.21\nconnect_ip2=1.2.34\nconnect_ip3=192.168.1.23\n"
                    "chip_model=relative\n"),
@@ -407,7 +407,7 @@ TEST_F(Arbitration, ThousandsOfCommandsByChanceGiveWhatTheModelGives) {
     of("connect|192.168.1.20-ann|192.168.1.20|1", model.connect(kAnn, "192.168.1.20", 1).size());
     for (int i = 0; i < 4000 && !HasFailure(); ++i) {
         if (random() % 20 == 0) {
-            curtInfo.curOutPre = model.level = 0;  // as when an output is lost
+            curtInfo.curOutPre = model.level = 0;  // as when an output stops answering
         } else if (random() % 20 == 0) {
             Singleton<SoftwareConfig>::getInstance()->ReadConfig();
             iniCurrentInfo();

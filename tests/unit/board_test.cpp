@@ -53,7 +53,7 @@ struct Expected {
 };
 
 // Written from the boards' wiring, not from the daemon's table. Registers start with all bits of
-// 0xFF00 set, so that a lost bit shows; those that are not named stay so.
+// 0xFF00 set, so that a lost bit is noticed; registers that are not named must not change.
 const Registers kPins1{{0x120F00F8, 1}, {0x120F00FC, 1}}, kPins2{{0x120F0100, 1}, {0x120F0104, 1}},
     kPins100{{0x121D0400, 0xFF20}, {0x121D0080, 0xFF20}},
     kPins3100{{0x120F006C, 0}, {0x12180400, 0xFF80}, {0x12180200, 0xFF80}},

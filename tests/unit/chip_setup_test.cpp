@@ -95,7 +95,7 @@ TEST_F(ChipSetup, ResetPrintsTheAnswer) {
 
 TEST_F(ChipSetup, ParameterReplyCountsOnlyAtItsExactLength) {
     ports_.attach(3, device_);
-    device_.answer('?', test::Bytes(5, 0x22));  // on the line before, and drained
+    device_.answer('?', test::Bytes(5, 0x22));  // already on the line, and discarded
     MySerial::nwrite("?", 1);
     device_.waitFor(1);
     for (const std::size_t size : {56U, 55U, 71U, 300U}) {

@@ -9,12 +9,12 @@ namespace {
 
 using test::Bytes, test::holds, test::printedBy;
 
-// The chip's commands with a device on the line that says what the test wants.
+// The chip's commands, with a device on the line that answers as the test wants.
 class ChipCommands : public test::OnLine {
   protected:
     ChipCommands() { ports_.attach(3, device_); }
 
-    // What the line carries for a record, so many bytes.
+    // Sends a record; returns the count bytes that the line carried for it.
     Bytes sent(int (*send)(char *, int), Bytes record, std::size_t count) {
         const std::size_t before = device_.heard().size();
         EXPECT_EQ(send(reinterpret_cast<char *>(record.data()), static_cast<int>(record.size())),
@@ -31,7 +31,7 @@ class ChipCommands : public test::OnLine {
         device_.answer(0x03, reply);
     }
 
-    // What a query for the lock keys prints.
+    // Returns what a query for the lock keys prints.
     std::string query(bool answered) {
         return printedBy([&] { EXPECT_EQ(queryKeyLock(&caps_, &num_, &scroll_), answered); });
     }

@@ -55,10 +55,10 @@ class DataServer : public test::OnLine {
         return bytes(quillon::keyboardRecord(*quillon::strokeOf(character)));
     }
 
-    // Presses a key as sender, and says whether it reached the computer; else without a word.
+    // True when a key from sender reaches the computer. A dropped one leaves nothing in the log.
     bool reaches(char character, const char *sender, const std::string &tag = "") {
         const std::string before = computer_.state().text;
-        handle(tag + key('\n'), sender);  // another key, so that the same one is down anew
+        handle(tag + key('\n'), sender);  // another key, so that the same key can follow
         handle(tag + key(character), sender);
         return !log_.empty() &&
                becomes([&](const auto &s) { return s.text.size() == before.size() + 2; });
@@ -101,7 +101,7 @@ TEST_F(DataServer, EmptyTableKeepsTheLastDecision) {
 }
 
 TEST_F(DataServer, NoMomentOfAChangeAdmitsAStranger) {
-    // Nobody, then one or two outputs, over and over; with nobody the decision before stands.
+    // Links no output, then one, then two, again and again; without one the last decision stays.
     per = true;
     std::atomic<bool> ending{false};
     std::thread changes([&] {
@@ -125,11 +125,11 @@ TEST_F(DataServer, SoftwareRecordsAreUnwrappedAtTwoLengthsOnly) {
     handle("software=" + bytes(quillon::absoluteRecord(960, 540, quillon::kNoButton, 0)),
            kStranger);
     EXPECT_TRUE(becomes([](const auto &s) { return s.absoluteX == 2048; }));
-    // 25 bytes keep their length, which is no record's.
+    // 25 bytes keep their length, which no record has.
     handle("software=" + key('a') + "12345", kStranger);
     EXPECT_TRUE(holds(log_, "error data\n")) << log_;
     EXPECT_EQ(computer_.state().text, "");
-    // The longest datagram moves down whole.
+    // The longest datagram loses its tag and nothing else.
     handle("software=" + std::string(247, 'z'), kStranger);
     EXPECT_TRUE(holds(log_, " data error: " + std::string(247, 'z') + "0x7a "));
 }

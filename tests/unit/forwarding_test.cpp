@@ -24,7 +24,7 @@ TEST_F(Forwarding, RawRecordsAreScaledInPlace) {
     EXPECT_EQ(scaled(960, 540), (std::pair{511, 511}));
     EXPECT_EQ(scaled(1920, 1079), (std::pair{1023, 1022}));
     EXPECT_EQ(scaled(0, 5000), (std::pair{0, 1023}));
-    // -1 x 1023, divided unsigned by 1920: 2236962 for the first 16 bits of 0x2221E2
+    // -1 x 1023, divided by 1920 without a sign: 0x222221, whose low 16 bits are over the limit
     EXPECT_EQ(scaled(0xFFFF, 0), (std::pair{1023, 0}));
     vi_w = vi_h = 0;
     EXPECT_EQ(scaled(100, 100), (std::pair{0, 0}));
@@ -55,7 +55,7 @@ TEST_F(Forwarding, LinkTestFindsTheComputerAndLeavesNumLock) {
 }
 
 TEST_F(Forwarding, LinkTestWaitsForALateStatus) {
-    // Answers every question for the status after 100 ms, with Num Lock the other way.
+    // Answers every status request after 100 ms, and switches Num Lock each time.
     struct Slow : sim::SerialDevice {
         int baud() override { return 115200; }
         void receive(sim::SerialLine &line, const std::uint8_t *bytes, std::size_t count,
@@ -84,7 +84,7 @@ TEST_F(Forwarding, LinkTestStrokesOnceWithoutAnAnswer) {
     EXPECT_EQ(Bytes(heard.end() - 4, heard.end()), request);
 }
 
-// What each of the pieces gives, and what is gathered.
+// The result for each of the pieces, and the text that is gathered.
 std::string merged(const char *head, const char *tail, const std::vector<std::string> &pieces) {
     char all[64] = "";
     std::string results;

@@ -9,7 +9,7 @@ using quillon::HealedInput, quillon::Stroke;
 
 constexpr Stroke kA{0, 0x04}, kB{0, 0x05};
 
-// What is sent in a time, as "MILLISECONDS:BYTE ", of keys the usage, of the mouse the buttons.
+// What is sent in a time: "MILLISECONDS:USAGE " for keys, "MILLISECONDSmBUTTONS " for the mouse.
 std::string sentIn(HealedInput &input, HealedInput::Time &now, std::chrono::milliseconds time) {
     std::string all;
     const auto begin = now;

@@ -44,7 +44,7 @@ TEST_F(Heartbeat, LevelIsLostWithAnOutputAndComesBack) {
     EXPECT_NE(pass().find("not get out 192.168.7.21 heartbeat\n"), std::string::npos);
     EXPECT_EQ(curtInfo.curOutPre, 0);
     EXPECT_EQ(curtInfo.heartPre, 5);
-    // Both lost: the level that was saved stays.
+    // Both outputs are lost: the saved level stays.
     outputs_->setAnswering("192.168.7.20", false);
     pass();
     EXPECT_EQ(curtInfo.heartPre, 5);
@@ -55,7 +55,7 @@ TEST_F(Heartbeat, LevelIsLostWithAnOutputAndComesBack) {
 }
 
 TEST_F(Heartbeat, AnswerToTheSecondPingIsInTime) {
-    UDPSocket output;  // at an address where no other console is
+    UDPSocket output;  // at an address without another console
     output.CreateUDPServer(41237, 5, true, true);
     curLink_num = 1;
     strcpy(curtInfo.curOutIp[0], "192.168.7.10");

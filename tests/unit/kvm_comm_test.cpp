@@ -12,7 +12,7 @@
 
 namespace {
 
-// Target, answer address and port, or the target of what is refused.
+// Target, answer address and port; for a refused text "refused" and the target.
 std::string parse(std::string text) {
     char target[16] = "unset", answer[16] = "unset";
     int port = -5;
@@ -62,7 +62,7 @@ TEST(DevMem, ReadsAndWritesOneWord) {
     EXPECT_EQ(hi_sys_get_reg(0x120F0100, &value), 0);
     EXPECT_EQ(value, 0x89ABCDEFU);
     EXPECT_EQ(hi_sys_get_reg(0x120F0100, nullptr), static_cast<int>(0xA0028006));
-    int synchronous = 0;  // else writes to registers would wait in a cache
+    int synchronous = 0;  // otherwise writes to registers would wait in a cache
     for (int fd = 0; fd < 64; ++fd) {
         char path[16] = "";
         const ssize_t n = readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), path, 15);

@@ -1,5 +1,5 @@
-// Registers through the SoC vendor's library: does the address arrive in the width that it takes?
-// The library is a stand-in of one register, built in that width by itself.
+// Registers through the SoC vendor's library: the address has to arrive in the width that the
+// library takes. The library is a stand-in with one register, built separately in that width.
 
 #include <cstdio>
 

@@ -10,14 +10,14 @@
 #include "sim/host/registers.h"
 #include "tests/support/on_line.h"
 
-// Told in the library's place what the daemon wants thrown away.
+// Replaces the library's function, and records what the daemon discards.
 static std::vector<std::pair<int, int>> flushes;
 extern "C" int tcflush(int fd, int queue) noexcept {
     flushes.emplace_back(fd, queue);
     return ioctl(fd, TCFLSH, queue);
 }
 
-// And what it is set to: a pseudo-terminal keeps neither size nor parity.
+// Records the options, because a pseudo-terminal keeps neither character size nor parity.
 static termios asked;
 extern "C" int tcsetattr(int fd, int when, const termios *options) noexcept {
     asked = *options;

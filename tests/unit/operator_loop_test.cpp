@@ -91,7 +91,7 @@ TEST_F(Operator, SettingsFileGoesToTheSender) {
 }
 
 TEST_F(Operator, LinkTestIsAnsweredWith64BytesToWhoIsMeant) {
-    // Nothing is wired to the line.
+    // No device is on the line.
     const std::string head = "[seq]\n[controlled]=";
     const std::string tail = "\n[answer]=127.0.0.1:05001\nusb_is_link_pc\n";
     for (const char *other : {"192.168.1.11", "192.168.1.100"})

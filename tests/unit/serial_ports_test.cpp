@@ -1,4 +1,4 @@
-// The simulated serial ports, with the daemon's end on the other side.
+// The simulated serial ports, used through the daemon's serial code.
 
 #include "tests/support/on_line.h"
 
@@ -11,7 +11,7 @@ void write(const Bytes &bytes) {
     MySerial::nwrite(reinterpret_cast<const char *>(bytes.data()), static_cast<int>(bytes.size()));
 }
 
-// One read, as soon as something is there; empty when nothing came in time.
+// One read, as soon as bytes are there; empty when none come in time.
 Bytes read(std::chrono::microseconds patience) {
     char buffer[256];
     const int n = MySerial::nread(buffer, sizeof buffer, static_cast<int>(patience.count()));
@@ -52,7 +52,7 @@ TEST_F(PacedWire, TakesItsTimeAndKeepsShortAnswersWhole) {
     request.push_back('?');
     write(request);
     EXPECT_EQ(read(2s), Bytes(7, 0x33)) << "a short answer comes at once";
-    // 24 + 7 bytes of 10 bits at 2400 per second
+    // 24 + 7 bytes of 10 bits at 2400 bits per second
     EXPECT_GE(sim::Clock::now() - start, 129ms);
 }
 

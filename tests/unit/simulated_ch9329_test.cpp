@@ -28,7 +28,7 @@ class Chip : public testing::Test, public sim::SerialLine {
         return bytes;
     }
 
-    // Everything that the chip answers to these bytes.
+    // Returns everything that the chip answers to these bytes.
     Bytes ask(const Bytes &bytes, sim::Clock::duration pause = 1s) {
         answers_.clear();
         now_ += pause;

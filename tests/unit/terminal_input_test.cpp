@@ -61,7 +61,7 @@ TEST(TerminalInput, ReadsWhatTerminalsSend) {
 }
 
 TEST(TerminalInput, FunctionKeysHaveTheirNumbers) {
-    // As xterm's page of control sequences lists them; 16, 22, 27 and 30 are none.
+    // As xterm's page of control sequences lists them; 16, 22, 27 and 30 are not used.
     const int numbers[] = {11, 12, 13, 14, 15, 17, 18, 19, 20, 21, 23, 24, 25, 26, 28, 29, 31, 32};
     int key = 0;
     for (const int number : numbers) {
@@ -93,7 +93,7 @@ TEST(TerminalInput, LoneEscapeIsTheKeyAndGarbageEnds) {
     EXPECT_EQ(inWords(input.flush().at(0)), "tap alt+[");
     EXPECT_EQ(read(input, "\x1b[200~half"), "");
     EXPECT_EQ(inWords(input.flush().at(0)), "paste half");
-    EXPECT_EQ(read(input, "\x1b[?1u\x1b[99;5u"), "keys, tap ctrl+c");  // no releases
+    EXPECT_EQ(read(input, "\x1b[?1u\x1b[99;5u"), "keys, tap ctrl+c");  // no release reports
     EXPECT_EQ(read(input, "\x1b[" + std::string(100, '1') + "a").find("unknown"), 0U);
     read(input, "\x1b[1");
     EXPECT_TRUE(input.flush().empty());

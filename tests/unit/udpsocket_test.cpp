@@ -29,7 +29,7 @@ std::string received(UDPSocket &socket) {
     return n < 0 ? "failed" : std::string(buffer, static_cast<std::size_t>(n));
 }
 
-// A server with a time-out of 1 s, and one that asks it.
+// A server with a time-out of 1 s, and a client.
 class UdpSocket : public testing::Test {
   protected:
     UdpSocket() {
@@ -114,7 +114,7 @@ TEST_F(UdpSocket, AFloodDoesNotKeepTheDrain) {
 }
 
 TEST_F(UdpSocket, DrainGivesTheNextReceiveItsWholeSecondsAgain) {
-    // Leaves almost a second of microseconds behind.
+    // Leaves almost a second in the microseconds of the time-out.
     const auto receiveOne = [&] {
         client_.SendTo("127.0.0.1", 5000, "x", 1);
         received(server_);
@@ -127,7 +127,7 @@ TEST_F(UdpSocket, DrainGivesTheNextReceiveItsWholeSecondsAgain) {
     receiveOne();
     EXPECT_GT(waits(), 1500ms) << "they count, meant so";
     bool whole = false;
-    // A busy machine may take longer once, but not each time.
+    // A busy machine may take too long once, but not each time.
     for (int i = 0; i < 5 && !whole; ++i) {
         receiveOne();
         printedBy([&] { server_.delRcvBuff(); });

@@ -28,8 +28,8 @@ std::string hex(unsigned byte) {
     return text;
 }
 
-// A header, records of 16 bytes of which the last ends in the kind, and a termination; memory gets
-// what they say.
+// A header, records of 16 bytes, the last of which ends with the kind, and a termination; memory
+// gets the bytes of the records.
 std::string image(unsigned kind, unsigned records, Microcontroller::Memory *memory = nullptr) {
     std::string text = "S00600004844521B\r\n";
     for (unsigned i = 0; i < records; ++i) {
@@ -54,7 +54,7 @@ class Upload : public testing::Test {
     Upload() { c_netmsgid = CreateMessageQueue("/data"); }
     ~Upload() override { DeleteMessageQueue(c_netmsgid); }
 
-    // A new microcontroller on a new line, with the second of its boards alone.
+    // A new microcontroller on a new line, of whose boards only board 1 is present.
     void wire(unsigned boards = 10) {
         ports_.reset();
         mcu_.emplace(boards, 115200);
@@ -68,9 +68,9 @@ class Upload : public testing::Test {
         MySerial::set_opt(115200, 8, 1, 'N', 0, 0);
     }
 
-    // Uploads a file through a new line, with what the microcontroller says of its boards or
-    // another list; the reply. Again, when the machine was too busy to give the answer to an
-    // erasure within its 60 ms.
+    // Uploads a file through a new line, with the microcontroller's list of boards or another list,
+    // and returns the reply. Tries again when the machine was too busy to give the answer to an
+    // erase command within 60 ms.
     std::string upload(const std::string &name, const std::string &text, unsigned boards = 10,
                        const Prepare &prepare = nullptr, const std::string &otherList = "") {
         std::string reply;
@@ -97,7 +97,7 @@ class Upload : public testing::Test {
         uploader.join();
     }
 
-    // What the microcontroller was sent, once that are so many commands.
+    // The commands that the microcontroller received, after waiting for count of them.
     std::vector<std::string> commandsOf(std::size_t count) const {
         test::comesTrue([&] { return mcu_->commands().size() >= count; }, 5s);
         return mcu_->commands();
@@ -178,7 +178,7 @@ TEST_F(Upload, AnswersInPiecesAreJoinedAndRefusalsEndTheBoard) {
               "1:Failed;");
     EXPECT_TRUE(logged("[UploadMotFile]-122: upload .mot file failed!\n"));
     EXPECT_EQ(commandsOf(5).back(), "[reset]");
-    // Said to be there, and is not.
+    // Board 0 is in the list, but is not present.
     EXPECT_EQ(
         upload("a.mot", image(1, 1), 10, nullptr, "(OK,NA,NA,NA,NA,NA,NA,NA,NA,NA)").substr(0, 9),
         "0:Failed;");
@@ -219,7 +219,7 @@ TEST_F(Upload, ListsOfOtherLengthsAreRefused) {
 
 TEST_F(Upload, FilesThatAreNoneAreRefused) {
     wire();
-    // The private host's own, which comes before the PC's in PATH.
+    // The private host's own one comes before the PC's in PATH.
     ASSERT_EQ(test::run("command -v reboot").said, "/quillon-board/bin/reboot\n");
     test::writeFile("/quillon-board/bin/reboot", "#!/bin/sh\ntouch /data/restarted\n");
     const std::vector<std::string> texts{"S2",           "S214\nxx",  "x2y",     "S20912\n",

@@ -16,14 +16,14 @@ TEST(VideoWatch, TakesTheThirdReadingThatDiffers) {
     read(1280, 720);
     EXPECT_EQ(vi_w, 1280U);
     EXPECT_EQ(vi_h, 720U);
-    // An unchanged reading between does not reset the count.
+    // An unchanged reading in between does not reset the count.
     read(800, 600);
     read(1280, 720);
     read(800, 600);
     EXPECT_EQ(vi_w, 1280U);
     read(640, 480);
     EXPECT_EQ(vi_w, 640U);
-    // Without a signal every reading differs.
+    // A reading without a signal always counts as different.
     std::string said;
     for (int i = 0; i < 6; ++i) said += read(0, 480);
     for (int i = 0; i < 6; ++i) said += read(1280, 0);
@@ -41,7 +41,7 @@ TEST(VideoWatch, GroupMasks) {
 }
 
 TEST(VideoWatch, SaysWhyItCannotStart) {
-    // A kernel without the board's driver, and no preload library here.
+    // This kernel lacks the board's driver, and the preload library is not in use.
     EXPECT_EQ(test::printedBy([] { EXPECT_EQ(timeCheckVi(nullptr), nullptr); }),
               " Error: Protocol not supported\n[timeCheckVi]-0: create socket error\n");
 }
