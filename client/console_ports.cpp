@@ -56,7 +56,7 @@ void ConsolePorts::takePorts() {
     tried_ = std::chrono::steady_clock::now();
     auto link =
         std::make_unique<DatagramSocket>(address_, kConsolePort, address_, DatagramSocket::kAlone);
-    auto heartbeats = std::make_unique<DatagramSocket>(address_, kHeartbeatPort, address_);
+    auto heartbeats = std::make_unique<DatagramSocket>(address_, kOutputPort, address_);
     try {
         relay_ = std::make_unique<WatchRelay>(address_);
     } catch (const std::system_error &) {

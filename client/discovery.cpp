@@ -4,7 +4,6 @@
 
 #include "protocol/ports.h"
 #include "protocol/requests.h"
-#include <quillon/session.h>
 
 namespace quillon {
 

@@ -19,10 +19,10 @@ namespace {
 }
 
 int openFrom(const std::string &from) {
+    const sockaddr_in local = from.empty() ? sockaddr_in{} : ipv4(from, 0);
     const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (fd < 0) fail("cannot open a socket");
     if (from.empty()) return fd;
-    const sockaddr_in local = ipv4(from, 0);
     if (bind(fd, reinterpret_cast<const sockaddr *>(&local), sizeof local) == 0) return fd;
     const int error = errno;
     close(fd);

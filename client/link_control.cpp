@@ -112,8 +112,9 @@ LinkOutcome applyUser(Session &session, const LinkRequest &request) {
         explain(session,
                 described(after) + "; only " + request.output + " was told why it was not granted");
     if (!ear.hears())
-        explain(session, described(after) +
-                             "; another program has UDP port 2333 here, so the "
+        explain(session, described(after) + "; another program has UDP port " +
+                             std::to_string(kConsolePort) +
+                             " here, so the "
                              "reason cannot be heard");
     explain(session, described(after) +
                          "; the holder's consoles were asked, and what they answered was no reply");

@@ -85,12 +85,14 @@ bool Session::usbLinked() {
     return understood(parseUsbLinked(answer), answer);
 }
 
-void Session::setLockKeys(LockKeys wanted) {
+void Session::setLockKeys(LockKeys wanted, bool asSoftware) {
     const auto word = [](bool on) { return std::string(on ? "on" : "off"); };
-    const std::string request = lockKeysRequest(wanted.caps, wanted.num);
+    const std::string tag = asSoftware ? kSoftwareTag : "";
+    const std::string request = tag + lockKeysRequest(wanted.caps, wanted.num);
     data_.send(request.data(), request.size());
     // An endpoint with a CH9350 leaves the Num Lock key down; these records let it go.
-    const KeyboardRecord release = keyboardRecord({});
+    const KeyboardRecord up = keyboardRecord({});
+    const std::string release = tag + std::string(up.begin(), up.end());
     for (int times = 0; times < 2; ++times) data_.send(release.data(), release.size());
     const LockKeys now = lockKeys();
     if (now.caps != wanted.caps || now.num != wanted.num)

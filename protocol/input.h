@@ -26,7 +26,7 @@ std::vector<Datagram> clickAt(std::uint16_t x, std::uint16_t y, Button button);
 std::vector<Datagram> wheelAt(std::uint16_t x, std::uint16_t y, int notches);
 
 /// The record after which nothing of what this one pressed is down: all keys up, or the same
-/// position, or no movement, without a button.
+/// position, or no movement, without a button. The record has to be one of the three kinds.
 Datagram released(const Datagram &record);
 
 template <class Record>

@@ -68,6 +68,11 @@ std::uint8_t functionKey(const std::string &name) {
 }
 
 std::uint8_t usageOfName(const std::string &name) {
+    unsigned usage = 0;
+    int end = 0;
+    if (sscanf(name.c_str(), "usage:0x%2x%n", &usage, &end) == 1 &&
+        end == static_cast<int>(name.size()))
+        return static_cast<std::uint8_t>(usage);
     for (const NamedKey &key : kNames)
         if (name == key.name) return key.usage;
     for (const NamedKey &key : kOtherNames)
@@ -121,6 +126,11 @@ std::string strokeName(const Stroke &stroke) {
 }
 
 std::optional<Stroke> parseCombo(const std::string &text, std::string &error) {
+    return parseCombo(text, error, [](const std::string &) { return std::nullopt; });
+}
+
+std::optional<Stroke> parseCombo(const std::string &text, std::string &error,
+                                 const KeyOfCharacter &keyOf) {
     Stroke stroke;
     for (std::size_t start = 0; start <= text.size();) {
         const std::size_t plus = std::min(text.find('+', start), text.size());
@@ -129,20 +139,20 @@ std::optional<Stroke> parseCombo(const std::string &text, std::string &error) {
             if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
         start = plus + 1;
 
-        const std::uint8_t modifier = modifierOfName(name);
-        const std::uint8_t usage = modifier == 0 ? usageOfName(name) : 0;
-        if (modifier == 0 && usage == 0) {
+        Stroke key{modifierOfName(name), 0};
+        if (key.modifiers == 0) key = keyOf(name).value_or(Stroke{0, usageOfName(name)});
+        if (key.modifiers == 0 && key.usage == 0) {
             error = "unknown key \"";
             error.append(name).append("\" in \"").append(text).append("\"");
             return std::nullopt;
         }
-        if (usage != 0 && stroke.usage != 0) {
+        if (key.usage != 0 && stroke.usage != 0) {
             error =
                 "\"" + text + "\" has two keys besides modifiers; only one reaches the computer";
             return std::nullopt;
         }
-        stroke.modifiers = static_cast<std::uint8_t>(stroke.modifiers | modifier);
-        if (usage != 0) stroke.usage = usage;
+        stroke.modifiers = static_cast<std::uint8_t>(stroke.modifiers | key.modifiers);
+        if (key.usage != 0) stroke.usage = key.usage;
     }
     return stroke;
 }

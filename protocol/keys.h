@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -65,5 +66,13 @@ std::string strokeName(const Stroke &stroke);
 /// Reads "ctrl+alt+delete": any number of modifiers and at most one other key, because an endpoint
 /// passes one key at a time. On failure none, and error says why.
 std::optional<Stroke> parseCombo(const std::string &text, std::string &error);
+
+/// The key for a name of one character, with the modifiers that it needs; none for another name.
+using KeyOfCharacter = std::function<std::optional<Stroke>(const std::string &name)>;
+
+/// The same, where a name of one character is the key that keyOf says. "usage:0x14" is the key with
+/// that HID usage, whatever its name.
+std::optional<Stroke> parseCombo(const std::string &text, std::string &error,
+                                 const KeyOfCharacter &keyOf);
 
 }  // namespace quillon

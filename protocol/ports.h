@@ -14,10 +14,14 @@ constexpr char kEndpointGroup[] = "224.168.1.1";
 /// Port of that group to which an endpoint sends its settings when "getKvmInfo:ADDRESS" asks.
 constexpr std::uint16_t kSettingsPort = 4001;
 
+/// An endpoint asks outputs whether they are alive from here, asks for consent from here, and tells
+/// consoles who holds control from here.
+constexpr std::uint16_t kHeartbeatPort = 41301, kConsentPort = 41303, kAnnouncePort = 41304;
+
 /// A console takes link messages here, at its address and in the group of all consoles.
 constexpr std::uint16_t kConsolePort = 2333;
 constexpr char kConsoleGroup[] = "225.168.1.168";
 /// A console answers heartbeats here.
-constexpr std::uint16_t kHeartbeatPort = 41237;
+constexpr std::uint16_t kOutputPort = 41237;
 
 }  // namespace quillon

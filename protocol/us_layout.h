@@ -1,6 +1,5 @@
-// Text to key strokes and back for a computer with the US layout. Everything that depends on the
-// computer's layout passes here: other layouts take the place of these functions, and of nothing
-// else.
+// Text to key strokes and back for a computer with the US layout: ASCII alone, and without a
+// library. The room layouts/ has all layouts, for programs that can have libxkbcommon.
 #pragma once
 
 #include <cstdint>
@@ -19,9 +18,9 @@ std::optional<Stroke> strokeOf(char character);
 /// The character that a key types, '\n' for Enter; '\0' for one that types none.
 char characterOf(std::uint8_t usage, bool shift, bool capsLock);
 
-/// The keyboard's states that type a text: press and release for every character; where Shift
-/// changes, it does so in a state of its own before the key. Ends with all keys up. False, with
-/// error naming character and place, when the layout lacks one; states is then not to be used.
+/// Appends the keyboard's states that type a text: press and release for every character; where
+/// Shift changes, it does so in a state of its own before the key. Ends with all keys up. False,
+/// with error naming character and place, when the layout lacks one; states is then not to be used.
 bool typeStrokes(const std::string &text, std::vector<Stroke> &states, std::string &error);
 
 }  // namespace quillon

@@ -1,5 +1,5 @@
 // The transfer of a Motorola S-record file to a board's microcontroller, over the serial line.
-// Only upload.h uses it, for quillon-flash; the daemon does not.
+// For upload.h and quillon-flash; the daemon does not use it.
 #pragma once
 
 #include <string>

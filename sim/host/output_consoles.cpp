@@ -23,7 +23,7 @@ int listenAt(const std::string &address) {
     setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     sockaddr_in local{};
     local.sin_family = AF_INET;
-    local.sin_port = htons(quillon::kHeartbeatPort);
+    local.sin_port = htons(quillon::kOutputPort);
     inet_pton(AF_INET, address.c_str(), &local.sin_addr);
     if (bind(fd, reinterpret_cast<sockaddr *>(&local), sizeof local) != 0)
         throw std::runtime_error("cannot listen at " + address + ": " + strerror(errno));

@@ -19,6 +19,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "protocol/ports.h"
 #include "sim/chips/losses.h"
 #include "sim/host/paths.h"
 #include "sim/host/uart_events.h"
@@ -88,7 +89,7 @@ sim::Losses lossesAskedFor() {
 
 // Only the data server loses datagrams: a thread must find the datagram that select() reported.
 bool isDataServer(int fd) {
-    constexpr int kFirstOther = 41301, kLastOther = 41304;
+    constexpr int kFirstOther = quillon::kHeartbeatPort, kLastOther = quillon::kAnnouncePort;
     sockaddr_in own{};
     socklen_t size = sizeof own;
     if (getsockname(fd, reinterpret_cast<sockaddr *>(&own), &size) != 0) return false;

@@ -53,7 +53,7 @@ constexpr Pins kPins500{
 struct BoardRow {
     const char *identifier;  ///< matches every board identifier that begins with it
     Chip chip;               ///< none: there is nothing for the daemon to do
-    const char *port;        ///< forced serial port, null: as configured
+    const char *port;        ///< forced serial port of a CH9329, null: as configured
     HDINFO family;           ///< how its USB power is switched
     bool usbPowerOff;        ///< USB power is switched off at start
     bool video;              ///< its video input can be watched

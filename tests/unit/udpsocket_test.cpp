@@ -125,7 +125,7 @@ TEST_F(UdpSocket, DrainGivesTheNextReceiveItsWholeSecondsAgain) {
         return sim::Clock::now() - begin;
     };
     receiveOne();
-    EXPECT_GT(waits(), 1500ms) << "they count, meant so";
+    EXPECT_GT(waits(), 1500ms) << "they count: deliberate";
     bool whole = false;
     // A busy machine may take too long once, but not each time.
     for (int i = 0; i < 5 && !whole; ++i) {

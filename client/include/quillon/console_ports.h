@@ -1,5 +1,6 @@
 // What comes for a console: link messages about who holds control, and heartbeats, which it
-// answers. No function waits: the caller polls. An object is for one thread at a time.
+// answers. No function waits: the caller polls, and calls serve() every second also without input.
+// An object is for one thread at a time.
 #pragma once
 
 #include <poll.h>
@@ -36,9 +37,9 @@ class ConsolePorts {
     /// What is not as it should be, for a person; empty when everything is.
     std::string trouble() const;
 
-    /// Appends the sockets to poll for input; then call serve().
+    /// Appends the sockets to poll for input, which change; then call serve().
     void addTo(std::vector<pollfd> &fds) const;
-    /// Answers heartbeats, and calls take for everything else that came, 64 datagrams of each
+    /// Answers heartbeats, and calls take for every other datagram to the console port, 64 of each
     /// socket at most: the rest waits for the next call.
     void serve(const std::function<void(const DatagramSocket::Received &)> &take);
 

@@ -1,5 +1,7 @@
 // An endpoint that a person controls: sends the input, sees to it that no key stays down, and keeps
-// asking the endpoint how it is. No function but finish() waits: the caller polls. An object is for
+// asking the endpoint how it is. No function but finish() and
+// the destructor waits: the caller polls. Only the constructor throws; what cannot be sent shows in
+// status(). An object is for
 // one thread at a time.
 #pragma once
 
@@ -17,7 +19,8 @@
 
 namespace quillon {
 
-/// What is known of an endpoint; none for what it has not answered yet.
+/// What is known of an endpoint; none for what it has not answered yet. While it is not reachable,
+/// what it answered last.
 struct EndpointStatus {
     bool reachable = false;                  ///< it has answered within the last 2 s
     std::chrono::microseconds roundTrip{0};  ///< of the last question, while it is reachable
@@ -66,13 +69,15 @@ class ControlledEndpoint {
     void askWhoControls(Time now);
     /// Asks for the lock LEDs as soon as no input waits: it stops records for 190 ms.
     void askLockKeys() { wantsLocks_ = true; }
-    /// Asks whether a computer is attached, see status(). The endpoint takes no records meanwhile.
+    /// Asks whether a computer is attached, see status(); an answer counts for 12 s. The endpoint
+    /// takes no records meanwhile.
     void testUsb() { wantsUsb_ = true; }
     bool testsUsb() const { return wantsUsb_ || usb_.waiting; }
-    /// Lets everything go by records that software sends, which an endpoint also takes from a
-    /// console that lost control.
+    /// Lets keys go, and buttons where a position is known, by records of software: an endpoint
+    /// takes those also from a console that lost control.
     void releaseAsSoftware();
-    /// Lets everything go, and says so as often as healing does. Waits a quarter of a second.
+    /// Forgets input that waits, lets everything go, and says so as often as healing does. Waits a
+    /// quarter of a second. Call it at the end: records leave faster from then on.
     void finish();
 
   private:

@@ -35,7 +35,8 @@ class DatagramSocket {
         std::string sender;  ///< IPv4 address, dotted
         std::uint16_t senderPort;
     };
-    /// Waits for one datagram, as long as timeout; none after that. 0 does not wait.
+    /// Waits for one datagram, as long as timeout; 0 does not wait. None after that, after a
+    /// signal, and when the system refuses. A longer datagram is cut.
     std::optional<Received> receive(std::chrono::milliseconds timeout);
 
     /// The socket, to poll for input before receive(); it stays the object's.

@@ -25,7 +25,8 @@ class Endpoint {
     void send(const void *bytes, std::size_t size);
 
     /// Sends a text and waits for the answer, as long as timeout; none after that. Answers to
-    /// earlier texts are thrown away before. Throws like send().
+    /// earlier texts, and what the endpoint's machine said to them, are thrown away before. Throws
+    /// like send().
     std::optional<std::string> ask(const std::string &text, std::chrono::milliseconds timeout);
 
     /// An answer that is there already, to whatever was sent, of 1500 bytes at most; does not wait.

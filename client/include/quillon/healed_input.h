@@ -49,14 +49,14 @@ class HealedInput {
         : pace_(pace), healing_(healing) {}
 
     /// The new state of the keyboard. The state before it is sent timesBefore times at least,
-    /// however short it was, unless records wait already. Four times, because then one state in a
-    /// million is lost when one record in 33 is.
+    /// however short it was, unless eight records wait already. Four times, because then one state
+    /// in a million is lost when one record in 33 is.
     void setKeyboard(const Stroke &down, int timesBefore = 4);
     const Stroke &keyboard() const { return keyboard_; }
 
     /// Whether the endpoint takes movements, or else positions. Buttons stay as they are.
     void setRelative(bool relative) { relative_ = relative; }
-    /// A position, in pixels of the endpoint's picture. It replaces one that still waits.
+    /// A position, in pixels of the endpoint's picture. It replaces one that waits at the end.
     void moveTo(std::uint16_t x, std::uint16_t y);
     /// A movement in the chip's own units, of any length.
     void moveByDistance(int dx, int dy);
@@ -66,7 +66,8 @@ class HealedInput {
     /// Positive is away from the user.
     void turnWheel(std::int8_t notches);
 
-    /// The records that let everything go, of the kinds that software can send too.
+    /// The records that let keys go, and buttons where a position is known, of the kinds that
+    /// software can send too.
     std::vector<Datagram> released() const;
     /// Lets everything go, also when nothing is down.
     void releaseAll();
@@ -77,7 +78,7 @@ class HealedInput {
 
     /// The record to send at this time; none when nothing is due.
     std::optional<Datagram> next(Time now);
-    /// When next() returns something; Time::max() for never.
+    /// When to call next(), which may still return none; Time::max() for never.
     Time due() const;
     /// No key is down, and that has been sent as often as a change is.
     bool keysAtRest() const { return !keysHeld() && keysWaiting_ == 0 && keys_.settled(); }

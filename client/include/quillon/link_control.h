@@ -15,14 +15,17 @@ struct LinkOutcome {
     Holder holder;       ///< who holds control now
 };
 
-// Each throws std::runtime_error, with a sentence for a person, when the endpoint did not do it.
-// They wait for the endpoint, applyUser() for up to 12 s: the user who holds control has 10 s to
-// answer.
-/// Takes control at once, or links one more output of the user who holds it.
+// Each asks the endpoint first, and waits up to 12 s for it to carry the request out, because the
+// holder may have 10 s to answer; each question has the session's time-out besides. Each throws
+// std::runtime_error, with a sentence for a person, when the endpoint did not do it. The name has
+// to be as conventionalName() makes it, and the request one that objection() does not object to.
+
+/// Takes control at once, or links one more output of the user who holds it. It also throws when
+/// control was taken but the output is not linked.
 LinkOutcome connectUser(Session &session, const LinkRequest &request);
-/// Asks for control. Why it was not granted is heard at UDP port 2333 of the own address, or
-/// through the program of the same user that has that port; when another program has it, the
-/// sentence says so.
+/// Asks for control. When the output is this machine, it hears why control was not granted, at UDP
+/// port 2333 or through the program of the same user that has the port; other messages that come
+/// there meanwhile are lost.
 LinkOutcome applyUser(Session &session, const LinkRequest &request);
 /// Gives control up.
 LinkOutcome disconnectUser(Session &session, const LinkRequest &request);

@@ -23,19 +23,21 @@ struct Question {
 
 /// Holds one question for each endpoint and user; an endpoint asks again for each output that it
 /// has linked. The endpoint is the address that sent the question, whatever name is in it. Four
-/// places are for each endpoint and sixteen for all, so that a flood fills the places of its sender
-/// alone; the rest is counted.
+/// places are for each endpoint and sixteen for all but the preferred, so that a flood fills the
+/// places of its sender alone; the rest is counted.
 class Questions {
   public:
     /// An endpoint whose questions go before those of others; an empty address for none.
     explicit Questions(std::string preferred = "") : preferred_(std::move(preferred)) {}
 
-    /// The question, if a person is to be asked; null when it is one too many, which is counted.
+    /// The question when it is a new one for the person, valid until the next change. Null for a
+    /// repeat, and for one that has no place; those count as surplus, and so do repeats from the
+    /// ninth on. An endpoint waits 10 s for the answer, see takeLate().
     const Question *add(const LinkMessage &message, const DatagramSocket::Received &from,
                         Question::Time now);
     bool empty() const { return waiting_.empty(); }
     std::size_t size() const { return waiting_.size(); }
-    /// Of the preferred endpoint the oldest, else the oldest of all.
+    /// Of the preferred endpoint the oldest, else the oldest of all. Only when not empty().
     const Question &front() const { return waiting_.front(); }
     const std::deque<Question> &all() const { return waiting_; }
     const Question *find(unsigned number) const;

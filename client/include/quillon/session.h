@@ -19,6 +19,7 @@ namespace quillon {
 /// An endpoint's record port and its operator port.
 class Session {
   public:
+    /// timeout: for each answer; lock keys take more than 190 ms, the USB-link test 600 ms.
     /// to, from: IPv4 addresses in dotted form; with an empty from the system chooses. dataPort:
     /// the endpoint's record port, kRecordPort unless its settings say otherwise. Sends nothing
     /// yet.
@@ -40,8 +41,9 @@ class Session {
     /// Who holds control.
     Holder holder();
     /// Carries out an operator command that has no answer (see requests.h), and returns who holds
-    /// control when the endpoint is done with it. Waits for that as long as patience, because an
-    /// endpoint takes its commands one after the other and may wait 10 s for a user's consent.
+    /// control when the endpoint is done with it. Waits for that as long as patience and one
+    /// time-out, because an endpoint takes its commands one after the other and may wait 10 s for a
+    /// user's consent.
     Holder holderAfter(const std::string &command, std::chrono::milliseconds patience);
     Settings settings();
     /// The same, sent by the endpoint to the group of all endpoints.
@@ -51,7 +53,8 @@ class Session {
     bool usbLinked();
 
     // Each returns when the endpoint reports the new state, and throws when it reports another.
-    void setLockKeys(LockKeys wanted);
+    /// asSoftware: marks the request as sent by software, so that it is taken from everybody.
+    void setLockKeys(LockKeys wanted, bool asSoftware = false);
     void setMouseMode(bool relative);
     void setPermissions(bool on);
     void setUsbPower(bool on);
