@@ -4,7 +4,8 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 packages=(g++ cmake ninja-build libboost-dev libcli11-dev libgtest-dev nlohmann-json3-dev
-    libbenchmark-dev libncurses-dev iproute2)
+    libbenchmark-dev libncurses-dev libtomlplusplus-dev libutf8proc-dev libx11-data
+    libxkbcommon-dev pkg-config xkb-data iproute2)
 
 install_missing() {
     local missing=() package
