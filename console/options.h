@@ -3,16 +3,19 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "console/preferences.h"
+#include "protocol/ports.h"
 #include <quillon/session.h>
 
 namespace quillon {
 
 struct Options {
     std::string to, from;
-    std::uint16_t port = 80;
+    std::uint16_t port = kRecordPort;
     unsigned intervalMs = 8;
     unsigned timeoutMs = 2000;
     bool json = false, asSoftware = false, viaGroup = false;
@@ -28,11 +31,23 @@ struct Options {
     std::vector<std::string> leds;
     std::string mode;
     std::string user, output;
-    int level = 0;
+    std::optional<int> level;
+    std::string layout, variant, system, unicode;
+    bool keepLocks = false;
     bool grant = false, refuse = false;
     bool apply = false;
     std::string escape = "ctrl+]";
 };
+
+/// What the person prefers for the endpoint of these options, by the file alone. Throws like
+/// readPreferences().
+Preferences preferencesOf(const Options &options);
+/// The layout of the computer, see layoutOf().
+LayoutChoice layoutOf(const Options &options);
+/// Adds --layout, --variant and --system to a subcommand.
+void addLayoutOptions(CLI::App &command, Options &options);
+/// Prints the layouts of the database when --layout says "list"; false otherwise.
+bool listLayouts(const Options &options);
 
 /// Throws CLI::RequiredError without an address to talk to.
 Session openSession(const Options &options);

@@ -10,10 +10,15 @@ namespace {
 using Carry = LinkOutcome (*)(Session &, const LinkRequest &);
 
 void request(const Options &options, Carry carryOut) {
+    const Preferences preferred = preferencesOf(options);
+    const std::string user = options.user.empty() ? preferred.user : options.user;
+    if (user.empty()) throw CLI::RequiredError("--name");
+    const auto level = options.level ? options.level : preferred.level;
+    if (!level && carryOut != disconnectUser) throw CLI::RequiredError("--level");
     Session session = openSession(options);
     const std::string own = session.ownAddress();
-    const LinkRequest wanted{conventionalName(options.user, own),
-                             options.output.empty() ? own : options.output, options.level};
+    const LinkRequest wanted{conventionalName(user, own),
+                             options.output.empty() ? own : options.output, level.value_or(0)};
     std::string why = objection(wanted, carryOut != disconnectUser);
     // A user who holds control by an old settings file may have a name that would be refused now.
     if (!why.empty() && objection(wanted, false).empty() && session.holder().user == wanted.name)
@@ -32,17 +37,19 @@ void addTakingCommands(CLI::App &app, Options &options) {
         auto *added = app.add_subcommand(name, help);
         added
             ->add_option("--name", options.user,
-                         "Name of the user; the address of this machine is put before it")
-            ->type_name("USER")
-            ->required();
-        added->add_option("--level", options.level, "Permission level; a larger one is stronger")
+                         "Name of the user, or else that of console.toml; the address of this "
+                         "machine is put "
+                         "before it")
+            ->type_name("USER");
+        added
+            ->add_option("--level", options.level,
+                         "Permission level, or else that of console.toml; a larger one is stronger")
             ->type_name("N");
         added->callback([&options, carryOut] { request(options, carryOut); });
         return added;
     };
     const auto addTaking = [&](const char *name, const char *help, Carry carryOut) {
         auto *added = add(name, help, carryOut);
-        added->get_option("--level")->required();
         added->add_option("--output", options.output, "Console to link; without it, this machine")
             ->type_name("ADDRESS")
             ->check(CLI::ValidIPV4);

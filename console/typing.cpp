@@ -5,30 +5,54 @@
 #include <cstdio>
 #include <iostream>
 #include <iterator>
+#include <map>
 #include <stdexcept>
 
+#include "console/lock_guard.h"
 #include "console/options.h"
 #include "console/sender.h"
-#include "protocol/us_layout.h"
+#include "layouts/typing.h"
+#include "terminal/printable.h"
 
 namespace quillon {
 namespace {
 
+const std::map<std::string, UnicodeInput> kUnicodeInputs{{"linux", UnicodeInput::kLinux},
+                                                         {"windows", UnicodeInput::kWindows},
+                                                         {"skip", UnicodeInput::kSkip}};
+
+// Sees to the lock keys, and types.
+void send(const Options &options, const TypedText &typed, bool progress) {
+    Sender sender(options);
+    LockGuard locks(sender.session(), options.asSoftware);
+    if (!options.keepLocks) locks.require(false, typed.needsNumLock);
+    sender.send(recordsOf(typed.states), progress ? "typing" : nullptr);
+}
+
 void type(const Options &options, bool fromInput) {
     constexpr std::size_t kLongText = 200;
+    if (listLayouts(options)) return;
     std::string text = options.text, error;
     if (fromInput) text.assign(std::istreambuf_iterator<char>(std::cin), {});
-    std::vector<Stroke> states;
-    if (!typeStrokes(text, states, error)) throw std::runtime_error(error);
-    const bool progress = text.size() >= kLongText && isatty(STDERR_FILENO) != 0;
-    Sender(options).send(recordsOf(states), progress ? "typing" : nullptr);
+    std::optional<LockKeys> locks;
+    if (options.keepLocks) locks = openSession(options).lockKeys();
+    const UnicodeInput unicode =
+        options.unicode.empty() ? UnicodeInput::kRefuse : kUnicodeInputs.at(options.unicode);
+    const auto typed = Typist(layoutOf(options), locks).type(text, unicode, error);
+    if (!typed) throw std::runtime_error(error + "; nothing was typed");
+    send(options, *typed, text.size() >= kLongText && isatty(STDERR_FILENO) != 0);
+    for (const std::string &skipped : typed->skipped)
+        fprintf(stderr, "quillon-console: left out %s\n", printable(skipped).c_str());
+    if (!typed->skipped.empty()) throw std::runtime_error("not everything could be typed");
 }
 
 void pressKeys(const Options &options) {
+    if (listLayouts(options)) return;
+    const Typist typist(layoutOf(options));
     std::vector<Datagram> records;
     for (const std::string &combo : options.combos) {
         std::string error;
-        const auto stroke = parseCombo(combo, error);
+        const auto stroke = parseCombo(combo, error, keyOf(typist));
         if (!stroke) throw std::runtime_error(error);
         for (Datagram &record : strokeKey(*stroke)) records.push_back(std::move(record));
     }
@@ -48,19 +72,32 @@ void addRepeat(CLI::App &command, Options &options) {
 }  // namespace
 
 void addTypingCommands(CLI::App &app, Options &options) {
-    auto *typing = app.add_subcommand("type", "Type a text on a computer with the US layout");
+    auto *typing = app.add_subcommand("type", "Type a text");
     auto *text =
         typing->add_option("text", options.text, "The text; without it, standard input is typed")
             ->type_name("TEXT");
+    addLayoutOptions(*typing, options);
+    typing
+        ->add_option("--unicode", options.unicode,
+                     "How to type what the layout lacks: linux (Ctrl+Shift+U and digits), windows "
+                     "(Alt and digits) or skip; without it nothing is typed then")
+        ->type_name("HOW")
+        ->check(CLI::IsMember(kUnicodeInputs).description(""));
+    typing->add_flag("--keep-locks", options.keepLocks,
+                     "Leave Caps Lock and Num Lock of the computer as they are");
     addRepeat(*typing, options);
     typing->callback([&options, text] { type(options, text->count() == 0); });
 
     auto *key = app.add_subcommand("key", "Press keys, e.g. ctrl+alt+delete or f5");
-    key->add_option("combo", options.combos, "Modifiers and one key, joined by +")
-        ->required()
+    key->add_option("combo", options.combos,
+                    "Modifiers and one key, joined by +; usage:0x14 is a position on the keyboard")
         ->type_name("COMBO...");
+    addLayoutOptions(*key, options);
     addRepeat(*key, options);
-    key->callback([&options] { pressKeys(options); });
+    key->callback([&options] {
+        if (options.combos.empty() && options.layout != "list") throw CLI::RequiredError("combo");
+        pressKeys(options);
+    });
 }
 
 }  // namespace quillon

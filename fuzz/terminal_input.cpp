@@ -14,8 +14,9 @@ void check(const std::vector<TerminalEvent> &events) {
     for (const TerminalEvent &event : events) {
         const bool key = event.kind <= TerminalEvent::kRelease;
         fuzz::require(!key || event.key != 0, "a key that there is");
-        fuzz::require(event.character == 0 || (event.character >= ' ' && event.character <= '~'),
-                      "a character that is one");
+        fuzz::require(
+            event.character == 0 || (event.character >= ' ' && event.character <= 0x10FFFF),
+            "a character that is one");
         fuzz::require(event.kind != TerminalEvent::kMouse || (event.row >= 0 && event.column >= 0),
                       "a cell of the screen");
     }

@@ -31,7 +31,7 @@ constexpr Wiring kWirings[] = {
     {"QBRD10403n_5000_R1", 1},
 };
 
-// Pins of the USB power: their function, and as a GPIO their direction. Boards have one of them.
+// Registers of the USB power pins: pin function and GPIO direction. A board has one of these pins.
 struct PowerPin {
     std::uint32_t function, direction, bit;
 };
@@ -48,7 +48,7 @@ std::string readFile(const std::string &path) {
     std::string text;
     FILE *file = fopen(path.c_str(), "r");
     if (file == nullptr) return text;
-    constexpr std::size_t kMost = 1 << 20;  // a device has no end
+    constexpr std::size_t kMost = 1 << 20;  // the file may be a device, which has no end
     char chunk[4096];
     for (std::size_t n; text.size() < kMost && (n = fread(chunk, 1, sizeof chunk, file)) > 0;)
         text.append(chunk, n);
@@ -62,7 +62,7 @@ std::string configuredPort(const std::string &settings) {
     return at == std::string::npos ? "" : settings.substr(at + strlen(kKey), strlen("COM3"));
 }
 
-// The addresses have to be there before anything listens at them.
+// Makes the addresses, before anything listens at them.
 BoardOptions withNetwork(BoardOptions options) {
     std::vector<std::string> addresses{options.address};
     addresses.insert(addresses.end(), options.consoles.begin(), options.consoles.end());
@@ -86,6 +86,7 @@ Board::Board(BoardOptions options)
       rawChip_(computer_),
       microcontroller_(options_.mcuBoards, options_.chipBaud),
       consoles_(options_.consoles) {
+    if (options_.keyboard) computer_.setLayout(options_.keyboard());
     writeFiles();
     ports_ = std::make_unique<SerialPorts>(options_.paced);
     attachDevice();
@@ -130,8 +131,8 @@ void Board::writeFiles() const {
     writeFile("/data/net.ini", "kEth0Ip=" + options_.address + "\n");
     if (mkdir(options_.directory.c_str(), 0755) != 0 && errno != EEXIST)
         throw std::runtime_error("cannot make " + options_.directory + ": " + strerror(errno));
-    // A fresh board comes from a factory that left line and chip at one speed. Its daemon sets the
-    // port at the first start.
+    // A fresh board comes from the factory with line and chip at the same speed. The daemon sets
+    // the port at its first start.
     const std::string fresh = "[serial]\ncom_port=COM" +
                               std::to_string(chipPort(options_.identifier, "")) +
                               "\nbuad_rate=" + std::to_string(options_.chipBaud) + "\n";
@@ -183,7 +184,7 @@ void Board::supervise() {
     while (!stopping_) {
         if (!listening_ && dataPort_ != 0 && udpPortBound(dataPort_) &&
             udpPortBound(quillon::kOperatorPort)) {
-            // Somebody who sees "reboot" waits until the daemon has settled, then cuts the power.
+            // As a person does who sees "reboot": the power is cut when the daemon listens.
             if (wantsReboot_ && options_.powerCycle)
                 powerCycle();
             else
@@ -244,7 +245,7 @@ int Board::stop() {
 void Board::powerCycle() {
     const std::lock_guard<std::mutex> lock(mutex_);
     daemon_->kill();
-    ports_->powerCut();  // else its last frame reaches the chip in the new life
+    ports_->powerCut();  // else its last frame reaches the chip after the restart
     hidChip().powerCycle();
     startDaemon();
 }

@@ -1,4 +1,4 @@
-// A whole simulated board: network, registers, serial ports, chip, computer, and the daemon.
+// A complete simulated board: network, registers, serial ports, chip, computer, and the daemon.
 #pragma once
 
 #include <atomic>
@@ -26,33 +26,35 @@ namespace sim {
 struct BoardOptions {
     std::string identifier = "QBRD10401m2_3000_R1";
     enum Chip { kNone, kCh9329, kCh9350 } chip = kCh9329;
-    unsigned mcuBoards = 0;  ///< 10 or 20: a microcontroller with so many boards, and no chip
+    unsigned mcuBoards = 0;  ///< 10 or 20: boards of a microcontroller, which replaces the chip
     std::set<unsigned> absentBoards;
     bool chatter = false;     ///< a CH9350 sends its status every second
-    int chipBaud = 115200;    ///< what the chip runs at when the board starts
-    int storedBaud = 115200;  ///< what it takes at its next restart
+    int chipBaud = 115200;    ///< speed of the chip when the board starts, bits per second
+    int storedBaud = 115200;  ///< speed of the chip after its next restart
+    /// How the computer reads keys; none: as a US keyboard.
+    std::function<std::unique_ptr<KeyReader>()> keyboard;
     std::string address = "192.168.1.10";
     std::vector<std::string> consoles{"192.168.1.20"};
     bool paced = false;
-    double loss = 0;         ///< part of the records and frames that is lost, 0 to 1
-    unsigned seed = 1;       ///< of what is lost
-    bool powerCycle = true;  ///< give it one when the daemon asks for it with "reboot"
+    double loss = 0;         ///< part of records, frames, answers and checksums, 0 to 1
+    unsigned seed = 1;       ///< chooses what is lost
+    bool powerCycle = true;  ///< cut the power when the daemon asks for it with "reboot"
 
-    std::string daemon;                       ///< program
-    std::string preload;                      ///< its preload library
+    std::string daemon;                       ///< path of the program
+    std::string preload;                      ///< path of its preload library
     std::string directory = "/data/quillon";  ///< of its settings and log; made when missing
-    std::optional<std::string> settings;      ///< quillon.ini; none: as it lies there, or fresh
+    std::optional<std::string> settings;      ///< quillon.ini; none: the file there, or fresh
     int input = -1;                           ///< the daemon's standard input; -1: /dev/null
     std::function<void(const std::string &)> onLogLine;
-    /// From another thread: what could not be written.
+    /// Called from another thread, with what could not be written.
     std::function<void(const std::string &)> onTrouble;
 };
 
-/// Which of /dev/ttyAMA0 to 3 the chip of a board is wired to; configured is the port of the
-/// settings ("COM3"), which decides on boards that leave it open.
+/// Number of the port, /dev/ttyAMA0 to 3, that the chip of a board is wired to. configured is the
+/// port in the settings ("COM3"), which decides on boards that do not force one.
 int chipPort(const std::string &identifier, const std::string &configured);
 
-/// Lives on a private host (runOnPrivateHost), one at a time. The constructor makes the devices,
+/// Exists on a private host (runOnPrivateHost), one at a time. The constructor makes the devices,
 /// start() the daemon.
 class Board {
   public:
@@ -63,27 +65,27 @@ class Board {
     Board &operator=(const Board &) = delete;
 
     /// Starts the daemon; throws std::runtime_error when /dev/mem is not the board's own file, or
-    /// the program does not start. Call once, and not with a microcontroller: who programs it has
-    /// the serial line for himself.
+    /// the program does not start. Call once, and not with a microcontroller: the program that
+    /// uploads to it needs the serial line for itself.
     void start();
 
     /// Waits until the data server and the operator socket listen; false when they do not in time
     /// or the daemon ended.
     bool waitUntilListening(std::chrono::milliseconds timeout);
     bool listening() const { return listening_; }
-    /// Waits until nothing is on its way to the computer any more.
+    /// Waits until nothing has been on its way to the computer for 100 ms, at most timeout.
     void waitUntilQuiet(std::chrono::milliseconds timeout);
 
-    /// Ends the daemon: SIGTERM, which costs it 2 s, then SIGKILL. Its exit status.
+    /// Ends the daemon with SIGTERM, after 3 s with SIGKILL; it takes 2 s to end. Its exit status.
     int stop();
-    /// Chip and daemon lose power and come back.
+    /// Chip and daemon lose power and start again.
     void powerCycle();
 
-    /// The daemon that runs now, replaced by a power cycle; null before start().
+    /// The present daemon; a power cycle replaces it. Null before start().
     std::shared_ptr<Daemon> daemon() const;
-    /// Exit status of a daemon that ended by itself; none while it runs.
+    /// Exit status of a daemon that ended; none while it runs.
     std::optional<int> daemonStatus() const;
-    /// The chip that is soldered to it, whichever.
+    /// The chip on the board, CH9329 or CH9350.
     HidChip &hidChip();
     Ch9329 &chip() { return chip_; }
     /// Speed that the daemon has set on the chip's line, bits per second.
@@ -93,14 +95,14 @@ class Board {
     OutputConsoles &consoles() { return consoles_; }
     SerialPorts &serialPorts() { return *ports_; }
     Computer &computer() { return computer_; }
-    /// What the daemon did with the computer's USB power; none: nothing yet, and it is on.
+    /// How the daemon switched the computer's USB power; none: not yet, and it is on.
     std::optional<bool> usbPower() const;
     Registers &registers() { return registers_; }
     const BoardOptions &options() const { return options_; }
     std::string settingsFile() const { return options_.directory + "/quillon.ini"; }
-    /// The settings as they lie there.
+    /// The present text of the settings file; empty without one.
     std::string settings() const;
-    /// UDP port of the data server, 0 until it started.
+    /// UDP port of the data server, 0 until it starts.
     unsigned dataPort() const { return dataPort_; }
 
   private:

@@ -1,5 +1,6 @@
 // quillon-board: runs the daemon on a simulated board.
 
+#include <clocale>
 #include <cstdio>
 #include <stdexcept>
 
@@ -66,6 +67,7 @@ int run(int argc, char **argv) {
 }  // namespace sim
 
 int main(int argc, char **argv) {
+    setlocale(LC_CTYPE, "");
     quillon::holdStandardStreams();
     const int status = sim::run(argc, argv);
     return quillon::finishOutput(sim::kProgram) || status != 0 ? status : 1;

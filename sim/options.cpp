@@ -11,6 +11,7 @@
 #include <stdexcept>
 
 #include "sim/board_control.h"
+#include "sim/computer/layout_reader.h"
 #include "sim/view/trace.h"
 #include "terminal/printable.h"
 
@@ -41,7 +42,7 @@ std::string readText(const std::string &path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-// Is there a terminal that can place its cursor, and is this in its foreground?
+// True in the foreground of a terminal that can place its cursor.
 bool ownsScreen() {
     const char *term = getenv("TERM");
     return term != nullptr && *term != '\0' && strcmp(term, "dumb") != 0 &&
@@ -60,10 +61,12 @@ void describe(CLI::App &app, Options &options) {
         ->check(CLI::IsMember(kChips).description(""))
         ->type_name("CHIP")
         ->capture_default_str();
-    auto *mcu = app.add_option("--mcu", board.mcuBoards,
-                               "Instead of the chip a microcontroller with 10 or 20 boards; no daemon starts")
-                    ->check(CLI::IsMember({10, 20}).description(""))
-                    ->type_name("BOARDS");
+    auto *mcu =
+        app.add_option(
+               "--mcu", board.mcuBoards,
+               "Instead of the chip a microcontroller with 10 or 20 boards; no daemon starts")
+            ->check(CLI::IsMember({10, 20}).description(""))
+            ->type_name("BOARDS");
     app.add_option("--absent", board.absentBoards,
                    "Number of a board that is absent; may be given again")
         ->check(CLI::Range(0, 19).description(""))
@@ -94,10 +97,20 @@ void describe(CLI::App &app, Options &options) {
     app.add_option("--config", options.configFile, "Settings to start with, a quillon.ini")
         ->check(CLI::ExistingFile.description(""))
         ->type_name("FILE");
+    app.add_option("--layout", options.layout, "Keyboard layout of the computer")
+        ->type_name("LAYOUT")
+        ->capture_default_str();
+    app.add_option("--variant", options.variant, "Variant of that layout")->type_name("VARIANT");
+    app.add_option("--system", options.system,
+                   "What dead keys do on the computer: x11, console or windows")
+        ->check(CLI::IsMember(quillon::kSystemNames).description(""))
+        ->type_name("SYSTEM")
+        ->capture_default_str();
     app.add_flag("--pace", board.paced, "Bytes take as long as on a real wire");
-    app.add_option("--loss", options.lossPercent,
-                   "Share of console datagrams, frames and answers of the chip that is lost, and of "
-                   "checksums that are spoiled")
+    app.add_option(
+           "--loss", options.lossPercent,
+           "Share of console datagrams, frames and answers of the chip that is lost, and of "
+           "checksums that are spoiled")
         ->check(CLI::Range(0.0, 100.0).description(""))
         ->type_name("PERCENT");
     app.add_option("--seed", board.seed, "Chooses what is lost; the same number loses the same")
@@ -110,29 +123,35 @@ void describe(CLI::App &app, Options &options) {
                    "Write all datagrams and serial frames to a pcapng file")
         ->type_name("FILE");
     app.add_flag("--lines", options.lines,
-                 "Print lines also on a terminal, which else shows the board live");
+                 "Print lines also on a terminal, which otherwise shows the board live");
     app.add_flag("--quiet", options.quiet,
                  "Leave the terminal to COMMAND: do not print what reaches the computer");
     app.add_flag("--log", options.log, "Print the daemon's log too");
     app.add_flag("!--no-power-cycle", board.powerCycle,
                  "Do not cut the power when the daemon asks for \"reboot\"");
-    app.add_option("command", options.command, "Command to run on the board's network; the board ends with it")
+    app.add_option("command", options.command,
+                   "Command to run on the board's network; the board ends with it")
         ->type_name("COMMAND...");
     app.add_option("--name", options.name, "Name of this board, for a user who runs several")
         ->type_name("NAME")
         ->capture_default_str();
     app.footer("Put -- before COMMAND.");
 
-    auto *enter = app.add_subcommand("enter", "Run a command, or a shell, on the network of a running board");
+    auto *enter =
+        app.add_subcommand("enter", "Run a command, or a shell, on the network of a running board");
     enter->add_option("command", options.command, "After --")->type_name("COMMAND...");
     auto *ctl = app.add_subcommand("ctl", "Send a request to a running board");
     ctl->add_option("request", options.command, controlHelp())->type_name("REQUEST")->required();
-    for (CLI::App *command : {enter, ctl}) command->fallthrough();  // --name may stand behind
+    for (CLI::App *command : {enter, ctl}) command->fallthrough();  // --name may come after it
     app.require_subcommand(0, 1);
 }
 
 void complete(CLI::App &app, Options &options) {
     options.board.chip = kChips.at(options.chip);
+    const quillon::LayoutChoice choice{options.layout, options.variant,
+                                       quillon::kSystemNames.at(options.system)};
+    readerOf(choice);  // a wrong name is found now
+    options.board.keyboard = [choice] { return readerOf(choice); };
     options.board.loss = options.lossPercent / 100;
     for (const unsigned absent : options.board.absentBoards)
         if (absent >= options.board.mcuBoards)

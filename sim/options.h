@@ -15,21 +15,22 @@ constexpr char kProgram[] = "quillon-board";
 struct Options {
     BoardOptions board;
     std::string chip = "ch9329", configFile, keepDir;
+    std::string layout = "us", variant, system = "x11";  ///< of the computer
     bool log = false, lines = false, quiet = false;
     std::string traceFile;
     FILE *trace = nullptr;
-    bool screen = false;  ///< the board is shown live on a whole terminal
+    bool screen = false;  ///< shows the board live on the whole terminal
     double lossPercent = 0;
     std::vector<std::string> command;
     std::string name = "default";
     int control = -1;  ///< listening socket for requests, see host/control_socket.h
 };
 
-/// Makes the options known to the parser.
+/// Adds the options to the parser, which writes the values to options.
 void describe(CLI::App &app, Options &options);
 
-/// What follows from the options together, after they were parsed, for a board that is to run.
-/// Opens the files that they name. Throws std::runtime_error for what cannot be.
+/// Completes the parsed options of a board that is to run, and opens the files that they name.
+/// Throws std::runtime_error for options that are not possible.
 void complete(CLI::App &app, Options &options);
 
 }  // namespace sim

@@ -11,7 +11,11 @@ namespace quillon {
 /// printed this way.
 std::string printable(std::string text);
 
-/// The same for a text of several lines; line feeds stay.
+/// The same, but letters and signs beyond ASCII stay where the locale says that the terminal reads
+/// UTF-8 (setlocale() first), without those that only change how others are shown.
+std::string printableText(const std::string &utf8);
+
+/// The same as printable() for a text of several lines; line feeds stay.
 std::string printableLines(std::string text);
 
 }  // namespace quillon

@@ -22,6 +22,11 @@ void put(int row, int column, const std::string &text, attr_t attributes, Colour
     attr_set(A_NORMAL, kNoColour, nullptr);
 }
 
+void putText(int row, int column, const std::string &utf8) {
+    if (row < 0 || row >= LINES || column < 0 || column >= COLS) return;
+    mvaddstr(row, column, printableText(utf8).c_str());
+}
+
 void bar(int row, std::string text, Colour colour) {
     text.resize(static_cast<std::size_t>(std::max(COLS, 0)), ' ');
     put(row, 0, text, A_REVERSE, colour);

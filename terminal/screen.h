@@ -18,6 +18,9 @@ void startColours();
 void put(int row, int column, const std::string &text, attr_t attributes = A_NORMAL,
          Colour colour = kNoColour);
 
+/// The same for a text that was typed: printableText().
+void putText(int row, int column, const std::string &utf8);
+
 /// A line of text that is reversed over the whole width.
 void bar(int row, std::string text, Colour colour = kNoColour);
 

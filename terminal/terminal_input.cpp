@@ -98,8 +98,22 @@ std::optional<KeyWithModifiers> keyOfByte(char byte) {
     return KeyWithModifiers{kTerminalCtrl, plain};
 }
 
-char printableOrNone(int code) {
-    return code >= ' ' && code <= '~' ? static_cast<char>(code) : '\0';
+// The character of a code, 0 for one that stands for a key without a character.
+char32_t characterOf(int code) {
+    constexpr int kPrivateUse = 0xE000, kPrivateUseEnd = 0xF900;
+    const bool key = code < 0x20 || code == 0x7F || (code >= kPrivateUse && code < kPrivateUseEnd);
+    return key ? 0 : static_cast<char32_t>(code);
+}
+
+// The code point of a whole UTF-8 sequence; none for one that is too long for its value.
+std::optional<int> codePointOf(const std::string &bytes) {
+    constexpr int kFirst[] = {0, 0, 0x80, 0x800, 0x10000};
+    const std::size_t size = bytes.size();
+    int code = static_cast<unsigned char>(bytes[0]) & (0xFF >> (size + 1));
+    for (std::size_t i = 1; i < size; ++i) code = code << 6 | (bytes[i] & 0x3F);
+    if (size < 2 || code < kFirst[size] || code > 0x10FFFF) return std::nullopt;
+    if (code >= 0xD800 && code < 0xE000) return std::nullopt;
+    return code;
 }
 
 std::size_t utf8Size(unsigned char first) {
@@ -208,7 +222,13 @@ std::size_t TerminalInput::readOne(std::vector<TerminalEvent> &events) {
     const auto key = size == 1 ? keyOfByte(pending_[0]) : std::nullopt;
     if (key) {
         events.push_back(keyEvent(TerminalEvent::kTap, key->modifiers, key->key));
-        events.back().character = printableOrNone(static_cast<unsigned char>(pending_[0]));
+        events.back().character = characterOf(static_cast<unsigned char>(pending_[0]));
+        events.back().typed = events.back().character != 0;
+    } else if (const auto code = codePointOf(pending_.substr(0, size));
+               code && characterOf(*code) != 0) {
+        events.push_back(keyEvent(TerminalEvent::kTap, 0, *code));
+        events.back().character = characterOf(*code);
+        events.back().typed = true;
     } else {
         events.push_back(textEvent(TerminalEvent::kUnknown, pending_.substr(0, size)));
     }
@@ -281,7 +301,11 @@ void TerminalInput::takeControlSequence(const std::string &body, char last,
     } else if (last == 'u') {  // base: the key of a US layout at the same place
         events.push_back(reportedKey(parameters, base != 0 ? base : code, reports_));
         const bool shift = (events.back().modifiers & kTerminalShift) != 0;
-        events.back().character = printableOrNone(shift && shifted != 0 ? shifted : code);
+        const int text = parameters[2][0];
+        events.back().character = characterOf(text != 0               ? text
+                                              : shift && shifted != 0 ? shifted
+                                                                      : code);
+        events.back().typed = text != 0 && events.back().character != 0;
     } else {
         events.push_back(reportedKey(parameters, find(kLetters, last), reports_));
         if (last == 'Z') events.back().modifiers |= kTerminalShift;

@@ -81,14 +81,19 @@ struct TerminalEvent {
         kPaste,       ///< text
         kFocus,       ///< on: the terminal has the focus; else it lost it
         kKeyReports,  ///< on: the terminal reports presses and releases
-        kUnknown      ///< text: a character that is not ASCII; empty for an unknown sequence
+        kUnknown      ///< text: bytes that are no character; empty for an unknown sequence
     };
     Kind kind = kUnknown;
 
     // Of keys.
     int key = 0;             ///< a code point or a TerminalKey, see there
     unsigned modifiers = 0;  ///< of TerminalModifier
-    char character = 0;      ///< what the key types in the person's layout; 0 where not reported
+    /// What the key types in the person's layout, a code point; 0 for nothing, or where it is not
+    /// reported.
+    char32_t character = 0;
+    /// The terminal reported the character itself. Otherwise it is the one of the key without
+    /// AltGr, and only the place of the key is certain.
+    bool typed = false;
 
     bool on = false;
     std::string text;

@@ -38,7 +38,8 @@ class Control {
           ports_(address_, ConsolePorts::kSelfOrOther),
           consent_(address_, options.endpoint.to),
           menu_(options.escapeName),
-          forwarder_(endpoint_, options.endpoint.asSoftware) {
+          typist_(options.layout),
+          forwarder_(endpoint_, typist_, options.endpoint.asSoftware) {
         applying_ = options.apply;
         news_ = ports_.trouble();
     }
@@ -118,17 +119,18 @@ class Control {
                 keyReports_ = event.on;
                 return;
             case TerminalEvent::kUnknown:
-                if (!event.text.empty())
-                    refused_ = "the US layout has no key for \"" + event.text + "\"";
+                if (!event.text.empty()) refused_ = "the terminal sent bytes that are no character";
                 return;
             default:
-                if (const auto stroke = strokeOf(event)) key(event, *stroke);
+                key(event);
         }
     }
 
     // ---- what a person does
 
-    void key(const TerminalEvent &event, const Stroke &stroke) {
+    void key(const TerminalEvent &event) {
+        const std::vector<Stroke> strokes = strokesOf(event, typist_);
+        const Stroke stroke = strokes.empty() ? Stroke{} : strokes.back();
         const bool modifier = stroke.usage >= kUsageLeftCtrl;
         const bool down = event.kind == TerminalEvent::kTap || event.kind == TerminalEvent::kPress;
         if (down && stroke == options_.escape) {
@@ -136,12 +138,12 @@ class Control {
             escape();
         } else if (menu_.open() || menu_.prompting()) {
             if (event.kind != TerminalEvent::kRelease && !modifier)
-                carryOut(menu_.type(stroke, event.character));
+                carryOut(menu_.type(event.key, event.character));
         } else if (forwarder_.pasting()) {
             if (down && !modifier)
                 refused_ = "keys wait for the paste; " + options_.escapeName + " stops it";
         } else {
-            const std::string why = forwarder_.key(event.kind, stroke);
+            const std::string why = forwarder_.key(event);
             if (down) complain(why);
         }
     }
@@ -205,7 +207,7 @@ class Control {
 
     void sendCombo(const std::string &text) {
         std::string error;
-        const auto stroke = parseCombo(text, error);
+        const auto stroke = parseCombo(text, error, keyOf(typist_));
         if (!stroke) {
             refused_ = error;
             return;
@@ -354,6 +356,7 @@ class Control {
     ConsolePorts ports_;
     Consent consent_;
     Menu menu_;
+    const Typist typist_;
     Forwarder forwarder_;
     Terminal terminal_{Terminal::kAll};
     TerminalInput input_;

@@ -4,13 +4,15 @@
 #include <csignal>
 #include <string>
 
+#include "layouts/typing.h"
 #include <quillon/controlled_endpoint.h>
 
 namespace quillon {
 
 struct ControlOptions {
     ControlledEndpoint::Setup endpoint;
-    std::string user;  ///< for requests for control, see conventionalName
+    LayoutChoice layout;  ///< of the computer
+    std::string user;     ///< for requests for control, see conventionalName
     int level = 0;
     bool apply = false;              ///< ask for control at once
     Stroke escape{kLeftCtrl, 0x30};  ///< opens the menu

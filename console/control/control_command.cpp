@@ -10,6 +10,7 @@ namespace quillon {
 namespace {
 
 void start(const Options &options) {
+    if (listLayouts(options)) return;
     if (options.to.empty()) throw CLI::RequiredError("--to");
     ControlOptions control;
     std::string error;
@@ -23,15 +24,17 @@ void start(const Options &options) {
     control.escape.modifiers =
         static_cast<std::uint8_t>((escape->modifiers | escape->modifiers >> kSide) & kLeftBits);
     control.escapeName = options.escape;
+    control.layout = layoutOf(options);
     control.endpoint.to = options.to;
     control.endpoint.from = options.from;
     control.endpoint.port = options.port;
     control.endpoint.pace = std::chrono::milliseconds(options.intervalMs);
     control.endpoint.asSoftware = options.asSoftware;
-    control.user = options.user;
+    const Preferences preferred = preferencesOf(options);
+    control.user = options.user.empty() ? preferred.user : options.user;
     if (const char *login = getenv("USER"); control.user.empty())
         control.user = login != nullptr && *login != '\0' ? login : "console";
-    control.level = options.level;
+    control.level = (options.level ? options.level : preferred.level).value_or(0);
     control.apply = options.apply;
     catchSignals();
     quillon::control(control, interrupted);
@@ -43,11 +46,15 @@ void addControlCommand(CLI::App &app, Options &options) {
     auto *control = app.add_subcommand(
         "control", "Use the keys and the mouse of this terminal on the computer");
     control
-        ->add_option("--name", options.user,
-                     "Name of the user who asks for control; without it $USER")
+        ->add_option(
+            "--name", options.user,
+            "Name of the user who asks for control; without it that of console.toml, or $USER")
         ->type_name("USER");
-    control->add_option("--level", options.level, "Permission level; a larger one is stronger")
+    control
+        ->add_option("--level", options.level,
+                     "Permission level, or else that of console.toml; a larger one is stronger")
         ->type_name("N");
+    addLayoutOptions(*control, options);
     control->add_flag("--apply", options.apply, "Ask for control at the start");
     control
         ->add_option("--escape", options.escape,

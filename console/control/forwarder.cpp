@@ -2,7 +2,8 @@
 
 #include <algorithm>
 
-#include "protocol/us_layout.h"
+#include "console/control/keys.h"
+#include "layouts/unicode.h"
 
 namespace quillon {
 namespace {
@@ -20,32 +21,65 @@ std::uint8_t reconciled(std::uint8_t down, std::uint8_t reported) {
 
 }  // namespace
 
-std::string Forwarder::key(TerminalEvent::Kind kind, const Stroke &stroke) {
-    if (kind == TerminalEvent::kTap) return tap(stroke);
+std::string Forwarder::key(const TerminalEvent &event) {
+    // The release of a key does not say what it typed.
+    if (event.kind == TerminalEvent::kRelease && event.key == characterKey_) {
+        characterKey_ = 0;
+        input().setKeyboard({held_, 0});
+        return "";
+    }
+    const std::vector<Stroke> strokes = strokesOf(event, typist_);
+    if (!strokes.empty() && typesCharacter(event) && strokes == typist_.strokesOf(event.character))
+        return character(event, strokes);
+    if (!strokes.empty()) return command(event, strokes.front());
+    if (event.character == 0) return "";
+    return "cannot type " + codePointName(event.character) + ": " +
+           typist_.reasonFor(event.character);
+}
+
+// Typed as the computer's layout has it, whatever modifiers the person's needs for it.
+std::string Forwarder::character(const TerminalEvent &event, const std::vector<Stroke> &strokes) {
+    if (event.kind == TerminalEvent::kRepeat) return "";  // the computer repeats a key that is down
+    if (event.kind == TerminalEvent::kPress && strokes.size() == 1) {
+        characterKey_ = event.key;
+        press(strokes.front());
+        return "";
+    }
+    for (const Stroke &stroke : strokes)
+        if (std::string why = tap(stroke); !why.empty()) return why;
+    return "";
+}
+
+std::string Forwarder::command(const TerminalEvent &event, const Stroke &stroke) {
+    if (event.kind == TerminalEvent::kTap) return tap(stroke);
     Stroke state = input().keyboard();
     if (stroke.usage >= kUsageLeftCtrl) {
         const auto bit = static_cast<std::uint8_t>(1 << (stroke.usage - kUsageLeftCtrl));
-        state.modifiers = static_cast<std::uint8_t>(
-            kind == TerminalEvent::kRelease ? state.modifiers & ~bit : state.modifiers | bit);
+        const bool up = event.kind == TerminalEvent::kRelease;
+        held_ = static_cast<std::uint8_t>(up ? held_ & ~bit : held_ | bit);
+        state.modifiers =
+            static_cast<std::uint8_t>(up ? state.modifiers & ~bit : state.modifiers | bit);
         input().setKeyboard(state);
         return "";
     }
     state.modifiers = reconciled(state.modifiers, stroke.modifiers);
-    if (kind == TerminalEvent::kPress) {
+    if (event.kind == TerminalEvent::kPress) {
         press({state.modifiers, stroke.usage});
         return "";
     }
     // A repeat is not sent: the computer repeats a key that is down.
-    if (kind == TerminalEvent::kRelease && state.usage == stroke.usage) state.usage = 0;
+    if (event.kind == TerminalEvent::kRelease && state.usage == stroke.usage) state.usage = 0;
     input().setKeyboard(state);
     return "";
 }
 
 // Modifiers go down before the key.
 void Forwarder::press(const Stroke &stroke) {
-    if (stroke.modifiers != input().keyboard().modifiers)
-        input().setKeyboard({stroke.modifiers, 0});
-    input().setKeyboard(stroke);
+    std::vector<Stroke> states;
+    std::uint8_t held = input().keyboard().modifiers;
+    appendStroke(states, held, stroke);
+    if (stroke.usage != 0) states.pop_back();  // it stays down
+    for (const Stroke &state : states) input().setKeyboard(state);
     for (const std::uint8_t usage : {kUsageCapsLock, kUsageNumLock, kUsageScrollLock})
         if (stroke.usage == usage) endpoint_.askLockKeys();
 }
@@ -61,6 +95,8 @@ std::string Forwarder::tap(const Stroke &stroke) {
 void Forwarder::letGo() {
     input().releaseAll();
     mouseDown_ = 0;
+    held_ = 0;
+    characterKey_ = 0;
 }
 
 std::string Forwarder::mouse(const TerminalEvent &event, const PictureArea &area) {
@@ -115,11 +151,14 @@ void Forwarder::forgetPointer() {
 }
 
 std::string Forwarder::paste(const std::string &text) {
-    std::vector<Stroke> states;
     std::string error;
     if (pasting()) return "a paste is still being typed";
-    if (!typeStrokes(text, states, error)) return error;
-    paste_.assign(states.begin(), states.end());
+    const auto typed = typist_.type(text, UnicodeInput::kRefuse, error);
+    if (!typed) return error;
+    const auto &locks = endpoint_.status().locks;
+    if (typed->needsNumLock && locks && !locks->num)
+        return "this text needs Num Lock, which is off";
+    paste_.assign(typed->states.begin(), typed->states.end());
     pasteTotal_ = paste_.size();
     return "";
 }

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "console/control/view.h"
+#include "layouts/typing.h"
 #include "terminal/terminal_input.h"
 #include <quillon/controlled_endpoint.h>
 
@@ -16,12 +17,13 @@ namespace quillon {
 /// when it can.
 class Forwarder {
   public:
-    /// asSoftware: records are wrapped, which movements cannot be.
-    Forwarder(ControlledEndpoint &endpoint, bool asSoftware)
-        : endpoint_(endpoint), asSoftware_(asSoftware) {}
+    /// asSoftware: records are wrapped, which movements cannot be. typist: the computer's layout;
+    /// both must outlive this.
+    Forwarder(ControlledEndpoint &endpoint, const Typist &typist, bool asSoftware)
+        : endpoint_(endpoint), typist_(typist), asSoftware_(asSoftware) {}
 
-    /// A key event; kind is one of its kinds.
-    std::string key(TerminalEvent::Kind kind, const Stroke &stroke);
+    /// A key event.
+    std::string key(const TerminalEvent &event);
     /// Down and up again.
     std::string tap(const Stroke &stroke);
     /// area: where on the terminal the picture is.
@@ -44,13 +46,18 @@ class Forwarder {
 
   private:
     void press(const Stroke &stroke);
+    std::string command(const TerminalEvent &event, const Stroke &stroke);
+    std::string character(const TerminalEvent &event, const std::vector<Stroke> &strokes);
     std::string setButton(int button);
     void moveTo(const TerminalEvent &event, const PictureArea &area, const Link &link);
     void moveBy(const TerminalEvent &event, const PictureArea &area, const Link &link);
     HealedInput &input() { return endpoint_.input(); }
 
     ControlledEndpoint &endpoint_;
+    const Typist &typist_;
     const bool asSoftware_;
+    std::uint8_t held_ = 0;     ///< modifier keys that the person holds
+    int characterKey_ = 0;      ///< the terminal's key that types a character and is down
     std::deque<Stroke> paste_;  ///< states that are still to come
     std::size_t pasteTotal_ = 0;
     int mouseDown_ = 0;  ///< the button, as the terminal counts

@@ -1,6 +1,6 @@
 #include "console/control/keys.h"
 
-#include "protocol/us_layout.h"
+#include <optional>
 
 namespace quillon {
 namespace {
@@ -65,7 +65,7 @@ std::uint8_t follower(int key, int first, std::uint8_t usage) {
     return static_cast<std::uint8_t>(usage + (key - first));
 }
 
-std::optional<Stroke> strokeOfKey(int key) {
+std::optional<Stroke> strokeOfKey(int key, const Typist &typist) {
     for (const Row &row : kRows)
         if (row.key == key) return Stroke{0, row.usage};
     if (key >= kKeyF1 && key < kKeyF1 + 12) return Stroke{0, follower(key, kKeyF1, kUsageF1)};
@@ -74,15 +74,24 @@ std::optional<Stroke> strokeOfKey(int key) {
     constexpr std::uint8_t kKeypad1 = 0x59;
     if (key > kKeyKeypad0 && key < kKeyKeypad0 + 10)
         return Stroke{0, follower(key, kKeyKeypad0 + 1, kKeypad1)};
-    if (key < 0x20 || key > 0x7E) return std::nullopt;
-    return strokeOf(static_cast<char>(key));
+    return typist.keyFor(static_cast<char32_t>(key));
 }
 
 }  // namespace
 
-std::optional<Stroke> strokeOf(const TerminalEvent &event) {
-    auto stroke = strokeOfKey(event.key);
-    if (!stroke) return std::nullopt;
+bool typesCharacter(const TerminalEvent &event) {
+    constexpr unsigned kCommands = kTerminalAlt | kTerminalCtrl | kTerminalSuper;
+    return event.typed && (event.modifiers & kCommands) == 0;
+}
+
+std::vector<Stroke> strokesOf(const TerminalEvent &event, const Typist &typist) {
+    if (typesCharacter(event)) {
+        auto strokes = typist.strokesOf(event.character);
+        if (!strokes.empty()) return strokes;
+        // Where the terminal reports the place of the key on the keyboard, that is the next best.
+    }
+    auto stroke = strokeOfKey(event.key, typist);
+    if (!stroke) return {};
     constexpr struct {
         unsigned reported;
         Modifier bit;
@@ -93,7 +102,7 @@ std::optional<Stroke> strokeOf(const TerminalEvent &event) {
     for (const auto &modifier : kModifiers)
         if ((event.modifiers & modifier.reported) != 0)
             stroke->modifiers = static_cast<std::uint8_t>(stroke->modifiers | modifier.bit);
-    return stroke;
+    return {*stroke};
 }
 
 }  // namespace quillon

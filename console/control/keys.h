@@ -1,15 +1,20 @@
 // The keys of a terminal as keys of the computer.
 #pragma once
 
-#include <optional>
+#include <vector>
 
+#include "layouts/typing.h"
 #include "protocol/keys.h"
 #include "terminal/terminal_input.h"
 
 namespace quillon {
 
-/// The stroke for a key event, whose usage may be a modifier key's; none for a key that the
-/// computer's keyboard lacks.
-std::optional<Stroke> strokeOf(const TerminalEvent &event);
+/// The terminal says that the key types a character, which is no command.
+bool typesCharacter(const TerminalEvent &event);
+
+/// The strokes for a key event, one after the other: those that type its character on the computer,
+/// or the key with its modifiers. The usage of a single one may be a modifier key's. None for a key
+/// that the computer's keyboard lacks.
+std::vector<Stroke> strokesOf(const TerminalEvent &event, const Typist &typist);
 
 }  // namespace quillon

@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <utility>
 
+#include "layouts/unicode.h"
+#include "terminal/terminal_input.h"
+
 namespace quillon {
 namespace {
 
@@ -47,29 +50,31 @@ void Menu::toggle() {
     open_ = !open_;
 }
 
-Menu::Choice Menu::type(const Stroke &stroke, char character) {
+Menu::Choice Menu::type(int key, char32_t character) {
     // The person's layout counts here, not the computer's.
-    if (prompting()) return typeInPrompt(stroke, character);
+    if (prompting()) return typeInPrompt(key, character);
     open_ = false;
-    if (character == 'y') return {kGrant, ""};
-    if (character == 'n') return {kRefuse, ""};
+    if (character == U'y') return {kGrant, ""};
+    if (character == U'n') return {kRefuse, ""};
     for (const Entry &entry : kEntries) {
-        if (entry.key != character) continue;
+        if (static_cast<char32_t>(entry.key) != character) continue;
         if (!entry.prompts) return {entry.action, entry.words};
         prompt_ = entry.action;
     }
     return {};
 }
 
-Menu::Choice Menu::typeInPrompt(const Stroke &stroke, char character) {
-    if (stroke.usage == kUsageBackspace) {
+Menu::Choice Menu::typeInPrompt(int key, char32_t character) {
+    if (key == kKeyBackspace) {
+        const auto isPart = [](char byte) { return (byte & 0xC0) == 0x80; };  // of UTF-8
+        while (!line_.empty() && isPart(line_.back())) line_.pop_back();
         if (!line_.empty()) line_.pop_back();
-    } else if (stroke.usage == kUsageEscape) {
+    } else if (key == kKeyEscape) {
         toggle();
-    } else if (stroke.usage == kUsageEnter || stroke.usage == kUsageKeypadEnter) {
+    } else if (key == kKeyEnter || key == kKeyKeypadEnter) {
         return {std::exchange(prompt_, kNothing), std::exchange(line_, "")};
-    } else if (character != '\0' && line_.size() < kLongestLine) {
-        line_ += character;
+    } else if (character != 0 && line_.size() < kLongestLine) {
+        line_ += utf8(character);
     }
     return {};
 }

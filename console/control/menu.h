@@ -5,8 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "protocol/keys.h"
-
 namespace quillon {
 
 class Menu {
@@ -35,8 +33,9 @@ class Menu {
 
     /// The escape key was pressed: opens or closes the menu, or leaves the prompt.
     void toggle();
-    /// A key while the menu or the prompt is there; character is what it types for the person.
-    Choice type(const Stroke &stroke, char character);
+    /// A key of the terminal while the menu or the prompt is there, as TerminalEvent has it;
+    /// character is what it types for the person, 0 for nothing.
+    Choice type(int key, char32_t character);
     /// A pasted text while the prompt is there.
     void paste(const std::string &text);
 
@@ -53,7 +52,7 @@ class Menu {
     const std::string &input() const { return line_; }
 
   private:
-    Choice typeInPrompt(const Stroke &stroke, char character);
+    Choice typeInPrompt(int key, char32_t character);
 
     const std::string escapeName_;
     bool open_ = false;

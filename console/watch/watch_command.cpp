@@ -34,7 +34,7 @@ void startWatch(const Options &options) {
 
 void addWatchCommand(CLI::App &app, Options &options) {
     auto *watching = app.add_subcommand(
-        "watch", "Run on: answer heartbeats, show who takes control; needs no --to");
+        "watch", "Keep running: answer heartbeats, show who takes control; needs no --to");
     auto *grant =
         watching->add_flag("--grant", options.grant, "Give control to everybody who asks for it");
     watching

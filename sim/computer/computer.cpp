@@ -1,7 +1,7 @@
 #include "sim/computer/computer.h"
 
 #include <algorithm>
-#include <cstring>
+#include <utility>
 
 #include "protocol/keys.h"
 #include "protocol/us_layout.h"
@@ -62,9 +62,22 @@ void Computer::tell(Event::Kind kind, const std::string &what) {
 
 void Computer::setLeds(std::uint8_t leds) {
     const Lock lock(mutex_);
+    if (reader_) {
+        const auto tap = [&](std::uint8_t usage) {
+            reader_->press(usage);
+            reader_->release(usage);
+        };
+        if (((leds & kCapsLed) != 0) != reader_->capsLock()) tap(quillon::kUsageCapsLock);
+        if (((leds & kNumLed) != 0) != reader_->numLock()) tap(quillon::kUsageNumLock);
+    }
     state_.leds = leds;
     tell(Event::kLeds, ledNames(leds));
     changed_.notify_all();
+}
+
+void Computer::setLayout(std::unique_ptr<KeyReader> reader) {
+    const Lock lock(mutex_);
+    reader_ = std::move(reader);
 }
 
 void Computer::attach() {
@@ -79,30 +92,75 @@ void Computer::detach() {
     const Lock lock(mutex_);
     if (!state_.attached) return;
     state_.attached = false;
-    state_.modifiers = state_.buttons = 0;
+    for (const std::uint8_t usage : state_.keys)
+        if (usage != 0) keyUp(usage);
+    setModifiers(0);
+    state_.buttons = 0;
     state_.keys.fill(0);
     tell(Event::kUsb, "keyboard and mouse gone");
     changed_.notify_all();
 }
 
-void Computer::keyDown(std::uint8_t usage) {
-    if (const std::uint8_t led = ledOf(usage)) {
-        state_.leds ^= led;
-        tell(Event::kLeds, ledNames(state_.leds));
-        return;
-    }
+// What the key types; lock keys take effect.
+std::string Computer::textOf(std::uint8_t usage) {
+    if (reader_) return reader_->press(usage);
     const bool shift = (state_.modifiers & quillon::kAnyShift) != 0;
     const bool commanding = (state_.modifiers & ~quillon::kAnyShift) != 0;
     const char character =
         commanding ? '\0' : quillon::characterOf(usage, shift, (state_.leds & kCapsLed) != 0);
-    if (character != '\0') {
-        state_.text += character;
-        tell(Event::kText, std::string(1, character));
+    return character == '\0' ? "" : std::string(1, character);
+}
+
+// Which key locks what is a matter of the layout, but for Scroll Lock.
+void Computer::followLocks() {
+    if (!reader_) return;
+    const int leds = (state_.leds & kScrollLed) | (reader_->numLock() ? kNumLed : 0) |
+                     (reader_->capsLock() ? kCapsLed : 0);
+    if (leds == state_.leds) return;
+    state_.leds = static_cast<std::uint8_t>(leds);
+    tell(Event::kLeds, ledNames(state_.leds));
+}
+
+void Computer::keyDown(std::uint8_t usage) {
+    const std::uint8_t led = ledOf(usage), before = state_.leds;
+    const std::string text = textOf(usage);
+    followLocks();
+    if (led != 0 && (!reader_ || led == kScrollLed)) {
+        state_.leds ^= led;
+        tell(Event::kLeds, ledNames(state_.leds));
+    }
+    if (state_.leds != before || led != 0) return;
+    if (!text.empty()) {
+        state_.text += text;
+        tell(Event::kText, text);
         return;
     }
-    if (usage == quillon::kUsageBackspace && !commanding && !state_.text.empty())
-        state_.text.pop_back();
+    const bool commanding = (state_.modifiers & ~quillon::kAnyShift) != 0;
+    if (usage == quillon::kUsageBackspace && !commanding) {
+        const auto isPart = [](char byte) { return (byte & 0xC0) == 0x80; };  // of UTF-8
+        while (!state_.text.empty() && isPart(state_.text.back())) state_.text.pop_back();
+        if (!state_.text.empty()) state_.text.pop_back();
+    }
     tell(Event::kKey, quillon::strokeName({state_.modifiers, usage}));
+}
+
+void Computer::keyUp(std::uint8_t usage) {
+    if (!reader_) return;
+    reader_->release(usage);
+    followLocks();  // a lock ends with the release of its key
+}
+
+// A computer takes the modifier keys of one report from the lowest bit up.
+void Computer::setModifiers(std::uint8_t modifiers) {
+    constexpr int kBits = 8;
+    for (int n = 0; n < kBits; ++n) {
+        const unsigned bit = 1U << n;
+        const auto usage = static_cast<std::uint8_t>(quillon::kUsageLeftCtrl + n);
+        if ((state_.modifiers & bit) != 0 && (modifiers & bit) == 0) keyUp(usage);
+        if ((state_.modifiers & bit) == 0 && (modifiers & bit) != 0 && reader_)
+            reader_->press(usage);
+    }
+    state_.modifiers = modifiers;
 }
 
 void Computer::keyboardReport(const std::uint8_t (&report)[8]) {
@@ -111,12 +169,16 @@ void Computer::keyboardReport(const std::uint8_t (&report)[8]) {
     std::array<std::uint8_t, 6> keys;
     std::copy(report + 2, report + 8, keys.begin());
     const auto before = state_.keys;
-    state_.modifiers = report[0];
+    const auto holds = [](const auto &all, std::uint8_t usage) {
+        return std::find(all.begin(), all.end(), usage) != all.end();
+    };
+    setModifiers(report[0]);
     state_.keys = keys;
     ++state_.reports;
+    for (const std::uint8_t usage : before)
+        if (usage != 0 && !holds(keys, usage)) keyUp(usage);
     for (const std::uint8_t usage : keys)
-        if (usage != 0 && std::find(before.begin(), before.end(), usage) == before.end())
-            keyDown(usage);
+        if (usage != 0 && !holds(before, usage)) keyDown(usage);
     changed_.notify_all();
 }
 

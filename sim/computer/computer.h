@@ -1,4 +1,4 @@
-// The computer at the end of the chip's USB cable: what it makes of the reports it gets.
+// The computer at the end of the chip's USB cable, and its state after the reports it received.
 #pragma once
 
 #include <array>
@@ -6,8 +6,11 @@
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
+
+#include "sim/computer/key_reader.h"
 
 namespace sim {
 
@@ -24,10 +27,10 @@ class Computer {
         bool attached = false;
         std::uint8_t modifiers = 0;
         std::array<std::uint8_t, 6> keys{};  ///< usages down
-        std::string text;                    ///< all that was typed; Backspace takes back
+        std::string text;                    ///< all that was typed; Backspace removes a character
         std::uint8_t leds = 0;
         int x = 0, y = 0;                    ///< pointer, pixels of the screen
-        int absoluteX = -1, absoluteY = -1;  ///< last absolute report as it came
+        int absoluteX = -1, absoluteY = -1;  ///< of the last absolute report, 0 to 4095; -1: none
         std::uint8_t buttons = 0;
         int wheel = 0;  ///< sum of all notches
         unsigned reports = 0;
@@ -36,22 +39,26 @@ class Computer {
     struct Event {
         enum Kind { kText, kKey, kPointer, kButtons, kWheel, kLeds, kUsb };
         Kind kind;
-        std::string what;  ///< in words; the characters themselves for kText
+        std::string what;  ///< in words; for kText the character itself
     };
+
+    /// Reads keys with another layout from now on. Without this, with that of a US keyboard.
+    void setLayout(std::unique_ptr<KeyReader> reader);
 
     State state() const;
 
-    /// Waits until the state is as the caller wants it; false when it was not in time.
+    /// Waits until wanted(state) is true; false after timeout.
     bool waitFor(const std::function<bool(const State &)> &wanted,
                  std::chrono::milliseconds timeout) const;
 
-    /// Calls back for everything that arrives, from the chip's thread.
+    /// Calls back for every event, from the thread that causes it. The callback must not call this
+    /// object.
     void onEvent(std::function<void(const Event &)> callback);
 
-    /// A person at the computer's own keyboard sets the lock keys.
+    /// Sets the lock LEDs, as a person does at the computer's own keyboard.
     void setLeds(std::uint8_t leds);
 
-    // What the chip does to it.
+    // Called by the chip.
     void attach();
     /// Every key and button is up afterwards.
     void detach();
@@ -61,6 +68,10 @@ class Computer {
 
   private:
     void keyDown(std::uint8_t usage);
+    void keyUp(std::uint8_t usage);
+    void setModifiers(std::uint8_t modifiers);
+    std::string textOf(std::uint8_t usage);
+    void followLocks();
     void mouse(std::uint8_t buttons, bool moved, std::int8_t wheel);
     void tell(Event::Kind kind, const std::string &what);
 
@@ -68,6 +79,7 @@ class Computer {
     mutable std::condition_variable changed_;
     State state_;
     std::function<void(const Event &)> callback_;
+    std::unique_ptr<KeyReader> reader_;
 };
 
 }  // namespace sim

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <ctime>
 
+#include "layouts/unicode.h"
 #include "protocol/keys.h"
 #include "sim/board_control.h"
 #include "terminal/screen.h"
@@ -212,15 +213,18 @@ void BoardScreen::drawComputer(const Computer::State &state) const {
             onOff((state.leds & kScrollLed) != 0));
     put(6, kTextColumn, "typed:");
     // The end of the text, on the lines that are left.
-    std::string text;
-    for (const char c : state.text)
-        text += c == '\n' ? "\\n" : c == '\t' ? "\\t" : std::string(1, c);
+    std::u32string text;
+    for (const char32_t c : quillon::codePoints(state.text))
+        text += c == U'\n' ? U"\\n" : c == U'\t' ? U"\\t" : std::u32string(1, c);
     constexpr std::size_t kLines = 3;
     const auto width = static_cast<std::size_t>(std::max(8, COLS - kTextColumn - 1));
     const std::size_t used = (text.size() + width - 1) / width;
     const std::size_t first = used > kLines ? (used - kLines) * width : 0;
-    for (std::size_t at = first, row = 7; at < text.size(); at += width, ++row)
-        put(static_cast<int>(row), kTextColumn, text.substr(at, width));
+    for (std::size_t at = first, row = 7; at < text.size(); at += width, ++row) {
+        std::string line;
+        for (const char32_t c : text.substr(at, width)) line += quillon::utf8(c);
+        quillon::putText(static_cast<int>(row), kTextColumn, line);
+    }
 }
 
 void BoardScreen::drawControl() {

@@ -3,6 +3,8 @@
 #include <chrono>
 #include <cstdio>
 
+#include "terminal/printable.h"
+
 namespace sim {
 namespace {
 
@@ -10,7 +12,7 @@ namespace {
 constexpr const char *kLabels[] = {"typed", "key", "pointer", "buttons", "wheel", "locks", "usb"};
 
 void print(Computer::Event::Kind kind, const std::string &what) {
-    printf("%-9s %s\n", kLabels[kind], what.c_str());
+    printf("%-9s %s\n", kLabels[kind], quillon::printableText(what).c_str());
     fflush(stdout);
 }
 

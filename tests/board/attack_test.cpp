@@ -285,7 +285,7 @@ TEST_F(Attack, KeysAreLetGoWhenAnEndpointWasGoneForAWhile) {
 TEST_F(Attack, RecordsAreRepeatedAsOftenAsAsked) {
     const Responder operators(41302, [](const std::string &) { return "per_enable=0"; });
     DatagramSocket data("127.0.0.1", 8080, "");
-    EXPECT_EQ(run("quillon-console --to 127.0.0.1 --port 8080 type --repeat 5 a").status, 0);
+    EXPECT_EQ(run("quillon-console --to 127.0.0.1 --port 8080 key --repeat 5 a").status, 0);
     int presses = 0, releases = 0;
     while (const auto record = data.receive(0ms)) ++(record->text[5] == 4 ? presses : releases);
     EXPECT_EQ(presses, 5);

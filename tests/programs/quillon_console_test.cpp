@@ -30,7 +30,8 @@ TEST(QuillonConsole, AsksAndSwitchesFromTheCommandLine) {
 TEST(QuillonConsole, ErrorsComeBeforeAnythingIsSent) {
     const std::string nobody = "quillon-console --to 127.0.0.1 --port 9 ";
     const std::pair<const char *, const char *> wrong[] = {
-        {"type 'na\xC3\xAFve'", "no key for byte 0xc3, character 3"},
+        {"type 'na\xC3\xAFve'",
+         "cannot type character 3 (U+00EF): the layout us has no key for it; nothing was typed"},
         {"key ctrl+alt+nokey", "unknown key \"nokey\""},
         {"key a+b", "only one reaches the computer"},
         {"mouse by 1 1", "nobody listens at 127.0.0.1:41302"}};
@@ -45,6 +46,38 @@ TEST(QuillonConsole, ErrorsComeBeforeAnythingIsSent) {
         EXPECT_EQ(outcome.status, 2) << arguments;
         EXPECT_EQ(outcome.said.find('\n'), outcome.said.size() - 1) << outcome.said;
     }
+}
+
+TEST(QuillonConsole, TypesTheLayoutOfTheComputer) {
+    const std::string board =
+        "quillon-board --layout de -- sh -c '"
+        "type() { quillon-console --to 192.168.1.10 type \"$@\"; }; ";
+    const Outcome german = run("export LC_ALL=C.UTF-8; " + board +
+                               "type --layout de \"Größe 5 €, zygote\"; "
+                               "QUILLON_LAYOUT=us type \" zy\"; type --layout de ñ '");
+    expectHeld(german.said, {"typed     Größe 5 €, zygote", " yz\n"});
+    EXPECT_TRUE(holds(german, "nothing was typed") || holds(german, "ñ")) << german.said;
+
+    // Caps Lock is switched off, and on again.
+    const Outcome locked = run(board +
+                               "quillon-console --to 192.168.1.10 set-leds caps=on; "
+                               "type --layout de Abc; type --keep-locks --layout de De; "
+                               "quillon-console --to 192.168.1.10 leds'");
+    expectHeld(locked.said, {"typed     Abc", "typed     De", "caps  on\nnum   off\n"});
+
+    const Outcome lossy =
+        run("quillon-board --loss 1 --layout fr -- quillon-console --to "
+            "192.168.1.10 type --repeat 3 --layout fr \"C'est l'ete 2026\"");
+    expectHeld(lossy.said, {"C'est l'ete 2026"});
+
+    const Outcome list =
+        run("quillon-console type --layout list | grep nodeadkeys | head -n 1; "
+            "quillon-console --json key --layout list | grep '\"de\"' | head -n 1");
+    expectHeld(list.said,
+               {"nodeadkeys", "{\"layout\":\"de\",\"variant\":\"\",\"name\":\"German\"}"});
+    EXPECT_TRUE(holds(run("quillon-console --to 127.0.0.1 type --layout xx a"),
+                      "there is no keyboard layout xx"));
+    EXPECT_EQ(run("quillon-board --layout xx -- true").status, 2);
 }
 
 }  // namespace

@@ -13,8 +13,9 @@ std::string inWords(const TerminalEvent &event) {
                                       "paste", "focus", "keys",   "unknown"};
     std::string words = kKinds[event.kind];
     if (event.kind <= TerminalEvent::kRelease) {
-        const auto stroke = quillon::strokeOf(event);
-        words = stroke ? words + " " + quillon::strokeName(*stroke) : "no key";
+        static const quillon::Typist us{{}};
+        const auto strokes = quillon::strokesOf(event, us);
+        words = strokes.empty() ? "no key" : words + " " + quillon::strokeName(strokes.back());
     }
     if (event.kind == TerminalEvent::kMouse)
         words += " " + std::to_string(event.column) + "," + std::to_string(event.row) + " " +
@@ -42,7 +43,7 @@ TEST(TerminalInput, ReadsWhatTerminalsSend) {
          "mouse 0,1 1 1, mouse 9,4 0 4, mouse 9,4 2 3, mouse 0,0 3 -1"},
         {"\x1b[I\x1b[O", "focus on, focus"},
         {"\x1b[200~a\rb\r\nc\x1b[Ad\x1b[201~e", "paste a\nb\nc\x1b[Ad, tap e"},
-        {"\xc3\xa9", "unknown \xc3\xa9"},
+        {"\xc3\xa9\xc1\x81", "no key, unknown \xc1\x81"},
         {"\x1b[M !!a\xc3\x1b[A\x1b[\x1b[B", "tap a, tap up, tap down"},
         {"\x1b[?62;22c\x1b[99999999999999;9~\x1b[1;1;1;1;1;1;1;1x", "unknown, unknown"},
     };
