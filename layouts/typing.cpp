@@ -327,6 +327,7 @@ std::string Typist::reasonFor(char32_t character) const {
         choice.layout + (choice.variant.empty() ? "" : "(" + choice.variant + ")");
     xkb_keymap *keymap = table_->keyboard.keymap();
     const xkb_keycode_t last = xkb_keymap_max_keycode(keymap);
+    const auto compose = newCompose(table_->keyboard);
     bool hasKey = false, hasUsage = false;
     for (xkb_keycode_t key = xkb_keymap_min_keycode(keymap); key <= last; ++key)
         for (xkb_level_index_t level = 0; level < xkb_keymap_num_levels_for_key(keymap, key, 0);
@@ -335,6 +336,8 @@ std::string Typist::reasonFor(char32_t character) const {
             if (xkb_keymap_key_get_syms_by_level(keymap, key, 0, level, &syms) != 1 ||
                 characterOfKeysym(syms[0]) != character)
                 continue;
+            if (compose && changes(compose.get(), syms[0]))
+                return "a computer makes other characters of it";
             hasKey = true;
             for (unsigned usage = kUsageA; usage <= kLastUsage; ++usage)
                 hasUsage = hasUsage || keycodeOf(static_cast<std::uint8_t>(usage)) == key;

@@ -6,6 +6,7 @@
 #include <set>
 
 #include "layouts/database.h"
+#include "layouts/keyboard.h"
 #include "layouts/reading.h"
 #include "layouts/typing.h"
 #include "layouts/unicode.h"
@@ -90,6 +91,44 @@ TEST_P(EveryLayout, ReadsBackWhatIsTyped) {
         }
     }
     EXPECT_GT(characters, 10000U);
+}
+
+// The characters on levels 1 to 4 of a layout.
+std::set<char32_t> charactersOf(const Keyboard &keyboard) {
+    constexpr xkb_level_index_t kLevels = 4;
+    std::set<char32_t> characters;
+    xkb_keymap *keymap = keyboard.keymap();
+    for (auto key = xkb_keymap_min_keycode(keymap); key <= xkb_keymap_max_keycode(keymap); ++key)
+        for (xkb_level_index_t level = 0; level < kLevels; ++level) {
+            const xkb_keysym_t *keysyms = nullptr;
+            if (xkb_keymap_key_get_syms_by_level(keymap, key, 0, level, &keysyms) != 1) continue;
+            const char32_t character = xkb_keysym_to_utf32(keysyms[0]);
+            if (character >= 0x20 && character != 0x7F) characters.insert(character);
+        }
+    return characters;
+}
+
+TEST_P(EveryLayout, TypesMostOfItsCharactersAndSaysWhyNotTheRest) {
+    const auto all = layoutDatabase();
+    std::size_t count = 0;
+    std::map<std::string, std::size_t> reasons;
+    for (std::size_t i = GetParam(); i < all.size(); i += kParts) {
+        const LayoutChoice choice{all[i].layout, all[i].variant};
+        const Typist typist(choice);
+        for (const char32_t character : charactersOf({choice.layout, choice.variant})) {
+            ++count;
+            if (!typist.strokesOf(character).empty()) continue;
+            const std::string reason = typist.reasonFor(character);
+            ++reasons[reason.substr(reason.find(" it is ") + 1)];
+        }
+    }
+    std::size_t untyped = 0;
+    for (const auto &[reason, times] : reasons) {
+        printf("%zu of %zu: %s\n", times, count, reason.c_str());
+        untyped += times;
+    }
+    EXPECT_LT(100 * untyped, 6 * count);
+    EXPECT_LE(reasons.size(), 3U) << "a reason that no person understands";
 }
 
 INSTANTIATE_TEST_SUITE_P(Parts, EveryLayout, testing::Range(std::size_t{0}, EveryLayout::kParts));
