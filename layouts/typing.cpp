@@ -9,6 +9,7 @@
 
 #include "layouts/keyboard.h"
 #include "layouts/unicode.h"
+#include "protocol/input.h"
 
 namespace quillon {
 namespace {
@@ -154,19 +155,6 @@ std::uint8_t keypadUsage(char digit) {
 const std::map<std::string, ComputerSystem> kSystemNames{{"x11", ComputerSystem::kX11},
                                                          {"console", ComputerSystem::kConsole},
                                                          {"windows", ComputerSystem::kWindows}};
-
-void appendStroke(std::vector<Stroke> &states, std::uint8_t &held, const Stroke &stroke) {
-    // AltGr in a state before Shift: a computer takes the keys of one report in another order.
-    const auto first = static_cast<std::uint8_t>(stroke.modifiers & ~kAnyShift);
-    if (stroke.modifiers != held) {
-        if (first != 0 && first != stroke.modifiers) states.push_back({first, 0});
-        states.push_back({stroke.modifiers, 0});
-    }
-    held = stroke.modifiers;
-    if (stroke.usage == 0) return;
-    states.push_back(stroke);
-    states.push_back({held, 0});
-}
 
 struct Typist::Table {
     struct Entry {

@@ -75,8 +75,4 @@ class Typist {
 /// For parseCombo(): the key that types the one character of a name.
 KeyOfCharacter keyOf(const Typist &typist);
 
-/// Appends the states that press and release a key, from the modifiers that are held; these become
-/// the stroke's.
-void appendStroke(std::vector<Stroke> &states, std::uint8_t &held, const Stroke &stroke);
-
 }  // namespace quillon

@@ -13,6 +13,19 @@ std::int8_t stepTowards(int distance) {
 
 }  // namespace
 
+void appendStroke(std::vector<Stroke> &states, std::uint8_t &held, const Stroke &stroke) {
+    // AltGr in a state before Shift: a computer takes the keys of one report in another order.
+    const auto first = static_cast<std::uint8_t>(stroke.modifiers & ~kAnyShift);
+    if (stroke.modifiers != held) {
+        if (first != 0 && first != stroke.modifiers) states.push_back({first, 0});
+        states.push_back({stroke.modifiers, 0});
+    }
+    held = stroke.modifiers;
+    if (stroke.usage == 0) return;
+    states.push_back(stroke);
+    states.push_back({held, 0});
+}
+
 std::vector<Datagram> recordsOf(const std::vector<Stroke> &states) {
     std::vector<Datagram> records;
     records.reserve(states.size());
@@ -21,11 +34,13 @@ std::vector<Datagram> recordsOf(const std::vector<Stroke> &states) {
 }
 
 std::vector<Datagram> strokeKey(const Stroke &stroke) {
-    std::vector<Datagram> records;
-    if (stroke.modifiers != 0) records.push_back(datagram(keyboardRecord({stroke.modifiers, 0})));
-    if (stroke.usage != 0) records.push_back(datagram(keyboardRecord(stroke)));
-    records.push_back(datagram(keyboardRecord({})));
-    return records;
+    std::vector<Stroke> states;
+    std::uint8_t held = 0;
+    appendStroke(states, held, stroke);
+    // The key and its modifiers go up together.
+    if (stroke.usage != 0) states.pop_back();
+    states.push_back({});
+    return recordsOf(states);
 }
 
 std::vector<Datagram> moveBy(int dx, int dy, Button button) {

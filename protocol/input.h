@@ -10,10 +10,14 @@ namespace quillon {
 
 using Datagram = std::vector<std::uint8_t>;
 
+/// Appends the states that press and release a key, from the modifiers that are held; these become
+/// the stroke's.
+void appendStroke(std::vector<Stroke> &states, std::uint8_t &held, const Stroke &stroke);
+
 /// Keyboard states, one after the other.
 std::vector<Datagram> recordsOf(const std::vector<Stroke> &states);
 
-/// Modifiers down, the key with them, everything up.
+/// The records that press a key with its modifiers, and let everything go.
 std::vector<Datagram> strokeKey(const Stroke &stroke);
 
 /// Moves by any distance, in steps that a record can hold, with a button down or none.

@@ -4,6 +4,7 @@
 
 #include "console/control/keys.h"
 #include "layouts/unicode.h"
+#include "protocol/input.h"
 
 namespace quillon {
 namespace {
