@@ -14,8 +14,7 @@ bool isPlain(unsigned char byte) {
 }
 
 // Marks of direction, joiners and the like: they move the text around them.
-bool isInvisible(wchar_t character) {
-    const auto code = static_cast<unsigned long>(character);
+bool isInvisible(wint_t code) {
     return (code >= 0x200B && code <= 0x200F) || (code >= 0x2028 && code <= 0x202E) ||
            (code >= 0x2060 && code <= 0x206F) || code == 0xFEFF ||
            (code >= 0xFFF9 && code <= 0xFFFB);
@@ -38,7 +37,8 @@ std::string printableText(const std::string &utf8) {
         const std::size_t size =
             std::mbrtowc(&character, utf8.data() + at, utf8.size() - at, &state);
         const bool whole = size != 0 && size <= utf8.size() - at;
-        if (whole && iswprint(static_cast<wint_t>(character)) != 0 && !isInvisible(character))
+        if (whole && iswprint(static_cast<wint_t>(character)) != 0 &&
+            !isInvisible(static_cast<wint_t>(character)))
             text += utf8.substr(at, size);
         else
             text += '?';
