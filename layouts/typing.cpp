@@ -257,10 +257,8 @@ bool Typist::Table::appendUnicode(UnicodeInput unicode, char32_t character, std:
     if (unicode == UnicodeInput::kWindows) {
         const unsigned number = windowsNumber(character);
         if (number == 0) return false;
-        char digits[8];
-        snprintf(digits, sizeof digits, "0%u", number);
-        for (const char *digit = digits; *digit != '\0'; ++digit)
-            appendStroke(typed.states, held, {kLeftAlt, keypadUsage(*digit)});
+        for (const char digit : "0" + std::to_string(number))
+            appendStroke(typed.states, held, {kLeftAlt, keypadUsage(digit)});
         appendStroke(typed.states, held, {});
         typed.needsNumLock = true;
         return true;
