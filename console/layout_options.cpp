@@ -31,7 +31,8 @@ void addLayoutOptions(CLI::App &command, Options &options) {
     command
         .add_option("--system", options.system,
                     "What dead keys do on the computer: x11 (the default), console or windows")
-        ->type_name("SYSTEM");
+        ->type_name("SYSTEM")
+        ->check(CLI::IsMember(kSystemNames).description(""));
 }
 
 bool listLayouts(const Options &options) {

@@ -2,23 +2,51 @@
 
 #include <cstdio>
 #include <stdexcept>
+#include <string>
 
 #include "terminal/printable.h"
 
 namespace quillon {
 
 LockGuard::~LockGuard() {
-    if (!before_) return;
     try {
-        session_.setLockKeys(*before_, asSoftware_);
+        restore();
     } catch (const std::runtime_error &error) {
-        fprintf(stderr, "quillon-console: the lock keys are not as they were: %s\n",
-                printable(error.what()).c_str());
+        fprintf(stderr, "quillon-console: %s\n", printable(error.what()).c_str());
     }
 }
 
+void LockGuard::restore() {
+    if (!before_) return;
+    const LockKeys before = *before_;
+    before_.reset();
+    try {
+        session_.setLockKeys(before, asSoftware_);
+    } catch (const std::runtime_error &error) {
+        throw std::runtime_error(std::string("the lock keys are not as they were: ") +
+                                 error.what());
+    }
+}
+
+// An endpoint whose chip did not answer says that all are off, so one answer is not enough.
+LockKeys LockGuard::certainLockKeys() {
+    constexpr int kTries = 4;
+    std::optional<LockKeys> last;
+    for (int i = 0; i < kTries; ++i) {
+        std::optional<LockKeys> now;
+        try {
+            now = session_.lockKeys();
+        } catch (const std::runtime_error &) {
+            if (i + 1 == kTries) throw;
+        }
+        if (last && now && last->caps == now->caps && last->num == now->num) return *now;
+        last = now;
+    }
+    throw std::runtime_error("the endpoint does not say clearly which lock keys are on");
+}
+
 void LockGuard::require(bool caps, bool numOn) {
-    const LockKeys now = session_.lockKeys();
+    const LockKeys now = certainLockKeys();
     const LockKeys wanted{caps, now.num || numOn};
     if (wanted.caps == now.caps && wanted.num == now.num) return;
     before_ = now;

@@ -12,6 +12,7 @@ class LockGuard {
   public:
     /// asSoftware: requests are marked as sent by software.
     LockGuard(Session &session, bool asSoftware) : session_(session), asSoftware_(asSoftware) {}
+    /// Restores them unless restore() did; a failure is printed.
     ~LockGuard();
     LockGuard(const LockGuard &) = delete;
     LockGuard &operator=(const LockGuard &) = delete;
@@ -20,8 +21,12 @@ class LockGuard {
     /// Num Lock is left alone unless it is to be on. Throws std::runtime_error when the computer
     /// does not follow.
     void require(bool caps, bool numOn);
+    /// Puts the lock keys back. Throws std::runtime_error when the computer does not follow.
+    void restore();
 
   private:
+    LockKeys certainLockKeys();
+
     Session &session_;
     const bool asSoftware_;
     std::optional<LockKeys> before_;  ///< while they differ from that

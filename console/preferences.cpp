@@ -1,15 +1,35 @@
 #include "console/preferences.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <toml++/toml.h>
+#include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 
 namespace quillon {
 namespace {
+
+// Empty for a file that is not there. What is no file of its own, such as a pipe, is refused before
+// it is read.
+std::string readFile(const std::string &file) {
+    constexpr off_t kLargest = 1 << 20;
+    const int fd = open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0 && (errno == ENOENT || errno == ENOTDIR)) return "";
+    if (fd < 0) throw std::runtime_error(file + ": " + strerror(errno));
+    struct stat status {};
+    const bool small =
+        fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_size <= kLargest;
+    std::string text(small ? static_cast<std::size_t>(status.st_size) : 0, '\0');
+    const ssize_t size = small ? read(fd, text.data(), text.size()) : -1;
+    close(fd);
+    if (size < 0) throw std::runtime_error(file + " is not a file of 1 MiB at most");
+    text.resize(static_cast<std::size_t>(size));
+    return text;
+}
 
 [[noreturn]] void complain(const std::string &file, const toml::source_region &where,
                            const std::string &why) {
@@ -35,12 +55,16 @@ void takeTable(const std::string &file, const toml::table &table, Preferences &i
                          "\"; there are layout, variant, system, name and level");
     }
     // A variant belongs to the layout beside it.
+    if (const toml::node *variant = table.get("variant"); variant && !table.contains("layout"))
+        complain(file, variant->source(), "a variant needs its layout beside it");
     if (into.layout.empty()) take(file, table, "variant", into.variant);
     take(file, table, "layout", into.layout);
     take(file, table, "system", into.system);
     take(file, table, "name", into.user);
     if (const toml::node *level = table.get("level"); level != nullptr && !into.level) {
-        if (!level->is_integer()) complain(file, level->source(), "level is not a whole number");
+        constexpr std::int64_t kLargest = 2147483647;
+        if (!level->is_integer() || std::abs(level->as_integer()->get()) > kLargest)
+            complain(file, level->source(), "level is not a whole number");
         into.level = static_cast<int>(level->as_integer()->get());
     }
 }
@@ -64,13 +88,7 @@ std::string preferencesFile() {
 Preferences readPreferences(const std::string &file, const std::string &endpoint) {
     Preferences preferences;
     if (file.empty()) return preferences;
-    FILE *opened = fopen(file.c_str(), "re");
-    if (opened == nullptr && errno == ENOENT) return preferences;
-    if (opened == nullptr) throw std::runtime_error(file + ": " + strerror(errno));
-    constexpr std::size_t kLargest = 1 << 20;
-    std::string text(kLargest, '\0');
-    text.resize(fread(text.data(), 1, text.size(), opened));
-    fclose(opened);
+    const std::string text = readFile(file);
     try {
         const toml::table all = toml::parse(text, file);
         for (const auto &[key, node] : all)

@@ -8,6 +8,7 @@
 #include <map>
 #include <stdexcept>
 
+#include "console/interrupt.h"
 #include "console/lock_guard.h"
 #include "console/options.h"
 #include "console/sender.h"
@@ -24,9 +25,11 @@ const std::map<std::string, UnicodeInput> kUnicodeInputs{{"linux", UnicodeInput:
 // Sees to the lock keys, and types.
 void send(const Options &options, const TypedText &typed, bool progress) {
     Sender sender(options);
+    catchSignals();  // before the lock keys are changed
     LockGuard locks(sender.session(), options.asSoftware);
-    if (!options.keepLocks) locks.require(false, typed.needsNumLock);
+    if (!options.keepLocks && !typed.states.empty()) locks.require(false, typed.needsNumLock);
     sender.send(recordsOf(typed.states), progress ? "typing" : nullptr);
+    locks.restore();
 }
 
 void type(const Options &options, bool fromInput) {
@@ -40,6 +43,8 @@ void type(const Options &options, bool fromInput) {
         options.unicode.empty() ? UnicodeInput::kRefuse : kUnicodeInputs.at(options.unicode);
     const auto typed = Typist(layoutOf(options), locks).type(text, unicode, error);
     if (!typed) throw std::runtime_error(error + "; nothing was typed");
+    if (locks && typed->needsNumLock && !locks->num)
+        throw std::runtime_error("the text needs Num Lock, which is off; nothing was typed");
     send(options, *typed, text.size() >= kLongText && isatty(STDERR_FILENO) != 0);
     for (const std::string &skipped : typed->skipped)
         fprintf(stderr, "quillon-console: left out %s\n", printable(skipped).c_str());

@@ -48,7 +48,12 @@ Keyboard::Keyboard(const std::string &layout, const std::string &variant)
                                  "; they are in the package xkb-data");
     const std::string name = layout + (variant.empty() ? "" : "(" + variant + ")");
     // Several layouts in one, or a path, are no name of a layout.
-    const bool plain = !layout.empty() && name.find_first_of(",:/+") == std::string::npos;
+    const auto plainName = [](const std::string &text) {
+        return text.find_first_not_of(
+                   "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-") ==
+               std::string::npos;
+    };
+    const bool plain = !layout.empty() && plainName(layout) && plainName(variant);
     const xkb_rule_names names{"evdev", "pc105", layout.c_str(), variant.c_str(), ""};
     if (plain)
         keymap_.reset(

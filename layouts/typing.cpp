@@ -145,6 +145,16 @@ unsigned windowsNumber(char32_t character) {
     return 0;
 }
 
+// Line feeds, whatever a file or a terminal has at the end of a line.
+std::u32string withPlainLineEnds(const std::u32string &text) {
+    std::u32string plain;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == U'\n' && i > 0 && text[i - 1] == U'\r') continue;
+        plain += text[i] == U'\r' ? U'\n' : text[i];
+    }
+    return plain;
+}
+
 std::uint8_t keypadUsage(char digit) {
     constexpr std::uint8_t kKeypad1 = 0x59, kKeypad0 = 0x62;
     return digit == '0' ? kKeypad0 : static_cast<std::uint8_t>(kKeypad1 + (digit - '1'));
@@ -254,6 +264,7 @@ bool Typist::Table::appendAll(const std::u32string &characters, std::uint8_t &he
 
 bool Typist::Table::appendUnicode(UnicodeInput unicode, char32_t character, std::uint8_t &held,
                                   TypedText &typed) const {
+    if (character < 0x20 || (character >= 0x7F && character < 0xA0)) return false;
     if (unicode == UnicodeInput::kWindows) {
         const unsigned number = windowsNumber(character);
         if (number == 0) return false;
@@ -338,11 +349,12 @@ std::optional<TypedText> Typist::type(const std::string &text, UnicodeInput unic
                                       std::string &error) const {
     TypedText typed;
     std::uint8_t held = 0;
-    const std::u32string characters = codePoints(text);
+    constexpr std::size_t kMostAccents = 32;
+    const std::u32string characters = withPlainLineEnds(codePoints(text));
     for (std::size_t i = 0; i < characters.size();) {
         // A character and the accents that combine with it.
         std::size_t end = i + 1;
-        while (end < characters.size() && characters[i] < kNoCharacter &&
+        while (end < characters.size() && end - i <= kMostAccents && characters[i] < kNoCharacter &&
                characters[end] < kNoCharacter && isCombining(characters[end]))
             ++end;
         const std::u32string cluster = characters.substr(i, end - i);
@@ -372,9 +384,16 @@ std::optional<TypedText> Typist::type(const std::string &text, UnicodeInput unic
     return typed;
 }
 
+bool Typist::needsNumLock(char32_t character) const {
+    const auto found = table_->entries.find(character);
+    return found != table_->entries.end() && found->second.needsNumLock;
+}
+
 std::optional<Stroke> Typist::keyFor(char32_t character) const {
     const auto strokes = strokesOf(character);
-    if (strokes.size() == 1) return strokes.front();
+    if (strokes.size() == 1 && !needsNumLock(character)) return strokes.front();
+    const bool latin = !strokesOf(U'a').empty() || !strokesOf(U'A').empty();
+    if (latin) return std::nullopt;
     for (unsigned usage = kUsageA; usage <= 0x38; ++usage)
         if (character != 0 &&
             static_cast<char32_t>(positionCharacter(static_cast<std::uint8_t>(usage))) == character)

@@ -60,8 +60,11 @@ class Typist {
     std::optional<TypedText> type(const std::string &text, UnicodeInput unicode,
                                   std::string &error) const;
 
-    /// The key that types a character, for a combination such as ctrl+a: the stroke that types it,
-    /// or in a layout without Latin letters the position that a US keyboard has for it.
+    /// Whether it is typed on the keypad, with Num Lock on.
+    bool needsNumLock(char32_t character) const;
+
+    /// The key that types a character, for a combination such as ctrl+a: the one stroke that types
+    /// it, or in a layout without Latin letters the position that a US keyboard has for it.
     std::optional<Stroke> keyFor(char32_t character) const;
 
     /// Every character that has strokes, for tests.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 
 namespace quillon {
 namespace {
@@ -68,11 +69,14 @@ std::uint8_t functionKey(const std::string &name) {
 }
 
 std::uint8_t usageOfName(const std::string &name) {
-    unsigned usage = 0;
-    int end = 0;
-    if (sscanf(name.c_str(), "usage:0x%2x%n", &usage, &end) == 1 &&
-        end == static_cast<int>(name.size()))
-        return static_cast<std::uint8_t>(usage);
+    constexpr char kPosition[] = "usage:0x";
+    constexpr std::size_t kDigitsAt = sizeof kPosition - 1;
+    if (name.rfind(kPosition, 0) == 0 && name.size() == kDigitsAt + 2 &&
+        name.find_first_not_of("0123456789abcdef", kDigitsAt) == std::string::npos) {
+        const auto usage =
+            static_cast<std::uint8_t>(strtoul(name.c_str() + kDigitsAt, nullptr, 16));
+        return usage >= kUsageA && usage < kUsageLeftCtrl ? usage : std::uint8_t{0};
+    }
     for (const NamedKey &key : kNames)
         if (name == key.name) return key.usage;
     for (const NamedKey &key : kOtherNames)
@@ -126,7 +130,7 @@ std::string strokeName(const Stroke &stroke) {
 }
 
 std::optional<Stroke> parseCombo(const std::string &text, std::string &error) {
-    return parseCombo(text, error, [](const std::string &) { return std::nullopt; });
+    return parseCombo(text, error, nullptr);
 }
 
 std::optional<Stroke> parseCombo(const std::string &text, std::string &error,
@@ -140,7 +144,11 @@ std::optional<Stroke> parseCombo(const std::string &text, std::string &error,
         start = plus + 1;
 
         Stroke key{modifierOfName(name), 0};
-        if (key.modifiers == 0) key = keyOf(name).value_or(Stroke{0, usageOfName(name)});
+        const bool character = name.size() == 1 || (!name.empty() && (name[0] & 0x80) != 0);
+        if (key.modifiers == 0 && keyOf && character)
+            key = keyOf(name).value_or(Stroke{});
+        else if (key.modifiers == 0)
+            key.usage = usageOfName(name);
         if (key.modifiers == 0 && key.usage == 0) {
             error = "unknown key \"";
             error.append(name).append("\" in \"").append(text).append("\"");

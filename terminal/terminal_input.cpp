@@ -299,9 +299,10 @@ void TerminalInput::takeControlSequence(const std::string &body, char last,
     } else if (last == '~') {
         events.push_back(reportedKey(parameters, find(kNumbers, code), reports_));
     } else if (last == 'u') {  // base: the key of a US layout at the same place
-        events.push_back(reportedKey(parameters, base != 0 ? base : code, reports_));
-        const bool shift = (events.back().modifiers & kTerminalShift) != 0;
         const int text = parameters[2][0];
+        events.push_back(reportedKey(parameters, code != 0 ? code : text, reports_));
+        events.back().base = base;
+        const bool shift = (events.back().modifiers & kTerminalShift) != 0;
         events.back().character = characterOf(text != 0               ? text
                                               : shift && shifted != 0 ? shifted
                                                                       : code);

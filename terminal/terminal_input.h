@@ -86,7 +86,8 @@ struct TerminalEvent {
     Kind kind = kUnknown;
 
     // Of keys.
-    int key = 0;             ///< a code point or a TerminalKey, see there
+    int key = 0;   ///< a code point or a TerminalKey, see there
+    int base = 0;  ///< the key of a US keyboard at the same place; 0 where it is not reported
     unsigned modifiers = 0;  ///< of TerminalModifier
     /// What the key types in the person's layout, a code point; 0 for nothing, or where it is not
     /// reported.

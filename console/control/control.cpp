@@ -133,7 +133,8 @@ class Control {
         const Stroke stroke = strokes.empty() ? Stroke{} : strokes.back();
         const bool modifier = stroke.usage >= kUsageLeftCtrl;
         const bool down = event.kind == TerminalEvent::kTap || event.kind == TerminalEvent::kPress;
-        if (down && stroke == options_.escape) {
+        // By its position, so that the way out does not depend on the computer's layout.
+        if (down && positionOf(event) == options_.escape) {
             forwarder_.letGo();
             escape();
         } else if (menu_.open() || menu_.prompting()) {

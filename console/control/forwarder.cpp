@@ -41,6 +41,9 @@ std::string Forwarder::key(const TerminalEvent &event) {
 // Typed as the computer's layout has it, whatever modifiers the person's needs for it.
 std::string Forwarder::character(const TerminalEvent &event, const std::vector<Stroke> &strokes) {
     if (event.kind == TerminalEvent::kRepeat) return "";  // the computer repeats a key that is down
+    const auto &locks = endpoint_.status().locks;
+    if (typist_.needsNumLock(event.character) && locks && !locks->num)
+        return "this character needs Num Lock, which is off";
     if (event.kind == TerminalEvent::kPress && strokes.size() == 1) {
         characterKey_ = event.key;
         press(strokes.front());
@@ -63,7 +66,9 @@ std::string Forwarder::command(const TerminalEvent &event, const Stroke &stroke)
         input().setKeyboard(state);
         return "";
     }
-    state.modifiers = reconciled(state.modifiers, stroke.modifiers);
+    constexpr unsigned kRightKeys = 0xF0;  // such as AltGr, which the computer's layout asks for
+    state.modifiers = static_cast<std::uint8_t>(reconciled(state.modifiers, stroke.modifiers) |
+                                                (stroke.modifiers & kRightKeys));
     if (event.kind == TerminalEvent::kPress) {
         press({state.modifiers, stroke.usage});
         return "";
@@ -159,6 +164,7 @@ std::string Forwarder::paste(const std::string &text) {
     const auto &locks = endpoint_.status().locks;
     if (typed->needsNumLock && locks && !locks->num)
         return "this text needs Num Lock, which is off";
+    if (locks && locks->caps) return "Caps Lock is on, and would invert the letters of a text";
     paste_.assign(typed->states.begin(), typed->states.end());
     pasteTotal_ = paste_.size();
     return "";

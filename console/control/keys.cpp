@@ -1,5 +1,7 @@
 #include "console/control/keys.h"
 
+#include "protocol/us_layout.h"
+
 #include <optional>
 
 namespace quillon {
@@ -65,7 +67,8 @@ std::uint8_t follower(int key, int first, std::uint8_t usage) {
     return static_cast<std::uint8_t>(usage + (key - first));
 }
 
-std::optional<Stroke> strokeOfKey(int key, const Typist &typist) {
+// Keys without a character of their own.
+std::optional<Stroke> strokeOfNamedKey(int key) {
     for (const Row &row : kRows)
         if (row.key == key) return Stroke{0, row.usage};
     if (key >= kKeyF1 && key < kKeyF1 + 12) return Stroke{0, follower(key, kKeyF1, kUsageF1)};
@@ -74,7 +77,26 @@ std::optional<Stroke> strokeOfKey(int key, const Typist &typist) {
     constexpr std::uint8_t kKeypad1 = 0x59;
     if (key > kKeyKeypad0 && key < kKeyKeypad0 + 10)
         return Stroke{0, follower(key, kKeyKeypad0 + 1, kKeypad1)};
-    return typist.keyFor(static_cast<char32_t>(key));
+    return std::nullopt;
+}
+
+std::optional<Stroke> positionOfCharacter(int key) {
+    if (key < 0x20 || key > 0x7E) return std::nullopt;
+    return strokeOf(static_cast<char>(key));
+}
+
+Stroke withModifiers(Stroke stroke, unsigned reported) {
+    constexpr struct {
+        unsigned reported;
+        Modifier bit;
+    } kModifiers[] = {{kTerminalShift, kLeftShift},
+                      {kTerminalAlt, kLeftAlt},
+                      {kTerminalCtrl, kLeftCtrl},
+                      {kTerminalSuper, kLeftGui}};
+    for (const auto &modifier : kModifiers)
+        if ((reported & modifier.reported) != 0)
+            stroke.modifiers = static_cast<std::uint8_t>(stroke.modifiers | modifier.bit);
+    return stroke;
 }
 
 }  // namespace
@@ -84,25 +106,20 @@ bool typesCharacter(const TerminalEvent &event) {
     return event.typed && (event.modifiers & kCommands) == 0;
 }
 
+std::optional<Stroke> positionOf(const TerminalEvent &event) {
+    auto stroke = strokeOfNamedKey(event.key);
+    if (!stroke) stroke = positionOfCharacter(event.base != 0 ? event.base : event.key);
+    if (!stroke) return std::nullopt;
+    return withModifiers(*stroke, event.modifiers);
+}
+
 std::vector<Stroke> strokesOf(const TerminalEvent &event, const Typist &typist) {
-    if (typesCharacter(event)) {
-        auto strokes = typist.strokesOf(event.character);
-        if (!strokes.empty()) return strokes;
-        // Where the terminal reports the place of the key on the keyboard, that is the next best.
-    }
-    auto stroke = strokeOfKey(event.key, typist);
+    if (typesCharacter(event)) return typist.strokesOf(event.character);
+    auto stroke = strokeOfNamedKey(event.key);
+    if (!stroke) stroke = typist.keyFor(static_cast<char32_t>(event.key));
+    if (!stroke) stroke = positionOfCharacter(event.base);
     if (!stroke) return {};
-    constexpr struct {
-        unsigned reported;
-        Modifier bit;
-    } kModifiers[] = {{kTerminalShift, kLeftShift},
-                      {kTerminalAlt, kLeftAlt},
-                      {kTerminalCtrl, kLeftCtrl},
-                      {kTerminalSuper, kLeftGui}};
-    for (const auto &modifier : kModifiers)
-        if ((event.modifiers & modifier.reported) != 0)
-            stroke->modifiers = static_cast<std::uint8_t>(stroke->modifiers | modifier.bit);
-    return {*stroke};
+    return {withModifiers(*stroke, event.modifiers)};
 }
 
 }  // namespace quillon

@@ -129,7 +129,8 @@ void Computer::keyDown(std::uint8_t usage) {
         state_.leds ^= led;
         tell(Event::kLeds, ledNames(state_.leds));
     }
-    if (state_.leds != before || led != 0) return;
+    // A lock ends with the release of its key, which is no key of its own.
+    if (state_.leds != before || (led & state_.leds) != 0) return;
     if (!text.empty()) {
         state_.text += text;
         tell(Event::kText, text);

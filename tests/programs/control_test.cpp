@@ -165,6 +165,21 @@ TEST_F(Terminal, ForgedMessagesNeitherTakeControlNorHideWhoApplies) {
     EXPECT_EQ(board_->computer().state().keys[0], 0x04) << "it let go";
 }
 
+TEST_F(Terminal, MenuAndShortcutsGoByTheRightLayout) {
+    startControl("--layout de");
+    terminal_->press("C-]");
+    EXPECT_TRUE(terminal_->shows("x  ctrl+alt+delete"));
+    terminal_->press("C-]");
+    // The computer is German: its z lies where a US keyboard has y.
+    terminal_->press("C-z");
+    EXPECT_TRUE(sees("ctrl+y"));
+    terminal_->send("\x1b[?31u\x1b[122::121;5:1u\x1b[122::121;5:3u");
+    EXPECT_TRUE(sees("ctrl+y\nctrl+y"));
+    terminal_->send("\xe4\xb8\xad");
+    EXPECT_TRUE(terminal_->shows("refused: cannot type U+4E2D"));
+    terminal_->press("C-] q");
+}
+
 TEST_F(Terminal, SoftwaresKeysAreTakenFromAnybody) {
     startControl("--as-software --port 8080",
                  "udpserver_port=8080\nper_enable=1\nconnect_name=bob\nconnect_ip0=192.168.1.9\n");

@@ -181,7 +181,9 @@ TEST(Layouts, NameWhatCannotBeTypedBeforeAnything) {
               "cannot type character 2 (U+001B): it is a control character");
     EXPECT_THROW(Typist(choiceOf("xx")), std::runtime_error);
     EXPECT_THROW(Typist(choiceOf("de(no)")), std::runtime_error);
-    EXPECT_THROW(Typist(choiceOf("us,de")), std::runtime_error);
+    for (const char *name : {"us,de", "us|de", "../us", "us\n", ""})
+        EXPECT_THROW(Typist(choiceOf(name)), std::runtime_error) << name;
+    EXPECT_EQ(typedOn("us", "a\r\nb"), "a\nb");
     std::string error;
     const auto skipped = Typist(choiceOf("us")).type("a\u00e4b", UnicodeInput::kSkip, error);
     EXPECT_EQ(skipped->skipped.size(), 1U);
@@ -207,6 +209,9 @@ TEST(Layouts, CombinationsMeanTheCharacterOfTheLayout) {
     EXPECT_EQ(parseCombo("ctrl+a", error, keyOf(french)), (Stroke{kLeftCtrl, 0x14}));
     EXPECT_EQ(parseCombo("usage:0x14", error, keyOf(french)), (Stroke{0, 0x14}));
     EXPECT_EQ(parseCombo("ctrl+c", error, keyOf(russian)), (Stroke{kLeftCtrl, 0x06}));
+    const Typist german(choiceOf("de"));  // its ` is a dead key
+    for (const char *wrong : {"`", "usage:0x-1", "usage:0x00", "usage:0xe1"})
+        EXPECT_FALSE(parseCombo(wrong, error, keyOf(german))) << wrong;
 }
 
 TEST(Layouts, LocksThatStayChooseOtherStrokes) {
