@@ -4,9 +4,26 @@
 #include <stdexcept>
 #include <string>
 
+#include "console/interrupt.h"
 #include "terminal/printable.h"
 
 namespace quillon {
+
+LockKeys certainLockKeys(Session &session) {
+    constexpr int kTries = 4;
+    std::optional<LockKeys> last;
+    for (int i = 0; i < kTries; ++i) {
+        std::optional<LockKeys> now;
+        try {
+            now = session.lockKeys();
+        } catch (const std::runtime_error &) {
+            if (i + 1 == kTries) throw;
+        }
+        if (last && now && last->caps == now->caps && last->num == now->num) return *now;
+        last = now;
+    }
+    throw std::runtime_error("the endpoint does not say clearly which lock keys are on");
+}
 
 LockGuard::~LockGuard() {
     try {
@@ -28,27 +45,11 @@ void LockGuard::restore() {
     }
 }
 
-// An endpoint whose chip did not answer says that all are off, so one answer is not enough.
-LockKeys LockGuard::certainLockKeys() {
-    constexpr int kTries = 4;
-    std::optional<LockKeys> last;
-    for (int i = 0; i < kTries; ++i) {
-        std::optional<LockKeys> now;
-        try {
-            now = session_.lockKeys();
-        } catch (const std::runtime_error &) {
-            if (i + 1 == kTries) throw;
-        }
-        if (last && now && last->caps == now->caps && last->num == now->num) return *now;
-        last = now;
-    }
-    throw std::runtime_error("the endpoint does not say clearly which lock keys are on");
-}
-
 void LockGuard::require(bool caps, bool numOn) {
-    const LockKeys now = certainLockKeys();
+    const LockKeys now = certainLockKeys(session_);
     const LockKeys wanted{caps, now.num || numOn};
     if (wanted.caps == now.caps && wanted.num == now.num) return;
+    catchSignals();
     before_ = now;
     session_.setLockKeys(wanted, asSoftware_);
 }

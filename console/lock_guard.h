@@ -7,6 +7,10 @@
 
 namespace quillon {
 
+/// The lock LEDs, when two answers in a row agree: an endpoint whose chip did not answer says that
+/// all are off. Throws std::runtime_error when it does not get them.
+LockKeys certainLockKeys(Session &session);
+
 /// Puts the lock keys back at its end as they were at its beginning.
 class LockGuard {
   public:
@@ -25,8 +29,6 @@ class LockGuard {
     void restore();
 
   private:
-    LockKeys certainLockKeys();
-
     Session &session_;
     const bool asSoftware_;
     std::optional<LockKeys> before_;  ///< while they differ from that

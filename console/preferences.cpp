@@ -62,10 +62,10 @@ void takeTable(const std::string &file, const toml::table &table, Preferences &i
     take(file, table, "system", into.system);
     take(file, table, "name", into.user);
     if (const toml::node *level = table.get("level"); level != nullptr && !into.level) {
-        constexpr std::int64_t kLargest = 2147483647;
-        if (!level->is_integer() || std::abs(level->as_integer()->get()) > kLargest)
-            complain(file, level->source(), "level is not a whole number");
-        into.level = static_cast<int>(level->as_integer()->get());
+        const auto number = level->value_exact<std::int64_t>();
+        if (!number || *number != static_cast<int>(*number))
+            complain(file, level->source(), "level is not a whole number, or too large");
+        into.level = static_cast<int>(*number);
     }
 }
 

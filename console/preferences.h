@@ -25,7 +25,8 @@ Preferences readPreferences(const std::string &file, const std::string &endpoint
 
 /// The layout of the computer, of which the first that says one counts: the command line,
 /// QUILLON_LAYOUT ("de", "de(nodeadkeys)"; null for none), the file; else "us". A variant belongs
-/// to the layout that it stands beside. Throws std::runtime_error for an unknown system.
+/// to the layout beside it; one alone on the command line, to whichever layout counts. Throws
+/// std::runtime_error for an unknown system.
 LayoutChoice layoutOf(const Preferences &commandLine, const char *environment,
                       const Preferences &file);
 

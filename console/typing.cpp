@@ -8,7 +8,6 @@
 #include <map>
 #include <stdexcept>
 
-#include "console/interrupt.h"
 #include "console/lock_guard.h"
 #include "console/options.h"
 #include "console/sender.h"
@@ -25,7 +24,6 @@ const std::map<std::string, UnicodeInput> kUnicodeInputs{{"linux", UnicodeInput:
 // Sees to the lock keys, and types.
 void send(const Options &options, const TypedText &typed, bool progress) {
     Sender sender(options);
-    catchSignals();  // before the lock keys are changed
     LockGuard locks(sender.session(), options.asSoftware);
     if (!options.keepLocks && !typed.states.empty()) locks.require(false, typed.needsNumLock);
     sender.send(recordsOf(typed.states), progress ? "typing" : nullptr);
@@ -38,7 +36,10 @@ void type(const Options &options, bool fromInput) {
     std::string text = options.text, error;
     if (fromInput) text.assign(std::istreambuf_iterator<char>(std::cin), {});
     std::optional<LockKeys> locks;
-    if (options.keepLocks) locks = openSession(options).lockKeys();
+    if (options.keepLocks) {
+        Session session = openSession(options);
+        locks = certainLockKeys(session);
+    }
     const UnicodeInput unicode =
         options.unicode.empty() ? UnicodeInput::kRefuse : kUnicodeInputs.at(options.unicode);
     const auto typed = Typist(layoutOf(options), locks).type(text, unicode, error);

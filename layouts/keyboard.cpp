@@ -67,6 +67,18 @@ Keyboard::Keyboard(const std::string &layout, const std::string &variant)
     }
 }
 
+ComposeState composeStateOf(const Keyboard &keyboard) {
+    if (keyboard.compose() == nullptr) return nullptr;
+    return ComposeState(xkb_compose_state_new(keyboard.compose(), XKB_COMPOSE_STATE_NO_FLAGS));
+}
+
+char32_t characterOfKeysym(xkb_keysym_t keysym) {
+    if (keysym == XKB_KEY_Return || keysym == XKB_KEY_KP_Enter) return U'\n';
+    if (keysym == XKB_KEY_Tab) return U'\t';
+    const char32_t character = xkb_keysym_to_utf32(keysym);
+    return character >= 0x20 && character != 0x7F ? character : 0;
+}
+
 KeyboardState::KeyboardState(const Keyboard &keyboard) : state_(xkb_state_new(keyboard.keymap())) {
     if (!state_) throw std::runtime_error("libxkbcommon has no memory for a keyboard");
 }

@@ -55,6 +55,16 @@ class KeyboardState {
     std::unique_ptr<xkb_state, Unref> state_;
 };
 
+struct UnrefCompose {
+    void operator()(xkb_compose_state *state) const { xkb_compose_state_unref(state); }
+};
+/// Follows key sequences; null when no compose file is installed.
+using ComposeState = std::unique_ptr<xkb_compose_state, UnrefCompose>;
+ComposeState composeStateOf(const Keyboard &keyboard);
+
+/// The character of a keysym, line feed for Enter; 0 for one that types none.
+char32_t characterOfKeysym(xkb_keysym_t keysym);
+
 /// The key code of the X keyboard database for a HID usage of the keyboard page; 0 for none.
 xkb_keycode_t keycodeOf(std::uint8_t usage);
 

@@ -22,37 +22,30 @@ char32_t spacing(xkb_keysym_t dead) {
     return xkb_keysym_to_utf32(xkb_keysym_from_name(plain.c_str(), XKB_KEYSYM_NO_FLAGS));
 }
 
+std::string plainText(xkb_keysym_t keysym) {
+    const char32_t character = characterOfKeysym(keysym);
+    return character == 0 ? "" : utf8(character);
+}
+
 }  // namespace
 
 struct ReportReader::State {
     explicit State(const LayoutChoice &wanted)
-        : choice(wanted), keyboard(wanted.layout, wanted.variant), keys(keyboard) {
-        if (keyboard.compose() != nullptr)
-            compose.reset(xkb_compose_state_new(keyboard.compose(), XKB_COMPOSE_STATE_NO_FLAGS));
-    }
+        : choice(wanted),
+          keyboard(wanted.layout, wanted.variant),
+          keys(keyboard),
+          compose(composeStateOf(keyboard)) {}
 
     std::string feed(xkb_keysym_t keysym);
-    std::string plainText(xkb_keysym_t keysym) const;
     std::string withoutX(xkb_keysym_t keysym, const std::string &composed);
-
-    struct Unref {
-        void operator()(xkb_compose_state *object) const { xkb_compose_state_unref(object); }
-    };
 
     LayoutChoice choice;
     Keyboard keyboard;
     KeyboardState keys;
-    std::unique_ptr<xkb_compose_state, Unref> compose;
+    ComposeState compose;
     xkb_keysym_t dead = XKB_KEY_NoSymbol;  ///< pressed, and not completed yet
     unsigned commanding = 0;               ///< bits of the modifier byte that make commands
 };
-
-std::string ReportReader::State::plainText(xkb_keysym_t keysym) const {
-    if (keysym == XKB_KEY_Return || keysym == XKB_KEY_KP_Enter) return "\n";
-    if (keysym == XKB_KEY_Tab) return "\t";
-    const char32_t character = xkb_keysym_to_utf32(keysym);
-    return character >= 0x20 && character != 0x7F ? utf8(character) : "";
-}
 
 // Other systems compose only the characters of Latin-1, and else type accent and character.
 std::string ReportReader::State::withoutX(xkb_keysym_t keysym, const std::string &composed) {
@@ -68,11 +61,10 @@ std::string ReportReader::State::withoutX(xkb_keysym_t keysym, const std::string
 
 std::string ReportReader::State::feed(xkb_keysym_t keysym) {
     if (!compose) return plainText(keysym);
-    const xkb_keysym_t before = keysym;
     xkb_compose_state_feed(compose.get(), keysym);
     switch (xkb_compose_state_get_status(compose.get())) {
         case XKB_COMPOSE_COMPOSING:
-            dead = before;
+            dead = keysym;
             return "";
         case XKB_COMPOSE_COMPOSED: {
             char bytes[64];

@@ -26,14 +26,6 @@ bool isDead(xkb_keysym_t keysym) {
     return keysym >= XKB_KEY_dead_grave && keysym <= XKB_KEY_dead_longsolidusoverlay;
 }
 
-// The character of a keysym; 0 for keys that type none. Enter is a line feed here.
-char32_t characterOfKeysym(xkb_keysym_t keysym) {
-    if (keysym == XKB_KEY_Return) return U'\n';
-    if (keysym == XKB_KEY_Tab) return U'\t';
-    const char32_t character = xkb_keysym_to_utf32(keysym);
-    return character >= 0x20 && character != 0x7F ? character : 0;
-}
-
 // Which kind of level a modifier key chooses; 0 for one that makes a command, or none.
 int levelKind(xkb_keysym_t keysym) {
     switch (keysym) {
@@ -89,15 +81,6 @@ void tap(KeyboardState &state, std::uint8_t usage) {
     state.set(usage, false);
 }
 
-// Null without a compose file.
-std::unique_ptr<xkb_compose_state, void (*)(xkb_compose_state *)> newCompose(
-    const Keyboard &keyboard) {
-    return {keyboard.compose() == nullptr
-                ? nullptr
-                : xkb_compose_state_new(keyboard.compose(), XKB_COMPOSE_STATE_NO_FLAGS),
-            xkb_compose_state_unref};
-}
-
 // One code point that a dead key and another key compose; 0 for nothing, or more.
 char32_t composedBy(xkb_compose_state *state, xkb_keysym_t dead, xkb_keysym_t base) {
     xkb_compose_state_reset(state);
@@ -141,7 +124,7 @@ unsigned windowsNumber(char32_t character) {
     if ((character >= 0x20 && character < 0x7F) || (character >= 0xA0 && character <= 0xFF))
         return character;
     for (unsigned i = 0; i < sizeof kCodePage1252 / sizeof kCodePage1252[0]; ++i)
-        if (kCodePage1252[i] == character && character != 0) return 0x80 + i;
+        if (kCodePage1252[i] == character) return 0x80 + i;
     return 0;
 }
 
@@ -215,7 +198,7 @@ std::vector<Typist::Table::Key> Typist::Table::keysUnder(bool caps, bool num) co
 }
 
 void Typist::Table::addKeys(const std::vector<Key> &keys) {
-    const auto state = newCompose(keyboard);
+    const auto state = composeStateOf(keyboard);
     for (const Key &key : keys) {
         const char32_t character = characterOfKeysym(key.keysym);
         if (character != 0 && !(state && changes(state.get(), key.keysym)))
@@ -224,7 +207,7 @@ void Typist::Table::addKeys(const std::vector<Key> &keys) {
 }
 
 void Typist::Table::addDeadKeys(const std::vector<Key> &keys) {
-    const auto state = newCompose(keyboard);
+    const auto state = composeStateOf(keyboard);
     if (!state) return;
     std::map<xkb_keysym_t, const Key *> dead, bases;
     for (const Key &key : keys) {
@@ -324,7 +307,7 @@ std::string Typist::reasonFor(char32_t character) const {
         choice.layout + (choice.variant.empty() ? "" : "(" + choice.variant + ")");
     xkb_keymap *keymap = table_->keyboard.keymap();
     const xkb_keycode_t last = xkb_keymap_max_keycode(keymap);
-    const auto compose = newCompose(table_->keyboard);
+    const auto compose = composeStateOf(table_->keyboard);
     bool hasKey = false, hasUsage = false;
     for (xkb_keycode_t key = xkb_keymap_min_keycode(keymap); key <= last; ++key)
         for (xkb_level_index_t level = 0; level < xkb_keymap_num_levels_for_key(keymap, key, 0);
@@ -394,10 +377,8 @@ std::optional<Stroke> Typist::keyFor(char32_t character) const {
     if (strokes.size() == 1 && !needsNumLock(character)) return strokes.front();
     const bool latin = !strokesOf(U'a').empty() || !strokesOf(U'A').empty();
     if (latin) return std::nullopt;
-    for (unsigned usage = kUsageA; usage <= 0x38; ++usage)
-        if (character != 0 &&
-            static_cast<char32_t>(positionCharacter(static_cast<std::uint8_t>(usage))) == character)
-            return Stroke{0, static_cast<std::uint8_t>(usage)};
+    for (std::uint8_t usage = kUsageA; character != 0 && usage <= kLastUsage; ++usage)
+        if (static_cast<char32_t>(positionCharacter(usage)) == character) return Stroke{0, usage};
     return std::nullopt;
 }
 

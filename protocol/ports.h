@@ -14,8 +14,7 @@ constexpr char kEndpointGroup[] = "224.168.1.1";
 /// Port of that group to which an endpoint sends its settings when "getKvmInfo:ADDRESS" asks.
 constexpr std::uint16_t kSettingsPort = 4001;
 
-/// An endpoint asks outputs whether they are alive from here, asks for consent from here, and tells
-/// consoles who holds control from here.
+/// From these ports an endpoint sends heartbeats, questions for consent, and who holds control.
 constexpr std::uint16_t kHeartbeatPort = 41301, kConsentPort = 41303, kAnnouncePort = 41304;
 
 /// A console takes link messages here, at its address and in the group of all consoles.

@@ -15,9 +15,9 @@ bool isPlain(unsigned char byte) {
 
 // Marks of direction, joiners and the like: they move the text around them.
 bool isInvisible(wint_t code) {
-    return (code >= 0x200B && code <= 0x200F) || (code >= 0x2028 && code <= 0x202E) ||
-           (code >= 0x2060 && code <= 0x206F) || code == 0xFEFF ||
-           (code >= 0xFFF9 && code <= 0xFFFB);
+    return code == 0x061C || (code >= 0x200B && code <= 0x200F) ||
+           (code >= 0x2028 && code <= 0x202E) || (code >= 0x2060 && code <= 0x206F) ||
+           code == 0xFEFF || (code >= 0xFFF9 && code <= 0xFFFB);
 }
 
 }  // namespace

@@ -1,6 +1,9 @@
 #include "terminal/screen.h"
 
+#include <wchar.h>
+
 #include <algorithm>
+#include <cstdlib>
 
 #include "terminal/printable.h"
 
@@ -24,7 +27,17 @@ void put(int row, int column, const std::string &text, attr_t attributes, Colour
 
 void putText(int row, int column, const std::string &utf8) {
     if (row < 0 || row >= LINES || column < 0 || column >= COLS) return;
-    mvaddstr(row, column, printableText(utf8).c_str());
+    const std::string text = printableText(utf8);
+    std::wstring wide(text.size(), L'\0');
+    const std::size_t count = mbstowcs(wide.data(), text.c_str(), wide.size());
+    if (count > wide.size()) return;
+    // A character may take two cells.
+    int shown = 0;
+    for (int cells = 0; shown < static_cast<int>(count); ++shown) {
+        cells += std::max(0, wcwidth(wide[static_cast<std::size_t>(shown)]));
+        if (column + cells > COLS) break;
+    }
+    mvaddnwstr(row, column, wide.c_str(), shown);
 }
 
 void bar(int row, std::string text, Colour colour) {

@@ -17,8 +17,9 @@ namespace quillon {
 namespace {
 
 // Any motion of the mouse (1003) in SGR reports (1006), focus (1004), bracketed paste (2004); and
-// of the kitty keyboard protocol all keys as sequences (8) with releases (2), base keys (4) and
-// without doubt what is an escape (1). A terminal that knows it answers the question behind.
+// of the kitty keyboard protocol all keys as sequences (8) with releases (2), base keys (4), the
+// text that they type (16), and without doubt what is an escape (1). A terminal that knows the
+// protocol answers the question behind.
 constexpr char kEnter[] = "\x1b[?1003h\x1b[?1006h\x1b[?1004h\x1b[?2004h\x1b[>31u\x1b[?u";
 constexpr char kLeave[] = "\x1b[<u\x1b[?2004l\x1b[?1004l\x1b[?1006l\x1b[?1003l";
 

@@ -129,12 +129,11 @@ class Control {
     // ---- what a person does
 
     void key(const TerminalEvent &event) {
-        const std::vector<Stroke> strokes = strokesOf(event, typist_);
-        const Stroke stroke = strokes.empty() ? Stroke{} : strokes.back();
-        const bool modifier = stroke.usage >= kUsageLeftCtrl;
+        const auto position = positionOf(event);
+        const bool modifier = position && position->usage >= kUsageLeftCtrl;
         const bool down = event.kind == TerminalEvent::kTap || event.kind == TerminalEvent::kPress;
         // By its position, so that the way out does not depend on the computer's layout.
-        if (down && positionOf(event) == options_.escape) {
+        if (down && position == options_.escape) {
             forwarder_.letGo();
             escape();
         } else if (menu_.open() || menu_.prompting()) {

@@ -30,9 +30,8 @@ std::string Forwarder::key(const TerminalEvent &event) {
         return "";
     }
     const std::vector<Stroke> strokes = strokesOf(event, typist_);
-    if (!strokes.empty() && typesCharacter(event) && strokes == typist_.strokesOf(event.character))
-        return character(event, strokes);
-    if (!strokes.empty()) return command(event, strokes.front());
+    if (!strokes.empty())
+        return typesCharacter(event) ? character(event, strokes) : command(event, strokes.front());
     if (event.character == 0) return "";
     return "cannot type " + codePointName(event.character) + ": " +
            typist_.reasonFor(event.character);

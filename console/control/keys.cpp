@@ -2,8 +2,6 @@
 
 #include "protocol/us_layout.h"
 
-#include <optional>
-
 namespace quillon {
 namespace {
 
@@ -13,13 +11,13 @@ struct Row {
 };
 
 // HID usages of the keyboard page.
-constexpr Row kRows[] = {{kKeyEnter, 0x28},
-                         {kKeyEscape, 0x29},
-                         {kKeyBackspace, 0x2A},
-                         {kKeyTab, 0x2B},
-                         {kKeyCapsLock, 0x39},
+constexpr Row kRows[] = {{kKeyEnter, kUsageEnter},
+                         {kKeyEscape, kUsageEscape},
+                         {kKeyBackspace, kUsageBackspace},
+                         {kKeyTab, kUsageTab},
+                         {kKeyCapsLock, kUsageCapsLock},
                          {kKeyPrintScreen, 0x46},
-                         {kKeyScrollLock, 0x47},
+                         {kKeyScrollLock, kUsageScrollLock},
                          {kKeyPause, 0x48},
                          {kKeyInsert, 0x49},
                          {kKeyHome, 0x4A},
@@ -31,13 +29,13 @@ constexpr Row kRows[] = {{kKeyEnter, 0x28},
                          {kKeyLeft, 0x50},
                          {kKeyDown, 0x51},
                          {kKeyUp, 0x52},
-                         {kKeyNumLock, 0x53},
+                         {kKeyNumLock, kUsageNumLock},
                          {kKeyMenu, 0x65},
                          {kKeyKeypadDivide, 0x54},
                          {kKeyKeypadMultiply, 0x55},
                          {kKeyKeypadSubtract, 0x56},
                          {kKeyKeypadAdd, 0x57},
-                         {kKeyKeypadEnter, 0x58},
+                         {kKeyKeypadEnter, kUsageKeypadEnter},
                          {kKeyKeypad0, 0x62},
                          {kKeyKeypadDecimal, 0x63},
                          {kKeyKeypadEqual, 0x67},
@@ -52,7 +50,7 @@ constexpr Row kRows[] = {{kKeyEnter, 0x28},
                          {kKeyKeypadPageUp, 0x61},
                          {kKeyKeypadInsert, 0x62},
                          {kKeyKeypadDelete, 0x63},
-                         {kKeyLeftCtrl, 0xE0},
+                         {kKeyLeftCtrl, kUsageLeftCtrl},
                          {kKeyLeftShift, 0xE1},
                          {kKeyLeftAlt, 0xE2},
                          {kKeyLeftSuper, 0xE3},

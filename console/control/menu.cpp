@@ -14,8 +14,8 @@ constexpr std::size_t kLongestLine = 4096;
 struct Entry {
     char key;
     Menu::Action action;
-    const char *words;  ///< of kKeys and kText with a prompt: see kPrompts
-    bool prompts = false;
+    const char *words;     ///< for the menu; of kKeys without a prompt also the keys
+    bool prompts = false;  ///< asks for a line of text
 };
 
 constexpr Entry kEntries[] = {

@@ -15,7 +15,7 @@ TEST(Install, HasAllThatADeveloperNeeds) {
                 "./share/quillon/wireshark/quillon.lua\n"});
 
     const std::string flags = *SANITIZERS == '\0' ? "" : "-fsanitize=" SANITIZERS;
-    // Every header compiles by itself, without the tree.
+    // No header needs anything that is not installed.
     const Outcome headers =
         run("cd /installed/include/quillon && "
             "for header in */*.h; do echo \"#include <$header>\"; done | tac >/all.cpp && "

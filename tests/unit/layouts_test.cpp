@@ -102,8 +102,8 @@ std::set<char32_t> charactersOf(const Keyboard &keyboard) {
         for (xkb_level_index_t level = 0; level < kLevels; ++level) {
             const xkb_keysym_t *keysyms = nullptr;
             if (xkb_keymap_key_get_syms_by_level(keymap, key, 0, level, &keysyms) != 1) continue;
-            const char32_t character = xkb_keysym_to_utf32(keysyms[0]);
-            if (character >= 0x20 && character != 0x7F) characters.insert(character);
+            const char32_t character = characterOfKeysym(keysyms[0]);
+            if (character >= 0x20) characters.insert(character);
         }
     return characters;
 }
