@@ -17,7 +17,7 @@ void appendStroke(std::vector<Stroke> &states, std::uint8_t &held, const Stroke 
     // AltGr in a state before Shift: a computer takes the keys of one report in another order.
     const auto first = static_cast<std::uint8_t>(stroke.modifiers & ~kAnyShift);
     if (stroke.modifiers != held) {
-        if (first != 0 && first != stroke.modifiers) states.push_back({first, 0});
+        if (first != 0 && first != stroke.modifiers && first != held) states.push_back({first, 0});
         states.push_back({stroke.modifiers, 0});
     }
     held = stroke.modifiers;
