@@ -12,6 +12,7 @@
 #include "myserial.h"
 #include "protocol/records.h"
 #include "sim/chips/ch9329.h"
+#include "sim/computer/plain_computer.h"
 #include "sim/host/private_host.h"
 #include "sim/host/serial_ports.h"
 #include "state.h"
@@ -24,7 +25,7 @@ namespace {
 thread_local long allocations = 0;  // of this thread alone: the simulated chip has another
 
 void record(benchmark::State &state) {
-    sim::Computer computer;
+    sim::PlainComputer computer;
     sim::Ch9329 chip(computer, 115200, 115200);
     sim::SerialPorts ports(false);
     ports.attach(3, chip);

@@ -4,8 +4,16 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 packages=(g++ cmake ninja-build libboost-dev libcli11-dev libgtest-dev nlohmann-json3-dev
-    libbenchmark-dev libncurses-dev libtomlplusplus-dev libutf8proc-dev libx11-data
+    libbenchmark-dev libncurses-dev libusbredirparser-dev libtomlplusplus-dev libutf8proc-dev libx11-data
     libxkbcommon-dev pkg-config xkb-data iproute2)
+
+as_root() {
+    if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi
+}
+
+update_lists() {
+    as_root apt-get update -qq
+}
 
 install_missing() {
     local missing=() package
@@ -14,11 +22,9 @@ install_missing() {
             missing+=("$package")
     done
     [ ${#missing[@]} -gt 0 ] || return 0
-    local as_root=()
-    [ "$(id -u)" -eq 0 ] || as_root=(sudo)
     echo "installing: ${missing[*]}"
-    "${as_root[@]}" apt-get update -qq
-    DEBIAN_FRONTEND=noninteractive "${as_root[@]}" apt-get install -y -qq \
+    update_lists
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq \
         --no-install-recommends "${missing[@]}" >/dev/null
 }
 

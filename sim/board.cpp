@@ -11,6 +11,7 @@
 #include <stdexcept>
 
 #include "protocol/ports.h"
+#include "sim/computer/plain_computer.h"
 #include "sim/host/network.h"
 #include "sim/host/paths.h"
 
@@ -82,11 +83,13 @@ int chipPort(const std::string &identifier, const std::string &configured) {
 
 Board::Board(BoardOptions options)
     : options_(withNetwork(std::move(options))),
-      chip_(computer_, options_.chipBaud, options_.storedBaud),
-      rawChip_(computer_),
+      computer_(options_.computer ? options_.computer() : std::make_unique<PlainComputer>()),
       microcontroller_(options_.mcuBoards, options_.chipBaud),
       consoles_(options_.consoles) {
-    if (options_.keyboard) computer_.setLayout(options_.keyboard());
+    if (options_.chip == BoardOptions::kCh9350)
+        rawChip_.emplace(*computer_);
+    else
+        chip_.emplace(*computer_, options_.chipBaud, options_.storedBaud);
     writeFiles();
     ports_ = std::make_unique<SerialPorts>(options_.paced);
     attachDevice();
@@ -99,24 +102,27 @@ void Board::attachDevice() {
                 ? kRawPort
                 : chipPort(options_.identifier, configuredPort(readFile(settingsFile())));
     if (options_.mcuBoards != 0) {
-        computer_.detach();
+        computer_->detach();
         microcontroller_.setAbsent(options_.absentBoards);
         ports_->attach(port_, microcontroller_);
         return;
     }
     if (options_.chip == BoardOptions::kNone) {
-        computer_.detach();
+        computer_->detach();
         return;
     }
-    rawChip_.chatter(options_.chatter);
-    chip_.lose(Losses(options_.loss, options_.seed));
-    rawChip_.lose(Losses(options_.loss, options_.seed));
+    const Losses losses(options_.loss, options_.seed);
+    if (chip_) chip_->lose(losses);
+    if (rawChip_) {
+        rawChip_->lose(losses);
+        rawChip_->chatter(options_.chatter);
+    }
     ports_->attach(port_, hidChip());
 }
 
 HidChip &Board::hidChip() {
-    if (options_.chip == BoardOptions::kCh9350) return rawChip_;
-    return chip_;
+    if (rawChip_) return *rawChip_;
+    return *chip_;
 }
 
 Board::~Board() {
@@ -204,12 +210,13 @@ bool Board::waitUntilListening(std::chrono::milliseconds timeout) {
 void Board::waitUntilQuiet(std::chrono::milliseconds timeout) {
     constexpr int kQuietTicks = 50;
     const auto deadline = Clock::now() + timeout;
-    unsigned reports = computer_.state().reports;
+    unsigned reports = computer_->state().reports;
     for (int quiet = 0; quiet < kQuietTicks && Clock::now() < deadline; ++quiet) {
         std::this_thread::sleep_for(kTick);
-        const unsigned now = computer_.state().reports;
-        if (now != reports || udpBytesWaiting(dataPort_) != 0) quiet = 0;
-        reports = now;
+        const Computer::State now = computer_->state();
+        if (now.reports != reports || now.waiting != 0 || udpBytesWaiting(dataPort_) != 0)
+            quiet = 0;
+        reports = now.reports;
     }
 }
 

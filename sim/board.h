@@ -31,8 +31,8 @@ struct BoardOptions {
     bool chatter = false;     ///< a CH9350 sends its status every second
     int chipBaud = 115200;    ///< speed of the chip when the board starts, bits per second
     int storedBaud = 115200;  ///< speed of the chip after its next restart
-    /// How the computer reads keys; none: as a US keyboard.
-    std::function<std::unique_ptr<KeyReader>()> keyboard;
+    /// Makes the computer; none: one that reads reports as one with a US keyboard does.
+    std::function<std::unique_ptr<Computer>()> computer;
     std::string address = "192.168.1.10";
     std::vector<std::string> consoles{"192.168.1.20"};
     bool paced = false;
@@ -87,14 +87,14 @@ class Board {
     std::optional<int> daemonStatus() const;
     /// The chip on the board, CH9329 or CH9350.
     HidChip &hidChip();
-    Ch9329 &chip() { return chip_; }
+    Ch9329 &chip() { return *chip_; }
     /// Speed that the daemon has set on the chip's line, bits per second.
     int lineBaud() const { return ports_->hostBaud(port_); }
     Microcontroller &microcontroller() { return microcontroller_; }
     VideoSource &video() { return video_; }
     OutputConsoles &consoles() { return consoles_; }
     SerialPorts &serialPorts() { return *ports_; }
-    Computer &computer() { return computer_; }
+    Computer &computer() { return *computer_; }
     /// How the daemon switched the computer's USB power; none: not yet, and it is on.
     std::optional<bool> usbPower() const;
     Registers &registers() { return registers_; }
@@ -114,9 +114,9 @@ class Board {
 
     BoardOptions options_;
     Registers registers_;
-    Computer computer_;
-    Ch9329 chip_;
-    Ch9350 rawChip_;
+    const std::unique_ptr<Computer> computer_;
+    std::optional<Ch9329> chip_;  ///< a board has one of the two
+    std::optional<Ch9350> rawChip_;
     Microcontroller microcontroller_;
     OutputConsoles consoles_;
     VideoSource video_;

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <sstream>
+#include <stdexcept>
 
 #include "sim/board.h"
 
@@ -61,6 +62,60 @@ std::string restartChip(Board &board, Words &) {
     return "the chip restarted";
 }
 
+Machine &machineOf(Board &board) {
+    Machine *machine = board.computer().machine();
+    if (machine == nullptr)
+        throw std::runtime_error("the computer is simulated; --computer makes it a virtual PC");
+    return *machine;
+}
+
+std::string switchComputer(Board &board, Words &words) {
+    Machine &machine = machineOf(board);
+    std::string what;
+    words >> what;
+    if (what == "on") return machine.switchOn() ? "the computer starts" : "the computer is on";
+    if (what == "off") {
+        machine.switchOff();
+        return "the computer is off";
+    }
+    if (what != "reset") throw std::runtime_error("computer takes on, off or reset");
+    machine.reset();
+    return "the computer starts again";
+}
+
+std::string screen(Board &board, Words &) {
+    const Machine::Screen seen = machineOf(board).screen();
+    if (seen.lines.empty())
+        return "a picture of " + std::to_string(seen.width) + "x" + std::to_string(seen.height) +
+               ", no text; see \"ctl screenshot FILE.png\"";
+    std::string text;
+    for (const std::string &line : seen.lines) text += line + "\n";
+    return text.substr(0, text.find_last_not_of('\n') + 1);
+}
+
+// Whoever asks writes the file.
+std::string screenshot(Board &board, Words &) {
+    return machineOf(board).screenshot();
+}
+
+std::string sinceWords(Clock::time_point since) {
+    const auto ago = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - since);
+    char text[32];
+    snprintf(text, sizeof text, "%.1f s", static_cast<double>(ago.count()) / 1000);
+    return text;
+}
+
+std::string machineStatus(Machine &machine, const Computer::State &state) {
+    std::string text = "\ncomputer " + machine.condition();
+    text += "\nchip     " + std::to_string(state.waiting) + " reports wait, " +
+            std::to_string(state.replaced) + " replaced by newer ones, " +
+            std::to_string(state.lost) + " lost without a computer";
+    if (state.waitingSince) text += "\nwaiting  for " + sinceWords(*state.waitingSince);
+    if (state.taken) text += "\ntaken    the last report, " + sinceWords(*state.taken) + " ago";
+    if (!machine.picture().empty()) text += "\npicture  " + machine.picture();
+    return text;
+}
+
 std::string status(Board &board, Words &) {
     if (board.options().mcuBoards != 0) {
         std::string lines =
@@ -77,6 +132,7 @@ std::string status(Board &board, Words &) {
          << state.y << "\nleds     num " << (state.leds & kNumLed ? "on" : "off") << ", caps "
          << (state.leds & kCapsLed ? "on" : "off") << ", scroll "
          << (state.leds & kScrollLed ? "on" : "off") << "\nreports  " << state.reports;
+    if (Machine *machine = board.computer().machine()) text << machineStatus(*machine, state);
     return text.str();
 }
 
@@ -94,6 +150,9 @@ constexpr Request kRequests[] = {
     {"video", " WxH", setVideo},
     {"no-video", "", noVideo},
     {"restart-chip", "", restartChip},
+    {"computer", " on|off|reset", switchComputer},
+    {"screen", "", screen},
+    {kScreenshot, " FILE.png", screenshot},
     {"status", "", status},
 };
 
@@ -104,7 +163,11 @@ std::string controlBoard(Board &board, const std::string &request) {
     std::string word;
     words >> word;
     for (const Request &known : kRequests)
-        if (word == known.word) return known.carryOut(board, words);
+        if (word == known.word) try {
+                return known.carryOut(board, words);
+            } catch (const std::runtime_error &error) {
+                return kRefused + std::string(error.what());
+            }
     return kRefused + ("unknown request \"" + word + "\"; there are: ") + controlHelp();
 }
 

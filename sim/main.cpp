@@ -1,10 +1,13 @@
 // quillon-board: runs the daemon on a simulated board.
 
+#include <unistd.h>
+
 #include <clocale>
 #include <cstdio>
 #include <stdexcept>
 
 #include "sim/host/control_socket.h"
+#include "sim/host/picture_socket.h"
 #include "sim/host/private_host.h"
 #include "sim/options.h"
 #include "sim/running_board.h"
@@ -57,10 +60,14 @@ int run(int argc, char **argv) {
     }
     try {
         options.control = listenForControl(options.name);
+        if (options.wantsPicture)
+            options.pictureSocket = listenForViewers(options.name, options.picturePath);
     } catch (const std::runtime_error &error) {
         return complain(error, 1);
     }
-    return runBoard(options);
+    const int status = runBoard(options);
+    if (!options.picturePath.empty()) unlink(options.picturePath.c_str());
+    return status;
 }
 
 }  // namespace

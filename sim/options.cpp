@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -12,6 +13,8 @@
 
 #include "sim/board_control.h"
 #include "sim/computer/layout_reader.h"
+#include "sim/computer/plain_computer.h"
+#include "sim/pc/virtual_pc.h"
 #include "sim/view/trace.h"
 #include "terminal/printable.h"
 
@@ -21,6 +24,9 @@ namespace {
 const std::map<std::string, BoardOptions::Chip> kChips{{"ch9329", BoardOptions::kCh9329},
                                                        {"ch9350", BoardOptions::kCh9350},
                                                        {"none", BoardOptions::kNone}};
+
+const std::map<std::string, ReportBuffer> kChipBuffers{{"queue", ReportBuffer::kQueue},
+                                                       {"one", ReportBuffer::kOne}};
 
 std::string besideThisProgram(const std::string &name) {
     char path[4096] = "";
@@ -36,6 +42,14 @@ std::string find(const std::vector<std::string> &candidates) {
     throw std::runtime_error("cannot find " + candidates.front() + " beside this program");
 }
 
+std::string absolutePath(const std::string &path) {
+    char *absolute = realpath(path.c_str(), nullptr);
+    if (absolute == nullptr) throw std::runtime_error(path + ": " + strerror(errno));
+    std::string result = absolute;
+    free(absolute);
+    return result;
+}
+
 std::string readText(const std::string &path) {
     std::ifstream file(path);
     if (!file) throw std::runtime_error("cannot read " + path);
@@ -47,6 +61,42 @@ bool ownsScreen() {
     const char *term = getenv("TERM");
     return term != nullptr && *term != '\0' && strcmp(term, "dumb") != 0 &&
            isatty(STDOUT_FILENO) != 0 && tcgetpgrp(STDIN_FILENO) == getpgrp();
+}
+
+using MakeComputer = std::function<std::unique_ptr<Computer>()>;
+
+MakeComputer plainComputer(const Options &options) {
+    const quillon::LayoutChoice choice{options.layout, options.variant,
+                                       quillon::kSystemNames.at(options.system)};
+    readerOf(choice);  // a wrong name is found now
+    return [choice] { return std::make_unique<PlainComputer>(readerOf(choice)); };
+}
+
+// The options keep what is opened later, the socket for viewers.
+MakeComputer virtualPc(const Options &options) {
+    static const std::map<std::string, Boot> kNames{
+        {"bios", Boot::kBios}, {"grub", Boot::kGrub}, {"linux", Boot::kLinux}};
+    PcOptions pc;
+    pc.folder = options.computerFiles.empty() ? besideThisProgram("computer")
+                                              : absolutePath(options.computerFiles);
+    const auto name = kNames.find(options.computer);
+    if (name != kNames.end()) {
+        pc.boot = name->second;
+    } else {
+        const std::string &file = options.computer;
+        if (access(file.c_str(), F_OK) != 0)
+            throw std::runtime_error("--computer takes bios, grub, linux, or a file; there is no " +
+                                     file);
+        pc.image = absolutePath(file);
+        const bool iso = file.size() > 4 && file.compare(file.size() - 4, 4, ".iso") == 0;
+        pc.boot = iso ? Boot::kIso : Boot::kDisk;
+    }
+    const std::string missing = missingFor(pc);
+    if (!missing.empty()) throw std::runtime_error(missing);
+    return [pc, &options] {
+        return std::make_unique<VirtualPc>(VirtualPc::Options{
+            pc, kChipBuffers.at(options.chipBuffer), options.pictureSocket, options.picturePath});
+    };
 }
 
 }  // namespace
@@ -97,15 +147,35 @@ void describe(CLI::App &app, Options &options) {
     app.add_option("--config", options.configFile, "Settings to start with, a quillon.ini")
         ->check(CLI::ExistingFile.description(""))
         ->type_name("FILE");
-    app.add_option("--layout", options.layout, "Keyboard layout of the computer")
-        ->type_name("LAYOUT")
-        ->capture_default_str();
+    auto *layout = app.add_option("--layout", options.layout, "Keyboard layout of the computer")
+                       ->type_name("LAYOUT")
+                       ->capture_default_str();
     app.add_option("--variant", options.variant, "Variant of that layout")->type_name("VARIANT");
     app.add_option("--system", options.system,
                    "What dead keys do on the computer: x11, console or windows")
         ->check(CLI::IsMember(quillon::kSystemNames).description(""))
         ->type_name("SYSTEM")
         ->capture_default_str();
+    auto *computer =
+        app.add_option("--computer", options.computer,
+                       "A virtual PC as the computer: bios, grub, linux, or a disk or .iso file")
+            ->type_name("WHAT")
+            ->excludes(layout)
+            ->excludes(mcu);
+    app.add_option("--computer-files", options.computerFiles,
+                   "Folder with what grub and linux need, see scripts/computer; without it "
+                   "\"computer\" beside this program")
+        ->needs(computer)
+        ->type_name("DIR");
+    app.add_option("--chip-buffer", options.chipBuffer,
+                   "Reports that the chip keeps until a virtual PC fetches them: queue or one")
+        ->check(CLI::IsMember(kChipBuffers).description(""))
+        ->needs(computer)
+        ->type_name("SIZE")
+        ->capture_default_str();
+    app.add_flag("--vnc", options.wantsPicture,
+                 "Offer the virtual PC's picture on a socket, whose path \"ctl status\" tells")
+        ->needs(computer);
     app.add_flag("--pace", board.paced, "Bytes take as long as on a real wire");
     app.add_option(
            "--loss", options.lossPercent,
@@ -148,10 +218,7 @@ void describe(CLI::App &app, Options &options) {
 
 void complete(CLI::App &app, Options &options) {
     options.board.chip = kChips.at(options.chip);
-    const quillon::LayoutChoice choice{options.layout, options.variant,
-                                       quillon::kSystemNames.at(options.system)};
-    readerOf(choice);  // a wrong name is found now
-    options.board.keyboard = [choice] { return readerOf(choice); };
+    options.board.computer = options.computer.empty() ? plainComputer(options) : virtualPc(options);
     options.board.loss = options.lossPercent / 100;
     for (const unsigned absent : options.board.absentBoards)
         if (absent >= options.board.mcuBoards)
@@ -159,10 +226,7 @@ void complete(CLI::App &app, Options &options) {
     if (app.count("--stored-baud") == 0) options.board.storedBaud = options.board.chipBaud;
     if (!options.configFile.empty()) options.board.settings = readText(options.configFile);
     if (!options.keepDir.empty()) {
-        char *absolute = realpath(options.keepDir.c_str(), nullptr);
-        if (absolute == nullptr) throw std::runtime_error("no folder " + options.keepDir);
-        options.board.directory = absolute;
-        free(absolute);
+        options.board.directory = absolutePath(options.keepDir);
         for (const char *own : {"/data", "/dev", "/proc", "/version"})
             if ((options.board.directory + "/").rfind(own + std::string("/"), 0) == 0)
                 throw std::runtime_error("--keep cannot lie there: the board has its own " +

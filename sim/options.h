@@ -16,6 +16,11 @@ struct Options {
     BoardOptions board;
     std::string chip = "ch9329", configFile, keepDir;
     std::string layout = "us", variant, system = "x11";  ///< of the computer
+    std::string computer, computerFiles;                 ///< a virtual PC, and what it needs
+    std::string chipBuffer = "queue";
+    bool wantsPicture = false;
+    int pictureSocket = -1;  ///< see host/picture_socket.h
+    std::string picturePath;
     bool log = false, lines = false, quiet = false;
     std::string traceFile;
     FILE *trace = nullptr;

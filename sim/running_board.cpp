@@ -86,6 +86,26 @@ int enterBoard(const std::string &name, const std::vector<std::string> &command)
     _exit(status);
 }
 
+// Prints an answer in words; the exit status.
+int printAnswer(const std::string &answer) {
+    const bool refused = answer.rfind(kRefused, 0) == 0;
+    fprintf(refused ? stderr : stdout, "%s\n", quillon::printableLines(answer).c_str());
+    return refused ? 1 : 0;
+}
+
+int saveScreenshot(const Options &options) {
+    if (options.command.size() != 2)
+        throw std::runtime_error(std::string("write: ctl ") + kScreenshot + " FILE.png");
+    const std::string &path = options.command[1];
+    const std::string answer = askBoard(options.name, kScreenshot);
+    if (answer.rfind(kRefused, 0) == 0) return printAnswer(answer);
+    FILE *file = fopen(path.c_str(), "w");
+    if (file == nullptr) fail("cannot write " + path);
+    const bool written = fwrite(answer.data(), 1, answer.size(), file) == answer.size();
+    if (fclose(file) != 0 || !written) fail("cannot write " + path);
+    return 0;
+}
+
 }  // namespace
 
 int speakToRunningBoard(bool enter, const Options &options) {
@@ -94,12 +114,10 @@ int speakToRunningBoard(bool enter, const Options &options) {
         const std::vector<std::string> interactive{shell != nullptr ? shell : "/bin/sh"};
         return enterBoard(options.name, options.command.empty() ? interactive : options.command);
     }
+    if (options.command[0] == kScreenshot) return saveScreenshot(options);
     std::string request;
     for (const std::string &word : options.command) request += (request.empty() ? "" : " ") + word;
-    const std::string answer = askBoard(options.name, request);
-    const bool refused = answer.rfind(kRefused, 0) == 0;
-    fprintf(refused ? stderr : stdout, "%s\n", quillon::printableLines(answer).c_str());
-    return refused ? 1 : 0;
+    return printAnswer(askBoard(options.name, request));
 }
 
 }  // namespace sim

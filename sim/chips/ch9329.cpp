@@ -50,7 +50,7 @@ enum Ch9329::Status : std::uint8_t {
 
 Ch9329::Ch9329(Computer &computer, int baud, int storedBaud)
     : computer_(computer), baud_(baud), parameters_(defaultParameters(storedBaud)) {
-    computer_.attach();
+    computer_.attach(UsbFace::kCh9329);
 }
 
 int Ch9329::baud() {
@@ -78,7 +78,7 @@ void Ch9329::powerCycle() {
 void Ch9329::plug() {
     const Lock lock(mutex_);
     plugged_ = true;
-    computer_.attach();
+    computer_.attach(UsbFace::kCh9329);
 }
 
 void Ch9329::unplug() {
@@ -138,7 +138,7 @@ void Ch9329::restart(Clock::time_point now) {
     pending_.clear();
     deafUntil_ = now + kRestartTime;
     computer_.detach();
-    if (plugged_) computer_.attach();
+    if (plugged_) computer_.attach(UsbFace::kCh9329);
 }
 
 // Size of the frame that pending_ begins with; 0 while bytes are missing.
@@ -239,8 +239,9 @@ Ch9329::Status Ch9329::carryOut(std::uint8_t command, const Bytes &data, Bytes &
 
 Bytes Ch9329::information() const {
     constexpr std::uint8_t kVersion = 0x38;  // seen on common boards
-    const std::uint8_t usb = plugged_ ? 1 : 0;
-    const std::uint8_t leds = plugged_ ? computer_.state().leds : std::uint8_t{0};
+    const Computer::State state = computer_.state();
+    const std::uint8_t usb = state.attached ? 1 : 0;
+    const std::uint8_t leds = state.attached ? state.leds : std::uint8_t{0};
     return {kVersion, usb, leds, 0, 0, 0, 0, 0};
 }
 

@@ -14,7 +14,20 @@ constexpr auto kStatusPeriod = std::chrono::seconds(1);
 }  // namespace
 
 Ch9350::Ch9350(Computer &computer) : computer_(computer) {
-    computer_.attach();
+    computer_.attach(face());
+}
+
+UsbFace Ch9350::face() const {
+    return state_ == 2 ? UsbFace::kCh9350Relative : UsbFace::kCh9350Absolute;
+}
+
+// A change of state changes the descriptors, so the computer has to read them again.
+void Ch9350::change(int state) {
+    const bool other = state != state_;
+    state_ = state;
+    if (!other || !plugged_) return;
+    computer_.detach();
+    computer_.attach(face());
 }
 
 // Size of the frame that pending_ begins with; 0 when none begins there.
@@ -51,13 +64,13 @@ void Ch9350::handleFrame(SerialLine &line) {
             if (state_ == 2)
                 computer_.relativeReport(data[0], signedAt(1), signedAt(2), signedAt(3));
             break;
-        case 0x04:  // positions have 10 bits here, 12 bits at the computer
+        case 0x04:
             if (state_ == 3)
-                computer_.absoluteReport(data[1], (data[2] | data[3] << 8) * 4,
-                                         (data[4] | data[5] << 8) * 4, signedAt(6));
+                computer_.absoluteReport(data[1], data[2] | data[3] << 8, data[4] | data[5] << 8,
+                                         signedAt(6));
             break;
         case 0x40:
-            if (data[0] == 2 || data[0] == 3) state_ = data[0];
+            if (data[0] == 2 || data[0] == 3) change(data[0]);
             break;
         default:
             if (!silent_) line.send(status(), baud(), {});
@@ -67,8 +80,9 @@ void Ch9350::handleFrame(SerialLine &line) {
 
 Bytes Ch9350::status() const {
     // Without a computer the LEDs are not known.
-    const std::uint8_t leds = plugged_ ? computer_.state().leds : std::uint8_t{0xFF};
-    const std::uint8_t link = plugged_ ? 0x07 : 0x04;
+    const Computer::State state = computer_.state();
+    const std::uint8_t leds = state.attached ? state.leds : std::uint8_t{0xFF};
+    const std::uint8_t link = state.attached ? 0x07 : 0x04;
     return {0x57, 0xAB, 0x12, 0, 0, 0, 0, leds, link, 0xAC, 0x20};
 }
 
@@ -89,13 +103,13 @@ void Ch9350::powerCycle() {
     state_ = 3;
     pending_.clear();
     computer_.detach();
-    if (plugged_) computer_.attach();
+    if (plugged_) computer_.attach(face());
 }
 
 void Ch9350::plug() {
     const Lock lock(mutex_);
     plugged_ = true;
-    computer_.attach();
+    computer_.attach(face());
 }
 
 void Ch9350::unplug() {

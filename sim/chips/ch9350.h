@@ -34,6 +34,8 @@ class Ch9350 : public HidChip {
     std::size_t frameSize() const;
     void handleFrame(SerialLine &line);
     Bytes status() const;
+    UsbFace face() const;
+    void change(int state);
 
     mutable std::mutex mutex_;
     Computer &computer_;

@@ -4,12 +4,9 @@
 #include <utility>
 
 #include "protocol/keys.h"
-#include "protocol/us_layout.h"
 
 namespace sim {
 namespace {
-
-using Lock = std::lock_guard<std::mutex>;
 
 std::string ledNames(std::uint8_t leds) {
     const auto state = [&](Led led) { return (leds & led) != 0 ? "on" : "off"; };
@@ -23,19 +20,6 @@ std::string buttonNames(std::uint8_t buttons) {
     if ((buttons & 2) != 0) names += "right ";
     if ((buttons & 4) != 0) names += "middle ";
     return names.empty() ? "none down" : names + "down";
-}
-
-std::uint8_t ledOf(std::uint8_t usage) {
-    switch (usage) {
-        case quillon::kUsageNumLock:
-            return kNumLed;
-        case quillon::kUsageCapsLock:
-            return kCapsLed;
-        case quillon::kUsageScrollLock:
-            return kScrollLed;
-        default:
-            return 0;
-    }
 }
 
 }  // namespace
@@ -60,95 +44,26 @@ void Computer::tell(Event::Kind kind, const std::string &what) {
     if (callback_) callback_({kind, what});
 }
 
-void Computer::setLeds(std::uint8_t leds) {
-    const Lock lock(mutex_);
-    if (reader_) {
-        const auto tap = [&](std::uint8_t usage) {
-            reader_->press(usage);
-            reader_->release(usage);
-        };
-        if (((leds & kCapsLed) != 0) != reader_->capsLock()) tap(quillon::kUsageCapsLock);
-        if (((leds & kNumLed) != 0) != reader_->numLock()) tap(quillon::kUsageNumLock);
-    }
+void Computer::setLedState(std::uint8_t leds) {
     state_.leds = leds;
     tell(Event::kLeds, ledNames(leds));
     changed_.notify_all();
 }
 
-void Computer::setLayout(std::unique_ptr<KeyReader> reader) {
-    const Lock lock(mutex_);
-    reader_ = std::move(reader);
-}
-
-void Computer::attach() {
-    const Lock lock(mutex_);
-    if (state_.attached) return;
-    state_.attached = true;
-    tell(Event::kUsb, "keyboard and mouse attached");
+void Computer::setAttached(bool attached) {
+    if (state_.attached == attached) return;
+    state_.attached = attached;
+    if (!attached) letAllGo();
+    tell(Event::kUsb, attached ? "keyboard and mouse attached" : "keyboard and mouse gone");
     changed_.notify_all();
 }
 
-void Computer::detach() {
-    const Lock lock(mutex_);
-    if (!state_.attached) return;
-    state_.attached = false;
+void Computer::letAllGo() {
     for (const std::uint8_t usage : state_.keys)
         if (usage != 0) keyUp(usage);
     setModifiers(0);
     state_.buttons = 0;
     state_.keys.fill(0);
-    tell(Event::kUsb, "keyboard and mouse gone");
-    changed_.notify_all();
-}
-
-// What the key types; lock keys take effect.
-std::string Computer::textOf(std::uint8_t usage) {
-    if (reader_) return reader_->press(usage);
-    const bool shift = (state_.modifiers & quillon::kAnyShift) != 0;
-    const bool commanding = (state_.modifiers & ~quillon::kAnyShift) != 0;
-    const char character =
-        commanding ? '\0' : quillon::characterOf(usage, shift, (state_.leds & kCapsLed) != 0);
-    return character == '\0' ? "" : std::string(1, character);
-}
-
-// Which key locks what is a matter of the layout, but for Scroll Lock.
-void Computer::followLocks() {
-    if (!reader_) return;
-    const int leds = (state_.leds & kScrollLed) | (reader_->numLock() ? kNumLed : 0) |
-                     (reader_->capsLock() ? kCapsLed : 0);
-    if (leds == state_.leds) return;
-    state_.leds = static_cast<std::uint8_t>(leds);
-    tell(Event::kLeds, ledNames(state_.leds));
-}
-
-void Computer::keyDown(std::uint8_t usage) {
-    const std::uint8_t led = ledOf(usage), before = state_.leds;
-    const std::string text = textOf(usage);
-    followLocks();
-    if (led != 0 && (!reader_ || led == kScrollLed)) {
-        state_.leds ^= led;
-        tell(Event::kLeds, ledNames(state_.leds));
-    }
-    // A lock ends with the release of its key, which is no key of its own.
-    if (state_.leds != before || (led & state_.leds) != 0) return;
-    if (!text.empty()) {
-        state_.text += text;
-        tell(Event::kText, text);
-        return;
-    }
-    const bool commanding = (state_.modifiers & ~quillon::kAnyShift) != 0;
-    if (usage == quillon::kUsageBackspace && !commanding) {
-        const auto isPart = [](char byte) { return (byte & 0xC0) == 0x80; };  // of UTF-8
-        while (!state_.text.empty() && isPart(state_.text.back())) state_.text.pop_back();
-        if (!state_.text.empty()) state_.text.pop_back();
-    }
-    tell(Event::kKey, quillon::strokeName({state_.modifiers, usage}));
-}
-
-void Computer::keyUp(std::uint8_t usage) {
-    if (!reader_) return;
-    reader_->release(usage);
-    followLocks();  // a lock ends with the release of its key
 }
 
 // A computer takes the modifier keys of one report from the lowest bit up.
@@ -158,15 +73,17 @@ void Computer::setModifiers(std::uint8_t modifiers) {
         const unsigned bit = 1U << n;
         const auto usage = static_cast<std::uint8_t>(quillon::kUsageLeftCtrl + n);
         if ((state_.modifiers & bit) != 0 && (modifiers & bit) == 0) keyUp(usage);
-        if ((state_.modifiers & bit) == 0 && (modifiers & bit) != 0 && reader_)
-            reader_->press(usage);
+        if ((state_.modifiers & bit) == 0 && (modifiers & bit) != 0) keyDown(usage);
     }
     state_.modifiers = modifiers;
 }
 
-void Computer::keyboardReport(const std::uint8_t (&report)[8]) {
-    const Lock lock(mutex_);
-    if (!state_.attached) return;
+void Computer::keyDown(std::uint8_t usage) {
+    if (usage < quillon::kUsageLeftCtrl)
+        tell(Event::kKey, quillon::strokeName({state_.modifiers, usage}));
+}
+
+void Computer::readKeyboard(const std::uint8_t (&report)[8]) {
     std::array<std::uint8_t, 6> keys;
     std::copy(report + 2, report + 8, keys.begin());
     const auto before = state_.keys;
@@ -194,21 +111,18 @@ void Computer::mouse(std::uint8_t buttons, bool moved, std::int8_t wheel) {
     changed_.notify_all();
 }
 
-void Computer::absoluteReport(std::uint8_t buttons, int x, int y, std::int8_t wheel) {
-    const Lock lock(mutex_);
-    if (!state_.attached) return;
-    const bool moved = x != state_.absoluteX || y != state_.absoluteY;
-    state_.absoluteX = x;
-    state_.absoluteY = y;
-    state_.x = std::min(x, kSteps - 1) * kScreenWidth / kSteps;
-    state_.y = std::min(y, kSteps - 1) * kScreenHeight / kSteps;
+void Computer::readAbsolute(UsbFace face, std::uint8_t buttons, int x, int y, std::int8_t wheel) {
+    const int scale = kSteps / stepsOf(face);
+    const bool moved = x * scale != state_.absoluteX || y * scale != state_.absoluteY;
+    state_.absoluteX = x * scale;
+    state_.absoluteY = y * scale;
+    state_.x = std::min(state_.absoluteX, kSteps - 1) * kScreenWidth / kSteps;
+    state_.y = std::min(state_.absoluteY, kSteps - 1) * kScreenHeight / kSteps;
     mouse(buttons, moved, wheel);
 }
 
-void Computer::relativeReport(std::uint8_t buttons, std::int8_t dx, std::int8_t dy,
-                              std::int8_t wheel) {
-    const Lock lock(mutex_);
-    if (!state_.attached) return;
+void Computer::readRelative(std::uint8_t buttons, std::int8_t dx, std::int8_t dy,
+                            std::int8_t wheel) {
     state_.x = std::clamp(state_.x + dx, 0, kScreenWidth - 1);
     state_.y = std::clamp(state_.y + dy, 0, kScreenHeight - 1);
     mouse(buttons, dx != 0 || dy != 0, wheel);

@@ -1,4 +1,4 @@
-// The computer at the end of the chip's USB cable, and its state after the reports it received.
+// The computer at the end of the chip's USB cable, and its state after the reports it took.
 #pragma once
 
 #include <array>
@@ -6,25 +6,63 @@
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
-
-#include "sim/computer/key_reader.h"
+#include <vector>
 
 namespace sim {
 
 /// Bits of the lock LEDs, as the keyboard's LED report has them.
 enum Led : std::uint8_t { kNumLed = 1, kCapsLed = 2, kScrollLed = 4 };
 
+/// What the computer sees at the end of the chip's cable; each is a keyboard and a mouse.
+enum class UsbFace {
+    kCh9329,          ///< relative and absolute mouse, 4096 steps
+    kCh9350Absolute,  ///< absolute mouse, 1024 steps
+    kCh9350Relative
+};
+
+/// Absolute positions go from 0 to this, less one.
+constexpr int stepsOf(UsbFace face) {
+    return face == UsbFace::kCh9329 ? 4096 : 1024;
+}
+
+/// The power switch and the screen of a computer that has them. Safe to use from any thread; a
+/// call may wait some seconds.
+class Machine {
+  public:
+    virtual ~Machine() = default;
+
+    struct Screen {
+        std::vector<std::string> lines;  ///< of a text screen, UTF-8; none for a graphics mode
+        int cursorRow = -1, cursorColumn = -1;  ///< -1: hidden
+        int width = 0, height = 0;              ///< of the picture, pixels
+    };
+
+    /// These throw std::runtime_error, in words for a person, when the computer is off or does not
+    /// answer.
+    virtual Screen screen() = 0;
+    virtual std::string screenshot() = 0;  ///< a PNG file
+    virtual void reset() = 0;
+
+    /// Starts to switch it on; it may take a minute. False when it is on.
+    virtual bool switchOn() = 0;
+    virtual void switchOff() = 0;
+    /// In words, what it is and what is the matter with it.
+    virtual std::string condition() const = 0;
+    /// Path of the socket with its picture (RFB); empty for none.
+    virtual std::string picture() const = 0;
+};
+
 /// Safe to use from any thread.
 class Computer {
   public:
-    /// The absolute positions of a report, 0 to 4095, span this screen.
+    /// Positions of a report span this screen.
     static constexpr int kScreenWidth = 1920, kScreenHeight = 1080, kSteps = 4096;
 
     struct State {
-        bool attached = false;
+        bool attached = false;  ///< keyboard and mouse are plugged in and configured
         std::uint8_t modifiers = 0;
         std::array<std::uint8_t, 6> keys{};  ///< usages down
         std::string text;                    ///< all that was typed; Backspace removes a character
@@ -32,18 +70,23 @@ class Computer {
         int x = 0, y = 0;                    ///< pointer, pixels of the screen
         int absoluteX = -1, absoluteY = -1;  ///< of the last absolute report, 0 to 4095; -1: none
         std::uint8_t buttons = 0;
-        int wheel = 0;  ///< sum of all notches
-        unsigned reports = 0;
+        int wheel = 0;         ///< sum of all notches
+        unsigned reports = 0;  ///< that the computer took
+        /// Of a computer that fetches reports: how many wait for it, how many were replaced by a
+        /// newer one or were lost without a computer, when it took the last one, and since when
+        /// one has been on its way.
+        std::size_t waiting = 0;
+        unsigned replaced = 0, lost = 0;
+        std::optional<std::chrono::steady_clock::time_point> taken, waitingSince;
     };
 
     struct Event {
-        enum Kind { kText, kKey, kPointer, kButtons, kWheel, kLeds, kUsb };
+        enum Kind { kText, kKey, kPointer, kButtons, kWheel, kLeds, kUsb, kPower };
         Kind kind;
         std::string what;  ///< in words; for kText the character itself
     };
 
-    /// Reads keys with another layout from now on. Without this, with that of a US keyboard.
-    void setLayout(std::unique_ptr<KeyReader> reader);
+    virtual ~Computer() = default;
 
     State state() const;
 
@@ -55,31 +98,44 @@ class Computer {
     /// object.
     void onEvent(std::function<void(const Event &)> callback);
 
-    /// Sets the lock LEDs, as a person does at the computer's own keyboard.
-    void setLeds(std::uint8_t leds);
+    /// Null for a computer without a power switch and a screen.
+    virtual Machine *machine() { return nullptr; }
 
-    // Called by the chip.
-    void attach();
+    // Called by the chip; none of them waits for the computer.
+    virtual void attach(UsbFace face) = 0;
     /// Every key and button is up afterwards.
-    void detach();
-    void keyboardReport(const std::uint8_t (&report)[8]);
-    void absoluteReport(std::uint8_t buttons, int x, int y, std::int8_t wheel);
-    void relativeReport(std::uint8_t buttons, std::int8_t dx, std::int8_t dy, std::int8_t wheel);
+    virtual void detach() = 0;
+    virtual void keyboardReport(const std::uint8_t (&report)[8]) = 0;
+    /// Positions in the steps of the face.
+    virtual void absoluteReport(std::uint8_t buttons, int x, int y, std::int8_t wheel) = 0;
+    virtual void relativeReport(std::uint8_t buttons, std::int8_t dx, std::int8_t dy,
+                                std::int8_t wheel) = 0;
 
-  private:
-    void keyDown(std::uint8_t usage);
-    void keyUp(std::uint8_t usage);
-    void setModifiers(std::uint8_t modifiers);
-    std::string textOf(std::uint8_t usage);
-    void followLocks();
-    void mouse(std::uint8_t buttons, bool moved, std::int8_t wheel);
+  protected:
+    using Lock = std::lock_guard<std::mutex>;
+
+    // What reports do to the state, and the events that follow; with mutex_ held.
+    void readKeyboard(const std::uint8_t (&report)[8]);
+    void readAbsolute(UsbFace face, std::uint8_t buttons, int x, int y, std::int8_t wheel);
+    void readRelative(std::uint8_t buttons, std::int8_t dx, std::int8_t dy, std::int8_t wheel);
+    void letAllGo();
+    void setLedState(std::uint8_t leds);
+    void setAttached(bool attached);
     void tell(Event::Kind kind, const std::string &what);
+
+    // A key or modifier key, with mutex_ held. The state's keys are those after the report.
+    virtual void keyDown(std::uint8_t usage);
+    virtual void keyUp(std::uint8_t) {}
 
     mutable std::mutex mutex_;
     mutable std::condition_variable changed_;
     State state_;
+
+  private:
+    void setModifiers(std::uint8_t modifiers);
+    void mouse(std::uint8_t buttons, bool moved, std::int8_t wheel);
+
     std::function<void(const Event &)> callback_;
-    std::unique_ptr<KeyReader> reader_;
 };
 
 }  // namespace sim

@@ -6,6 +6,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstddef>
@@ -79,6 +80,28 @@ int connectTo(const std::string &name) {
     return fd;
 }
 
+// Appends a packet that a process of this user sent; false at the end, or for another user's.
+bool readPart(int fd, std::string &answer, pid_t &sender) {
+    constexpr std::size_t kMost = 64 << 20;
+    char text[kLongestText];
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(ucred))];
+    iovec part{text, sizeof text};
+    msghdr message{};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    message.msg_control = control;
+    message.msg_controllen = sizeof control;
+    const ssize_t n = recvmsg(fd, &message, 0);
+    ucred credentials{};
+    if (const cmsghdr *header = n > 0 ? CMSG_FIRSTHDR(&message) : nullptr)
+        memcpy(&credentials, CMSG_DATA(header), sizeof credentials);
+    if (n <= 0 || credentials.pid <= 0 || credentials.uid != getuid() || answer.size() > kMost)
+        return false;
+    sender = credentials.pid;
+    answer.append(text, static_cast<std::size_t>(n));
+    return true;
+}
+
 }  // namespace
 
 int listenForControl(const std::string &name) {
@@ -105,11 +128,16 @@ void serveControl(int listening, const std::function<std::string(const std::stri
     }
     const timeval patience{1, 0};
     setsockopt(client, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    setsockopt(client, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
     char text[kLongestText];
     const ssize_t n = recv(client, text, sizeof text, 0);
     if (n > 0) {
         const std::string reply = answer(std::string(text, static_cast<std::size_t>(n)));
-        send(client, reply.data(), reply.size(), MSG_NOSIGNAL);
+        // A picture is longer than a packet may be.
+        for (std::size_t at = 0; at < reply.size(); at += kLongestText) {
+            const std::size_t size = std::min(kLongestText, reply.size() - at);
+            if (send(client, reply.data() + at, size, MSG_NOSIGNAL) < 0) break;
+        }
     }
     close(client);
 }
@@ -122,23 +150,13 @@ std::string askBoard(const std::string &name, const std::string &request, pid_t 
     setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
     send(fd, request.data(), request.size(), MSG_NOSIGNAL);
 
-    char text[kLongestText];
-    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(ucred))];
-    iovec part{text, sizeof text};
-    msghdr message{};
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    message.msg_control = control;
-    message.msg_controllen = sizeof control;
-    const ssize_t n = recvmsg(fd, &message, 0);
+    std::string answer;
+    pid_t sender = 0;
+    while (readPart(fd, answer, sender)) continue;
     close(fd);
-    ucred sender{};
-    if (const cmsghdr *header = n > 0 ? CMSG_FIRSTHDR(&message) : nullptr)
-        memcpy(&sender, CMSG_DATA(header), sizeof sender);
-    if (n <= 0 || sender.pid <= 0 || sender.uid != getuid())
-        throw std::runtime_error("the board named " + name + " does not answer");
-    if (answerer != nullptr) *answerer = sender.pid;
-    return std::string(text, static_cast<std::size_t>(n));
+    if (sender <= 0) throw std::runtime_error("the board named " + name + " does not answer");
+    if (answerer != nullptr) *answerer = sender;
+    return answer;
 }
 
 }  // namespace sim

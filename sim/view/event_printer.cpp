@@ -9,7 +9,8 @@ namespace sim {
 namespace {
 
 // In the order of Computer::Event::Kind.
-constexpr const char *kLabels[] = {"typed", "key", "pointer", "buttons", "wheel", "locks", "usb"};
+constexpr const char *kLabels[] = {"typed", "key",   "pointer", "buttons",
+                                   "wheel", "locks", "usb",     "power"};
 
 void print(Computer::Event::Kind kind, const std::string &what) {
     printf("%-9s %s\n", kLabels[kind], quillon::printableText(what).c_str());

@@ -3,10 +3,12 @@
 
 #include <condition_variable>
 #include <mutex>
+#include <optional>
 
 #include "myserial.h"
 #include "sim/chips/ch9329.h"
 #include "sim/chips/ch9350.h"
+#include "sim/computer/plain_computer.h"
 #include "tests/support/support.h"
 
 namespace test {
@@ -73,10 +75,16 @@ class OnLine : public testing::Test {
         return computer_.waitFor(wanted, std::chrono::seconds(5));
     }
 
-    sim::Computer computer_;
+    /// A CH9350 in place of framed_, at the same computer.
+    sim::Ch9350 &raw() {
+        if (!raw_) raw_.emplace(computer_);
+        return *raw_;
+    }
+
+    sim::PlainComputer computer_;
     ScriptedDevice device_;
     sim::Ch9329 framed_{computer_, 115200, 115200};
-    sim::Ch9350 raw_{computer_};
+    std::optional<sim::Ch9350> raw_;
     sim::SerialPorts ports_{false};  // last, so that it ends before its devices
 };
 

@@ -43,7 +43,7 @@ class ChipSetup : public testing::Test {
         saidByOpenPort();
     }
 
-    sim::Computer computer_;
+    sim::PlainComputer computer_;
     test::ScriptedDevice device_;
     sim::Ch9329 chip_{computer_, 115200, 9600};
     sim::SerialPorts ports_{false};

@@ -1,4 +1,4 @@
-#include "sim/computer/computer.h"
+#include "sim/computer/plain_computer.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@ namespace {
 
 class Typing : public testing::Test {
   protected:
-    Typing() { computer_.attach(); }
+    Typing() { computer_.attach(sim::UsbFace::kCh9329); }
 
     void report(std::uint8_t modifiers, std::initializer_list<std::uint8_t> keys) {
         std::uint8_t bytes[8] = {modifiers};
@@ -26,7 +26,7 @@ class Typing : public testing::Test {
         for (const char c : text) press(quillon::strokeOf(c).value());
     }
 
-    sim::Computer computer_;
+    sim::PlainComputer computer_;
 };
 
 TEST_F(Typing, AllPrintableCharactersArrive) {

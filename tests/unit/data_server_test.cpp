@@ -191,7 +191,7 @@ TEST_F(DataServer, OutIsForThoseWhoMayControlAndLinkForAll) {
 }
 
 TEST_F(DataServer, RawChipGetsRecordsAndAnswersLockKeys) {
-    ports_.attach(3, raw_);
+    ports_.attach(3, raw());
     version = false;
     handle(key('r'));
     EXPECT_TRUE(holds(log_, "version 0, rel_enable 0\n"));

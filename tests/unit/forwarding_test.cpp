@@ -37,7 +37,7 @@ TEST_F(Forwarding, RawRecordsAreScaledInPlace) {
 TEST_F(Forwarding, LinkTestFindsTheComputerAndLeavesNumLock) {
     for (const bool isCh9329 : {true, false}) {
         version = isCh9329;
-        sim::HidChip &chip = isCh9329 ? static_cast<sim::HidChip &>(framed_) : raw_;
+        sim::HidChip &chip = isCh9329 ? static_cast<sim::HidChip &>(framed_) : raw();
         ports_.attach(3, chip);
         for (const std::uint8_t leds : {sim::kCapsLed, sim::kNumLed}) {
             computer_.setLeds(leds);

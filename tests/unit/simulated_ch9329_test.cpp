@@ -1,4 +1,5 @@
 #include "sim/chips/ch9329.h"
+#include "sim/computer/plain_computer.h"
 
 #include <gtest/gtest.h>
 
@@ -38,7 +39,7 @@ class Chip : public testing::Test, public sim::SerialLine {
         return all;
     }
 
-    sim::Computer computer_;
+    sim::PlainComputer computer_;
     sim::Ch9329 chip_;
     sim::Clock::time_point now_ = sim::Clock::now();
     std::vector<Bytes> answers_;

@@ -1,0 +1,581 @@
+#include "sim/pc/virtual_pc.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
+#include <utility>
+
+#include "sim/pc/text_screen.h"
+#include "sim/usb/usb_cable.h"
+
+namespace sim {
+namespace {
+
+constexpr std::chrono::seconds kPatience(2);
+
+// Where to write the state of a guest; it counts when it is complete.
+class NewFile {
+  public:
+    explicit NewFile(std::string path) : path_(std::move(path)), draft_(path_ + ".XXXXXX") {
+        fd_ = mkostemp(draft_.data(), O_CLOEXEC);
+    }
+    ~NewFile() {
+        if (fd_ < 0) return;
+        close(fd_);
+        unlink(draft_.c_str());
+    }
+    NewFile(const NewFile &) = delete;
+    NewFile &operator=(const NewFile &) = delete;
+    int descriptor() const { return fd_; }
+    void keep() {
+        if (fsync(fd_) == 0) rename(draft_.c_str(), path_.c_str());
+    }
+
+  private:
+    const std::string path_;
+    std::string draft_;
+    int fd_ = -1;
+};
+
+// The endpoint of a line of QEMU's log about a report that the computer fetched; 0 for others.
+std::uint8_t fetchedEndpoint(const std::string &line) {
+    constexpr char kSign[] = "interrupt-token-in ep ";
+    const std::size_t at = line.find(kSign);
+    unsigned endpoint = 0;
+    if (at == std::string::npos || sscanf(line.c_str() + at + strlen(kSign), "%2x", &endpoint) != 1)
+        return 0;
+    return static_cast<std::uint8_t>(endpoint);
+}
+
+// Takes whole lines from what is read; false at the end.
+class LineReader {
+  public:
+    explicit LineReader(int fd) : fd_(fd) {}
+    int descriptor() const { return fd_; }
+    template <class Take>
+    bool read(Take take) {
+        constexpr std::size_t kLongest = 4096;
+        char chunk[4096];
+        const ssize_t n = ::read(fd_, chunk, sizeof chunk);
+        if (n <= 0) return n < 0 && (errno == EAGAIN || errno == EINTR);
+        pending_.append(chunk, static_cast<std::size_t>(n));
+        for (std::size_t end; (end = pending_.find('\n')) != std::string::npos;) {
+            const std::string line = pending_.substr(0, end);
+            pending_.erase(0, end + 1);
+            take(line);
+        }
+        if (pending_.size() > kLongest) pending_.clear();
+        return true;
+    }
+
+  private:
+    const int fd_;
+    std::string pending_;
+};
+
+}  // namespace
+
+// ---- one life of the computer, from power on to off
+
+class VirtualPc::Life {
+  public:
+    Life(VirtualPc &pc, int state)
+        : pc_(pc),
+          restored_(state >= 0),
+          qemu_(std::make_shared<VirtualMachine>(pc.options_.pc, state)),
+          cable_(qemu_->takeUsb()),
+          output_(qemu_->output()),
+          serial_{LineReader(qemu_->serial(0)), LineReader(qemu_->serial(1))} {
+        const Lock lock(pc_.mutex_);
+        pc_.qemu_ = qemu_;
+        pc_.paused_ = pc_.ready_ = pc_.hotPlugged_ = false;
+    }
+
+    // Until the end; why it ended, in words.
+    std::string run() {
+        std::thread boot([this] { start(); });
+        while (serve()) continue;
+        qemu_->qmp().end();
+        const std::string why = qemu_->awaitEnd();
+        boot.join();
+        const Lock lock(pc_.mutex_);
+        pc_.qemu_.reset();
+        if (pc_.device_) pc_.device_->reset();
+        publish();
+        return trouble_.empty() ? why : trouble_;
+    }
+    bool started() const { return started_; }
+
+  private:
+    // ---- in a thread of its own, because it waits for QEMU's answers
+
+    void start() {
+        try {
+            Qmp &qmp = qemu_->qmp();
+            qmp.execute("qmp_capabilities");
+            if (restored_)
+                awaitRestored();
+            else if (pc_.options_.pc.boot == Boot::kLinux)
+                bootLinux();
+            qmp.execute("device_add", {{"driver", "usb-redir"},
+                                       {"id", "chip"},
+                                       {"bus", "usb.0"},
+                                       {"chardev", "hid"},
+                                       {"debug", 4}});
+            {
+                // From now on a cable that is plugged in is plugged into a running computer.
+                const Lock lock(pc_.mutex_);
+                pc_.pluggedAt_ = Clock::now();
+                pc_.hotPlugged_ = false;
+            }
+            qmp.execute("cont");
+            started_ = true;
+            pc_.setCondition("");
+        } catch (const std::exception &error) {
+            trouble_ = error.what();
+            qemu_->kill();
+        }
+    }
+
+    void awaitRestored() {
+        constexpr std::chrono::milliseconds kTick(10);
+        constexpr int kMost = 6000;
+        for (int i = 0; i < kMost; ++i) {
+            if (qemu_->qmp().execute("query-status").value("status", "") != "inmigrate") return;
+            std::this_thread::sleep_for(kTick);
+        }
+        throw std::runtime_error("the saved state of the virtual computer does not load");
+    }
+
+    // Without the chip, for a state with it cannot be restored.
+    void bootLinux() {
+        constexpr std::chrono::seconds kLongestBoot(300);
+        pc_.setCondition("Linux boots; the next start will be faster");
+        qemu_->qmp().execute("cont");
+        {
+            std::unique_lock<std::mutex> lock(pc_.mutex_);
+            pc_.changed_.wait_for(lock, kLongestBoot,
+                                  [this] { return pc_.ready_ || pc_.ending_ || ended_; });
+            if (!pc_.ready_) throw std::runtime_error("the virtual computer does not boot");
+        }
+        qemu_->qmp().execute("stop");
+        save();
+    }
+
+    // A state that cannot be saved costs the next start some time, and nothing else.
+    void save() {
+        NewFile file(stateFile(pc_.options_.pc));
+        if (file.descriptor() < 0) return;
+        Qmp &qmp = qemu_->qmp();
+        qmp.execute("getfd", {{"fdname", "state"}}, file.descriptor());
+        qmp.execute("migrate-set-parameters", {{"max-bandwidth", 10000000000}});
+        qmp.execute("migrate", {{"uri", "fd:state"}});
+        constexpr std::chrono::milliseconds kTick(20);
+        for (int i = 0; i < 3000; ++i) {
+            const std::string status = qmp.execute("query-migrate").value("status", "");
+            if (status == "completed") file.keep();
+            if (status == "completed" || status == "failed") return;
+            std::this_thread::sleep_for(kTick);
+        }
+    }
+
+    // ---- the thread that serves the computer
+
+    bool serve() {
+        pollfd ready[] = {{pc_.wake_, POLLIN, 0},
+                          {cable_.descriptor(), POLLIN, 0},
+                          {output_.descriptor(), POLLIN, 0},
+                          {qemu_->qmp().descriptor(), POLLIN, 0},
+                          {serial_[0].descriptor(), POLLIN, 0},
+                          {serial_[1].descriptor(), POLLIN, 0},
+                          {pc_.options_.pictureSocket, POLLIN, 0}};
+        constexpr int kCount = sizeof ready / sizeof ready[0];
+        if (cable_.blocked()) ready[1].events |= POLLOUT;
+        poll(ready, kCount, timeout());
+        std::uint64_t wakes = 0;
+        if (ready[0].revents != 0 && read(pc_.wake_, &wakes, sizeof wakes) < 0) return false;
+        if (ready[2].revents != 0) output_.read([this](const std::string &line) { log(line); });
+        for (std::size_t n = 0; n < 2; ++n)
+            if (ready[4 + n].revents != 0)
+                serial_[n].read([&](const std::string &line) { serialLine(n, line); });
+        if (ready[6].revents != 0) acceptViewer();
+        {
+            const Lock lock(pc_.mutex_);
+            if (pc_.ending_) qemu_->kill();
+            followPlug();
+            if (ready[1].revents != 0) cable_.read();
+            cable_.write();
+            publish();
+        }
+        const bool lives =
+            ready[3].revents == 0 || qemu_->qmp().read([this](const std::string &event) {
+                const Lock lock(pc_.mutex_);
+                if (event == "STOP") pc_.paused_ = true;
+                if (event == "RESUME") pc_.paused_ = false;
+            });
+        if (lives) return true;
+        const Lock lock(pc_.mutex_);
+        ended_ = true;
+        pc_.changed_.notify_all();
+        return false;
+    }
+
+    int timeout() {
+        const Lock lock(pc_.mutex_);
+        const auto due = pc_.device_ ? pc_.device_->due() : Clock::time_point::max();
+        if (due == Clock::time_point::max()) return -1;
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - Clock::now());
+        return static_cast<int>(std::clamp<long long>(left.count(), 0, 1000));
+    }
+
+    void followPlug() {
+        if (plugs_ == pc_.plugs_) return;
+        plugs_ = pc_.plugs_;
+        cable_.plug(nullptr);
+        cable_.plug(pc_.device_.get());
+    }
+
+    // What changed at the device, for all who watch the state.
+    void publish() {
+        State &state = pc_.state_;
+        const UsbDevice *device = pc_.device_.get();
+        const bool attached = device != nullptr && device->configuration() != 0;
+        pc_.setAttached(attached);
+        if (const std::uint8_t leds = attached ? device->leds() : std::uint8_t{0};
+            leds != state.leds)
+            pc_.setLedState(leds);
+        pc_.count();
+    }
+
+    void log(const std::string &line) {
+        const std::uint8_t endpoint = fetchedEndpoint(line);
+        if (endpoint == 0) return;
+        const Lock lock(pc_.mutex_);
+        Bytes report;
+        if (!pc_.device_ || !pc_.device_->fetched(endpoint, report)) return;
+        pc_.take(endpoint, report);
+    }
+
+    void serialLine(std::size_t n, const std::string &line) {
+        std::function<void(std::size_t, const std::string &)> callback;
+        {
+            const Lock lock(pc_.mutex_);
+            if (n == 0 && line == "ready") pc_.ready_ = true;
+            callback = pc_.onSerialLine_;
+            pc_.changed_.notify_all();
+        }
+        if (callback) callback(n, line);
+    }
+
+    void acceptViewer() {
+        const int viewer = accept4(pc_.options_.pictureSocket, nullptr, nullptr, SOCK_CLOEXEC);
+        if (viewer < 0) return;
+        qemu_->qmp().post("getfd", {{"fdname", "viewer"}}, viewer);
+        qemu_->qmp().post("add_client",
+                          {{"protocol", "vnc"}, {"fdname", "viewer"}, {"skipauth", true}});
+        close(viewer);
+    }
+
+    VirtualPc &pc_;
+    const bool restored_;
+    const std::shared_ptr<VirtualMachine> qemu_;
+    UsbCable cable_;
+    LineReader output_, serial_[2];
+    unsigned plugs_ = 0;
+    bool ended_ = false;
+    std::atomic<bool> started_{false};
+    std::string trouble_;
+};
+
+// ---- what the chip does; it never waits
+
+VirtualPc::VirtualPc(Options options)
+    : options_(std::move(options)), wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    if (wake_ < 0) throw std::runtime_error(std::string("eventfd: ") + strerror(errno));
+    switchOn();
+}
+
+VirtualPc::~VirtualPc() {
+    switchOff();
+    if (thread_.joinable()) thread_.join();
+    close(wake_);
+}
+
+void VirtualPc::wake() const {
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const ssize_t n = write(wake_, &one, sizeof one);
+}
+
+void VirtualPc::attach(UsbFace face) {
+    {
+        const Lock lock(mutex_);
+        device_ = std::make_unique<UsbDevice>(face, options_.buffer);
+        ++plugs_;
+        pluggedAt_ = Clock::now();
+        hotPlugged_ = true;
+    }
+    wake();
+}
+
+void VirtualPc::detach() {
+    {
+        const Lock lock(mutex_);
+        if (!device_) return;
+        replaced_ += device_->replaced();
+        lost_ += device_->lost();
+        device_.reset();
+        ++plugs_;
+        setAttached(false);
+        count();
+    }
+    wake();
+}
+
+void VirtualPc::put(std::uint8_t endpoint, const Bytes &report) {
+    {
+        const Lock lock(mutex_);
+        if (device_)
+            device_->put(endpoint, report);
+        else
+            ++lost_;
+        count();
+    }
+    wake();
+}
+
+void VirtualPc::keyboardReport(const std::uint8_t (&report)[8]) {
+    put(UsbDevice::kKeyboardEndpoint, Bytes(std::begin(report), std::end(report)));
+}
+
+void VirtualPc::relativeReport(std::uint8_t buttons, std::int8_t dx, std::int8_t dy,
+                               std::int8_t wheel) {
+    const auto byte = [](std::int8_t value) { return static_cast<std::uint8_t>(value); };
+    Bytes report{buttons, byte(dx), byte(dy), byte(wheel)};
+    if (!isCh9350()) report.insert(report.begin(), 1);
+    put(kRelativeEndpoint, report);
+}
+
+void VirtualPc::absoluteReport(std::uint8_t buttons, int x, int y, std::int8_t wheel) {
+    const auto low = [](int value) { return static_cast<std::uint8_t>(value); };
+    Bytes report{buttons, low(x), low(x >> 8), low(y), low(y >> 8), low(wheel)};
+    const bool raw = isCh9350();
+    if (!raw) report.insert(report.begin(), 2);
+    put(raw ? kRelativeEndpoint : kAbsoluteEndpoint, report);
+}
+
+bool VirtualPc::isCh9350() const {
+    const Lock lock(mutex_);
+    return device_ && device_->face() != UsbFace::kCh9329;
+}
+
+// ---- what the computer takes; with mutex_ held
+
+void VirtualPc::take(std::uint8_t endpoint, const Bytes &report) {
+    state_.taken = Clock::now();
+    state_.waitingSince.reset();
+    count();
+    if (endpoint == UsbDevice::kKeyboardEndpoint) {
+        std::uint8_t bytes[8];
+        std::copy(report.begin(), report.end(), bytes);
+        readKeyboard(bytes);
+        return;
+    }
+    const bool numbered = device_->face() == UsbFace::kCh9329;
+    const std::uint8_t *data = report.data() + (numbered ? 1 : 0);
+    const auto signedAt = [&](int i) { return static_cast<std::int8_t>(data[i]); };
+    const bool relative =
+        numbered ? endpoint == kRelativeEndpoint : device_->face() == UsbFace::kCh9350Relative;
+    if (relative)
+        readRelative(data[0], signedAt(1), signedAt(2), signedAt(3));
+    else
+        readAbsolute(device_->face(), data[0], data[1] | data[2] << 8, data[3] | data[4] << 8,
+                     signedAt(5));
+}
+
+void VirtualPc::count() {
+    state_.waiting = device_ ? device_->waiting() : 0;
+    state_.replaced = replaced_ + (device_ ? device_->replaced() : 0);
+    state_.lost = lost_ + (device_ ? device_->lost() : 0);
+    if (state_.waiting == 0)
+        state_.waitingSince.reset();
+    else if (!state_.waitingSince)
+        state_.waitingSince = Clock::now();
+    changed_.notify_all();
+}
+
+// ---- what a person does
+
+void VirtualPc::live() {
+    bool restore = options_.pc.boot == Boot::kLinux && hasState(options_.pc);
+    for (;;) {
+        int state = -1;
+        std::string why;
+        bool started = false;
+        try {
+            if (restore) state = open(stateFile(options_.pc).c_str(), O_RDONLY | O_CLOEXEC);
+            Life life(*this, state);
+            if (state >= 0) close(state);
+            why = life.run();
+            started = life.started();
+        } catch (const std::exception &error) {
+            why = error.what();
+        }
+        const Lock lock(mutex_);
+        if (restore && !started && !ending_) {  // as after an update of QEMU
+            unlink(stateFile(options_.pc).c_str());
+            restore = false;
+            continue;
+        }
+        living_ = false;
+        condition_ = ending_ ? "the computer is off" : "the computer is off: " + why;
+        tell(Event::kPower, condition_);
+        changed_.notify_all();
+        return;
+    }
+}
+
+bool VirtualPc::switchOn() {
+    const std::lock_guard<std::mutex> turn(switching_);
+    {
+        const Lock lock(mutex_);
+        if (living_) return false;
+        living_ = true;
+        ending_ = false;
+        condition_ = "the computer starts";
+        tell(Event::kPower, condition_);
+    }
+    if (thread_.joinable()) thread_.join();
+    thread_ = std::thread([this] { live(); });
+    return true;
+}
+
+void VirtualPc::switchOff() {
+    const std::lock_guard<std::mutex> turn(switching_);
+    {
+        const Lock lock(mutex_);
+        ending_ = true;
+        if (qemu_) qemu_->kill();
+    }
+    wake();
+    if (thread_.joinable()) thread_.join();
+}
+
+void VirtualPc::setCondition(const std::string &words) {
+    const Lock lock(mutex_);
+    condition_ = words;
+    tell(Event::kPower, words.empty() ? "the computer is on" : words);
+}
+
+std::string VirtualPc::condition() const {
+    const Lock lock(mutex_);
+    if (!condition_.empty()) return condition_;
+    if (paused_) return "the computer is paused";
+    const auto now = Clock::now();
+    const auto seconds = [&](Clock::time_point since) {
+        return std::to_string(
+            std::chrono::duration_cast<std::chrono::seconds>(now - since).count());
+    };
+    if (device_ && device_->configuration() == 0 && pluggedAt_ && now - *pluggedAt_ > kPatience)
+        return hotPlugged_ && options_.pc.boot != Boot::kLinux
+                   ? "the computer has not taken the keyboard and mouse, which were plugged in "
+                     "while "
+                     "it ran; firmware and boot loaders look for them at their start only: "
+                     "\"ctl computer reset\""
+                   : "the computer has not taken the keyboard and mouse for " +
+                         seconds(*pluggedAt_) + " s";
+    if (state_.waitingSince && now - *state_.waitingSince > kPatience)
+        return "the computer has not fetched a report for " + seconds(*state_.waitingSince) + " s";
+    return "the computer is on";
+}
+
+std::shared_ptr<VirtualMachine> VirtualPc::qemu() const {
+    const Lock lock(mutex_);
+    return qemu_;
+}
+
+std::shared_ptr<VirtualMachine> VirtualPc::running() const {
+    auto qemu = this->qemu();
+    if (!qemu) throw std::runtime_error("the computer is off");
+    return qemu;
+}
+
+Machine::Screen VirtualPc::screen() {
+    const std::lock_guard<std::mutex> turn(looking_);
+    Screen screen = readTextScreen(running()->qmp());
+    if (!screen.lines.empty()) return screen;
+    const std::string png = picture(*running());
+    const auto number = [&](std::size_t at) {  // big-endian, in the header of a PNG
+        int value = 0;
+        for (std::size_t i = at; i < at + 4 && i < png.size(); ++i)
+            value = value << 8 | static_cast<unsigned char>(png[i]);
+        return value;
+    };
+    constexpr std::size_t kWidthAt = 16, kHeightAt = 20;
+    screen.width = number(kWidthAt);
+    screen.height = number(kHeightAt);
+    return screen;
+}
+
+std::string VirtualPc::screenshot() {
+    const std::lock_guard<std::mutex> turn(looking_);
+    return picture(*running());
+}
+
+std::string VirtualPc::picture(VirtualMachine &qemu) {
+    const int file = memfd_create("picture", MFD_CLOEXEC);
+    if (file < 0) throw std::runtime_error(std::string("memfd_create: ") + strerror(errno));
+    // QEMU takes a descriptor that can be written to, and no more.
+    const int toWrite =
+        open(("/proc/self/fd/" + std::to_string(file)).c_str(), O_WRONLY | O_CLOEXEC);
+    std::string png;
+    try {
+        const int set = qemu.qmp().execute("add-fd", Qmp::Json::object(), toWrite)["fdset-id"];
+        qemu.qmp().execute("screendump",
+                           {{"filename", "/dev/fdset/" + std::to_string(set)}, {"format", "png"}});
+        qemu.qmp().execute("remove-fd", {{"fdset-id", set}});
+    } catch (...) {
+        close(toWrite);
+        close(file);
+        throw;
+    }
+    close(toWrite);
+    const off_t size = lseek(file, 0, SEEK_END);
+    png.resize(static_cast<std::size_t>(std::max<off_t>(size, 0)));
+    if (pread(file, png.data(), png.size(), 0) != size) png.clear();
+    close(file);
+    return png;
+}
+
+void VirtualPc::reset() {
+    running()->qmp().execute("system_reset");
+    const Lock lock(mutex_);
+    pluggedAt_ = Clock::now();
+    hotPlugged_ = false;
+}
+
+void VirtualPc::onSerialLine(std::function<void(std::size_t, const std::string &)> callback) {
+    const Lock lock(mutex_);
+    onSerialLine_ = std::move(callback);
+}
+
+void VirtualPc::writeSerial(const std::string &text) {
+    const auto machine = running();
+    std::size_t sent = 0;
+    while (sent < text.size()) {
+        const ssize_t n =
+            send(machine->serial(0), text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
+        if (n <= 0) throw std::runtime_error("the computer's serial port is closed");
+        sent += static_cast<std::size_t>(n);
+    }
+}
+
+}  // namespace sim
