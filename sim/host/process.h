@@ -14,7 +14,7 @@ struct Launch {
     std::string directory;                    ///< empty: inherited
     int input = -1, output = -1, error = -1;  ///< -1: inherited
     bool ownSession = false;                  ///< out of reach of the terminal and its Ctrl-C
-    std::vector<int> descriptors{};            ///< that it inherits, with their numbers
+    std::vector<int> descriptors{};           ///< that it inherits, with their numbers
     /// As nobody where this process may do that, else as the same user; without capabilities and
     /// without a way to new ones.
     bool withoutRights = false;

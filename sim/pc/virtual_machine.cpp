@@ -95,7 +95,7 @@ Words bootWords(const PcOptions &options, Handed &handed) {
     Words words;
     switch (options.boot) {
         case Boot::kBios:
-            append(words, {"-m", "32", "-boot", "menu=on,splash-time=60000,reboot-timeout=2000"});
+            append(words, {"-m", "32", "-boot", "menu=on,splash-time=60000"});
             append(words, uhci);
             break;
         case Boot::kGrub:

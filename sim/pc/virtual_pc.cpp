@@ -97,7 +97,8 @@ class VirtualPc::Life {
           serial_{LineReader(qemu_->serial(0)), LineReader(qemu_->serial(1))} {
         const Lock lock(pc_.mutex_);
         pc_.qemu_ = qemu_;
-        pc_.paused_ = pc_.ready_ = pc_.hotPlugged_ = false;
+        pc_.ready_ = pc_.hotPlugged_ = false;
+        pc_.pausedSince_.reset();
     }
 
     // Until the end; why it ended, in words.
@@ -219,8 +220,8 @@ class VirtualPc::Life {
         const bool lives =
             ready[3].revents == 0 || qemu_->qmp().read([this](const std::string &event) {
                 const Lock lock(pc_.mutex_);
-                if (event == "STOP") pc_.paused_ = true;
-                if (event == "RESUME") pc_.paused_ = false;
+                if (event == "STOP") pc_.pausedSince_ = Clock::now();
+                if (event == "RESUME") pc_.pausedSince_.reset();
             });
         if (lives) return true;
         const Lock lock(pc_.mutex_);
@@ -478,8 +479,9 @@ void VirtualPc::setCondition(const std::string &words) {
 std::string VirtualPc::condition() const {
     const Lock lock(mutex_);
     if (!condition_.empty()) return condition_;
-    if (paused_) return "the computer is paused";
     const auto now = Clock::now();
+    // Not the moment in which its screen is read.
+    if (pausedSince_ && now - *pausedSince_ > kPatience) return "the computer is paused";
     const auto seconds = [&](Clock::time_point since) {
         return std::to_string(
             std::chrono::duration_cast<std::chrono::seconds>(now - since).count());

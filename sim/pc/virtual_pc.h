@@ -72,9 +72,9 @@ class VirtualPc : public Computer, public Machine {
     std::shared_ptr<VirtualMachine> qemu_;
     std::unique_ptr<UsbDevice> device_;  ///< null: not plugged in
     unsigned plugs_ = 0;                 ///< counts changes of device_
-    std::optional<Clock::time_point> pluggedAt_;
+    std::optional<Clock::time_point> pluggedAt_, pausedSince_;
     unsigned replaced_ = 0, lost_ = 0;  ///< of former devices
-    bool living_ = false, ending_ = false, paused_ = false, ready_ = false, hotPlugged_ = false;
+    bool living_ = false, ending_ = false, ready_ = false, hotPlugged_ = false;
     std::string condition_;
     std::function<void(std::size_t, const std::string &)> onSerialLine_;
 };

@@ -1,8 +1,10 @@
 // Runs in the Linux guest: prints what its input devices report, one line for each event, as the
-// kernel's type, code and value. Links the C library alone, statically; the guest has no other.
+// kernel's type, code and value. With a number it sets the console's lock keys instead, as a
+// program of the guest may do. Links the C library alone, statically; the guest has no other.
 
 #include <fcntl.h>
 #include <linux/input.h>
+#include <linux/kd.h>
 #include <poll.h>
 #include <sys/inotify.h>
 #include <sys/ioctl.h>
@@ -51,9 +53,16 @@ void readEvents(int n) {
     slot.fd = -1;
 }
 
+// Bits 0 to 2: Scroll, Num, Caps.
+int setLocks(unsigned long locks) {
+    const int screen = open("/dev/tty1", O_RDWR);
+    return screen >= 0 && ioctl(screen, KDSKBLED, locks) == 0 ? 0 : 1;
+}
+
 }  // namespace
 
-int main() {
+int main(int argc, char **argv) {
+    if (argc > 1) return setLocks(strtoul(argv[1], nullptr, 0));
     setvbuf(stdout, nullptr, _IOLBF, 1024);
     for (pollfd &slot : readable) slot = {-1, POLLIN, 0};
     readable[0].fd = inotify_init1(IN_NONBLOCK);
