@@ -98,20 +98,13 @@ std::string screenshot(Board &board, Words &) {
     return machineOf(board).screenshot();
 }
 
-std::string sinceWords(Clock::time_point since) {
-    const auto ago = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - since);
-    char text[32];
-    snprintf(text, sizeof text, "%.1f s", static_cast<double>(ago.count()) / 1000);
-    return text;
-}
-
 std::string machineStatus(Machine &machine, const Computer::State &state) {
     std::string text = "\ncomputer " + machine.condition();
     text += "\nchip     " + std::to_string(state.waiting) + " reports wait, " +
             std::to_string(state.replaced) + " replaced by newer ones, " +
             std::to_string(state.lost) + " lost without a computer";
-    if (state.waitingSince) text += "\nwaiting  for " + sinceWords(*state.waitingSince);
-    if (state.taken) text += "\ntaken    the last report, " + sinceWords(*state.taken) + " ago";
+    if (state.waitingSince) text += "\nwaiting  for " + secondsSince(*state.waitingSince);
+    if (state.taken) text += "\ntaken    the last report, " + secondsSince(*state.taken) + " ago";
     if (!machine.picture().empty()) text += "\npicture  " + machine.picture();
     return text;
 }

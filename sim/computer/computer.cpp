@@ -1,6 +1,7 @@
 #include "sim/computer/computer.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <utility>
 
 #include "protocol/keys.h"
@@ -23,6 +24,13 @@ std::string buttonNames(std::uint8_t buttons) {
 }
 
 }  // namespace
+
+std::string secondsSince(std::chrono::steady_clock::time_point since) {
+    const std::chrono::duration<double> ago = std::chrono::steady_clock::now() - since;
+    char text[32];
+    snprintf(text, sizeof text, "%.1f s", ago.count());
+    return text;
+}
 
 Computer::State Computer::state() const {
     const Lock lock(mutex_);

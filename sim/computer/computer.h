@@ -28,6 +28,9 @@ constexpr int stepsOf(UsbFace face) {
     return face == UsbFace::kCh9329 ? 4096 : 1024;
 }
 
+/// How long ago that was, as "0.3 s".
+std::string secondsSince(std::chrono::steady_clock::time_point since);
+
 /// The power switch and the screen of a computer that has them. Safe to use from any thread; a
 /// call may wait some seconds.
 class Machine {

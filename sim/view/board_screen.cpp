@@ -46,6 +46,15 @@ std::string onOff(bool on) {
     return on ? "on" : "off";
 }
 
+// How the computer takes the chip's reports.
+std::string takenWords(const Computer::State &state) {
+    if (state.waitingSince)
+        return std::to_string(state.waiting) + " reports wait, for " +
+               secondsSince(*state.waitingSince);
+    return state.taken ? "last report taken " + secondsSince(*state.taken) + " ago"
+                       : "no report yet";
+}
+
 // Lines of the log after which somebody else may have control.
 bool concernsControl(const std::string &line) {
     constexpr const char *kSigns[] = {"osd rcv command-->connect",
@@ -60,7 +69,10 @@ bool concernsControl(const std::string &line) {
 
 }  // namespace
 
-BoardScreen::BoardScreen(Board &board) : board_(board) {}
+BoardScreen::BoardScreen(Board &board) : board_(board) {
+    if (Machine *machine = board_.computer().machine())
+        guest_ = std::make_unique<GuestView>(*machine);
+}
 
 void BoardScreen::take(const Traffic &traffic) {
     const Lock lock(mutex_);
@@ -227,14 +239,32 @@ void BoardScreen::drawComputer(const Computer::State &state) const {
     }
 }
 
-void BoardScreen::drawControl() {
+// The computer's own screen in the place of the picture; the row behind it.
+int BoardScreen::drawMachine(const Computer::State &state) const {
+    // Four rows at least for the line and the log, and one each for who controls and for answers.
+    constexpr int kFirst = 3, kOthers = 7;
+    const std::string condition = board_.computer().machine()->condition();
+    const bool well = state.attached && !state.waitingSince;
+    put(1, 0, condition, A_BOLD, well ? kNoColour : kYellow);
+    put(2, 0,
+        std::string(state.attached ? "usb configured" : "usb not configured") +
+            " | keys down: " + keysDown(state) + " | num " + onOff((state.leds & kNumLed) != 0) +
+            ", caps " + onOff((state.leds & kCapsLed) != 0) + ", scroll " +
+            onOff((state.leds & kScrollLed) != 0) + " | " + takenWords(state));
+    const int rows = std::max(3, LINES - kFirst - kOthers);
+    const int end = kFirst + guest_->draw(kFirst, rows);
+    mvhline(end, 0, '-', COLS);
+    return end + 1;
+}
+
+void BoardScreen::drawControl(int row) {
     // The daemon may be writing the file now, and then it is not complete.
     const auto read = quillon::parseSettings(board_.settings());
     if (read.count("per_enable") != 0) settings_ = read;
     quillon::Colour colour = kNoColour;
     if (holder_ && holder_->linked) colour = holder_->level > 0 ? kGreen : kYellow;
-    put(kControlRow, 0, "CONTROL", A_BOLD);
-    put(kControlRow, 9, quillon::whoWords(holder_, settings_, ""), A_NORMAL, colour);
+    put(row, 0, "CONTROL", A_BOLD);
+    put(row, 9, quillon::whoWords(holder_, settings_, ""), A_NORMAL, colour);
 }
 
 std::string BoardScreen::rates() {
@@ -287,11 +317,16 @@ void BoardScreen::show() {
     const Computer::State state = board_.computer().state();
     erase();
     drawTitle();
-    drawPicture(state);
-    drawComputer(state);
-    drawControl();
+    int control = kControlRow;
+    if (guest_) {
+        control = drawMachine(state);
+    } else {
+        drawPicture(state);
+        drawComputer(state);
+    }
+    drawControl(control);
     // A row for answers; of the rest three fifths for the line and two fifths for the log.
-    const int first = kControlRow + 1, rows = LINES - 2 - first;
+    const int first = control + 1, rows = LINES - 2 - first;
     const int frames = std::max(2, rows * 3 / 5);
     drawFrames(first, frames);
     drawLog(first + frames, rows - frames);

@@ -9,6 +9,7 @@
 
 #include "sim/board.h"
 #include "sim/chips/frames.h"
+#include "sim/view/guest_view.h"
 #include "sim/view/holder_question.h"
 
 namespace sim {
@@ -40,13 +41,15 @@ class BoardScreen {
     void drawTitle() const;
     void drawPicture(const Computer::State &state) const;
     void drawComputer(const Computer::State &state) const;
-    void drawControl();
+    int drawMachine(const Computer::State &state) const;
+    void drawControl(int row);
     void drawFrames(int row, int rows);
     void drawLog(int row, int rows);
     void drawFoot() const;
     std::string rates();
 
     Board &board_;
+    std::unique_ptr<GuestView> guest_;  ///< of a virtual PC
     std::unique_ptr<HolderQuestion> asking_;
     std::optional<quillon::Holder> holder_;
     std::optional<quillon::Settings> settings_;
