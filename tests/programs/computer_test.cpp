@@ -1,0 +1,100 @@
+// quillon-board --computer as a user runs it.
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "tests/support/support.h"
+#include "tests/support/tmux.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using test::comesTrue, test::expectHeld, test::holds, test::Outcome, test::run, test::Tmux;
+
+// What a viewer hears first at a socket.
+std::string greetingAt(const std::string &path) {
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    char bytes[12] = "";
+    ssize_t n = -1;
+    if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0)
+        n = recv(fd, bytes, sizeof bytes, MSG_WAITALL);
+    close(fd);
+    return n <= 0 ? "nothing" : std::string(bytes, static_cast<std::size_t>(n));
+}
+
+TEST(Computer, IsSeenSwitchedAndConfinedAndEndsWithItsBoard) {
+    setenv("XDG_RUNTIME_DIR", "/data", 1);
+    Tmux terminal("stty sane; quillon-board --computer linux --vnc; cat", 100, 40);
+    ASSERT_TRUE(terminal.shows("the computer is on")) << terminal.screen();
+    ASSERT_TRUE(terminal.shows("BusyBox")) << terminal.screen();
+    ASSERT_TRUE(terminal.shows("usb configured")) << terminal.screen();
+    EXPECT_EQ(
+        run("quillon-board enter -- quillon-console --to 192.168.1.10 type 'echo seen\n'").said,
+        "");
+    EXPECT_TRUE(terminal.shows("# echo seen\nseen\n#")) << terminal.screen();
+    EXPECT_TRUE(terminal.shows("last report taken")) << terminal.screen();
+    EXPECT_TRUE(holds(run("quillon-board ctl screen"), "# echo seen\nseen\n#"));
+    EXPECT_EQ(run("cd /data && quillon-board ctl screenshot seen.png && head -c 4 seen.png").said,
+              "\x89PNG");
+    EXPECT_EQ(run("quillon-board ctl screenshot /nowhere/seen.png").status, 1);
+    EXPECT_TRUE(holds(run("quillon-board ctl status"), "picture  /data/quillon-board/default.vnc"));
+    EXPECT_EQ(greetingAt("/data/quillon-board/default.vnc"), "RFB 003.008\n");
+
+    const std::string process = "/proc/$(pidof qemu-system-x86_64)/";
+    expectHeld(run("grep -E '^(CapEff|NoNewPrivs|Seccomp):' " + process + "status").said,
+               {"CapEff:\t0000000000000000", "NoNewPrivs:\t1", "Seccomp:\t2"});
+    const bool root = holds(run("cat /proc/self/uid_map"), "4294967295");
+    EXPECT_EQ(holds(run("grep ^Uid: " + process + "status"), "65534"), root);
+    EXPECT_LT(atoi(run("sed -n 's/^VmRSS://p' " + process + "status").said.c_str()), 300 * 1024);
+
+    EXPECT_EQ(run("quillon-board ctl computer off").said, "the computer is off\n");
+    EXPECT_TRUE(terminal.shows("usb not configured")) << terminal.screen();
+    EXPECT_TRUE(holds(run("quillon-board ctl computer reset"), "error: the computer is off\n"));
+    EXPECT_EQ(run("quillon-board ctl computer on").said, "the computer starts\n");
+    EXPECT_TRUE(terminal.shows("usb configured")) << terminal.screen();
+    run("pkill -KILL -f '^quillon-board --computer'");
+    EXPECT_TRUE(comesTrue([] { return run("pidof qemu-system-x86_64").status != 0; }, 10s));
+}
+
+TEST(Computer, TwoBoardsHaveOneEach) {
+    const Outcome outcome =
+        run("for name in one two; do quillon-board --computer linux --name $name --quiet & done; "
+            "for name in one two; do "
+            "until quillon-board ctl --name $name status | grep -q '^usb *attached'; do sleep 0.1; "
+            "done; "
+            "done 2>/dev/null; pidof qemu-system-x86_64 | wc -w; "
+            "quillon-board ctl --name one computer off; "
+            "quillon-board ctl --name two status | grep ^usb; kill %1 %2; wait");
+    expectHeld(outcome.said, {"2\n", "the computer is off\nusb      attached\n"});
+}
+
+TEST(Computer, WhatIsMissingOrWrongIsSaid) {
+    const std::pair<const char *, const char *> wrong[] = {
+        {"--computer windows",
+         "--computer takes bios, grub, linux, or a file; there is no windows"},
+        {"--computer linux --computer-files /data", "cannot read /data/vmlinuz"},
+        {"--computer linux --layout de", "--layout"},
+        {"--computer bios --chip-buffer two", "two"},
+        {"--vnc", "--computer"},
+        {"--computer bios --computer-files /nowhere", "/nowhere"}};
+    for (const auto &[arguments, message] : wrong) {
+        const Outcome outcome = run(std::string("quillon-board ") + arguments);
+        EXPECT_EQ(outcome.status, 2) << arguments;
+        EXPECT_TRUE(holds(outcome, message)) << outcome.said;
+    }
+    EXPECT_TRUE(holds(run("PATH=/nowhere /quillon-programs/quillon-board --computer bios"),
+                      "qemu-system-x86_64 is missing; Debian's package qemu-system-x86"));
+    EXPECT_TRUE(
+        holds(run("quillon-board --quiet -- sleep 60 & "
+                  "until quillon-board ctl screen 2>&1 | grep simulated; do sleep 0.1; done; "
+                  "kill %1"),
+              "error: the computer is simulated; --computer makes it a virtual PC"));
+}
+
+}  // namespace
