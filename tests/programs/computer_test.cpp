@@ -64,13 +64,13 @@ TEST(Computer, IsSeenSwitchedAndConfinedAndEndsWithItsBoard) {
 
 TEST(Computer, TwoBoardsHaveOneEach) {
     const Outcome outcome =
-        run("for name in one two; do quillon-board --computer linux --name $name --quiet & done; "
-            "for name in one two; do "
-            "until quillon-board ctl --name $name status | grep -q '^usb *attached'; do sleep 0.1; "
+        run("for name in one two; do "
+            "quillon-board --computer linux --name $name --quiet 2>/dev/null & pids=\"$pids $!\"; "
             "done; "
-            "done 2>/dev/null; pidof qemu-system-x86_64 | wc -w; "
+            "for name in one two; do until quillon-board ctl --name $name status 2>/dev/null | "
+            "grep -q '^usb *attached'; do sleep 0.1; done; done; pidof qemu-system-x86_64 | wc -w; "
             "quillon-board ctl --name one computer off; "
-            "quillon-board ctl --name two status | grep ^usb; kill %1 %2; wait");
+            "quillon-board ctl --name two status | grep ^usb; kill $pids; wait");
     expectHeld(outcome.said, {"2\n", "the computer is off\nusb      attached\n"});
 }
 
@@ -90,11 +90,10 @@ TEST(Computer, WhatIsMissingOrWrongIsSaid) {
     }
     EXPECT_TRUE(holds(run("PATH=/nowhere /quillon-programs/quillon-board --computer bios"),
                       "qemu-system-x86_64 is missing; Debian's package qemu-system-x86"));
-    EXPECT_TRUE(
-        holds(run("quillon-board --quiet -- sleep 60 & "
-                  "until quillon-board ctl screen 2>&1 | grep simulated; do sleep 0.1; done; "
-                  "kill %1"),
-              "error: the computer is simulated; --computer makes it a virtual PC"));
+    EXPECT_TRUE(holds(run("quillon-board --quiet 2>/dev/null & "
+                          "until quillon-board ctl screen 2>&1 | grep simulated; do sleep 0.1; "
+                          "done; kill $!; wait"),
+                      "error: the computer is simulated; --computer makes it a virtual PC"));
 }
 
 }  // namespace
