@@ -39,7 +39,7 @@ struct PowerPin {
 constexpr PowerPin kPowerPins[] = {{0x120F0170, 0x12220400, 0x08}, {0x120F02D8, 0x12230400, 0x02}};
 
 void writeFile(const std::string &path, const std::string &text) {
-    FILE *file = fopen(path.c_str(), "w");
+    FILE *file = fopen(path.c_str(), "we");
     bool ok = file != nullptr && fwrite(text.data(), 1, text.size(), file) == text.size();
     if (file != nullptr) ok = fclose(file) == 0 && ok;
     if (!ok) throw std::runtime_error("cannot write " + path + ": " + strerror(errno));
@@ -47,7 +47,7 @@ void writeFile(const std::string &path, const std::string &text) {
 
 std::string readFile(const std::string &path) {
     std::string text;
-    FILE *file = fopen(path.c_str(), "r");
+    FILE *file = fopen(path.c_str(), "re");
     if (file == nullptr) return text;
     constexpr std::size_t kMost = 1 << 20;  // the file may be a device, which has no end
     char chunk[4096];

@@ -90,7 +90,8 @@ std::string screen(Board &board, Words &) {
                ", no text; see \"ctl screenshot FILE.png\"";
     std::string text;
     for (const std::string &line : seen.lines) text += line + "\n";
-    return text.substr(0, text.find_last_not_of('\n') + 1);
+    text.erase(text.find_last_not_of('\n') + 1);
+    return text.empty() ? "the screen is empty" : text;
 }
 
 // Whoever asks writes the file.
@@ -158,7 +159,7 @@ std::string controlBoard(Board &board, const std::string &request) {
     for (const Request &known : kRequests)
         if (word == known.word) try {
                 return known.carryOut(board, words);
-            } catch (const std::runtime_error &error) {
+            } catch (const std::exception &error) {
                 return kRefused + std::string(error.what());
             }
     return kRefused + ("unknown request \"" + word + "\"; there are: ") + controlHelp();

@@ -88,8 +88,8 @@ MakeComputer virtualPc(const Options &options) {
             throw std::runtime_error("--computer takes bios, grub, linux, or a file; there is no " +
                                      file);
         pc.image = absolutePath(file);
-        const bool iso = file.size() > 4 && file.compare(file.size() - 4, 4, ".iso") == 0;
-        pc.boot = iso ? Boot::kIso : Boot::kDisk;
+        const std::string end = file.substr(file.size() - std::min<std::size_t>(4, file.size()));
+        pc.boot = strcasecmp(end.c_str(), ".iso") == 0 ? Boot::kIso : Boot::kDisk;
     }
     const std::string missing = missingFor(pc);
     if (!missing.empty()) throw std::runtime_error(missing);
@@ -168,7 +168,7 @@ void describe(CLI::App &app, Options &options) {
         ->needs(computer)
         ->type_name("DIR");
     app.add_option("--chip-buffer", options.chipBuffer,
-                   "Reports that the chip keeps until a virtual PC fetches them: queue or one")
+                   "Reports that wait in the chip behind the one on its way: queue (32) or one")
         ->check(CLI::IsMember(kChipBuffers).description(""))
         ->needs(computer)
         ->type_name("SIZE")
@@ -218,7 +218,8 @@ void describe(CLI::App &app, Options &options) {
 
 void complete(CLI::App &app, Options &options) {
     options.board.chip = kChips.at(options.chip);
-    options.board.computer = options.computer.empty() ? plainComputer(options) : virtualPc(options);
+    options.board.computer =
+        app.count("--computer") == 0 ? plainComputer(options) : virtualPc(options);
     options.board.loss = options.lossPercent / 100;
     for (const unsigned absent : options.board.absentBoards)
         if (absent >= options.board.mcuBoards)

@@ -63,10 +63,12 @@ class Session {
         });
         int status = live(board);
         board.serialPorts().onTraffic(nullptr);
+        std::unique_ptr<BoardScreen> shown;  // ends outside of the lock, because that may wait
         {
             const std::lock_guard<std::mutex> lock(mutex_);
-            screen_.reset();
+            shown = std::move(screen_);
         }
+        shown.reset();
         terminal.reset();  // before stop(), which takes 2 s
         fputs(quillon::printableLines(lastWords_).c_str(), stderr);
         board.stop();

@@ -12,7 +12,7 @@ namespace {
 
 // Bytes in the receive queue of the socket on a port, as the kernel's table has it.
 std::optional<unsigned long> receiveQueue(unsigned port) {
-    FILE *table = fopen("/proc/self/net/udp", "r");
+    FILE *table = fopen("/proc/self/net/udp", "re");
     if (table == nullptr) return std::nullopt;
     std::optional<unsigned long> found;
     char line[512];

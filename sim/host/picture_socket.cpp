@@ -20,14 +20,18 @@ namespace {
 // Below /tmp anybody could have made a folder of that name.
 std::string ownFolder() {
     const char *runtime = getenv("XDG_RUNTIME_DIR");
-    const std::string folder = runtime != nullptr && *runtime == '/'
-                                   ? runtime + std::string("/quillon-board")
-                                   : "/tmp/quillon-board-" + std::to_string(getuid());
-    if (mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) fail("cannot make " + folder);
     struct stat info {};
+    // With sudo it may be another user's.
+    const bool own = runtime != nullptr && *runtime == '/' && stat(runtime, &info) == 0 &&
+                     S_ISDIR(info.st_mode) && info.st_uid == getuid();
+    std::string folder = own ? runtime + std::string("/quillon-board")
+                             : "/tmp/quillon-board-" + std::to_string(getuid());
+    if (mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) fail("cannot make " + folder);
     if (lstat(folder.c_str(), &info) != 0) fail(folder);
     if (!S_ISDIR(info.st_mode) || info.st_uid != getuid() || (info.st_mode & 077) != 0)
-        throw std::runtime_error(folder + " is not a folder of this user alone");
+        throw std::runtime_error(folder +
+                                 " is not a folder of this user alone; "
+                                 "XDG_RUNTIME_DIR can name another one");
     return folder;
 }
 

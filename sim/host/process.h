@@ -15,8 +15,10 @@ struct Launch {
     int input = -1, output = -1, error = -1;  ///< -1: inherited
     bool ownSession = false;                  ///< out of reach of the terminal and its Ctrl-C
     std::vector<int> descriptors{};           ///< that it inherits, with their numbers
-    /// As nobody where this process may do that, else as the same user; without capabilities and
-    /// without a way to new ones.
+    /// As a user that nobody else is, where this process may do that, and else as the same one;
+    /// without capabilities and without a way to new ones; of the environment only PATH; with the
+    /// PC's files to read only, but for the folders of users, which are empty, and for a /tmp and a
+    /// /var/tmp of its own.
     bool withoutRights = false;
 };
 

@@ -47,20 +47,25 @@ void Qmp::post(const std::string &command, const Json &arguments, int descriptor
 }
 
 Qmp::Json Qmp::execute(const std::string &command, const Json &arguments, int descriptor) {
-    constexpr std::chrono::seconds kPatience(5);
+    constexpr std::chrono::seconds kPatience(3);
     std::unique_lock<std::mutex> lock(mutex_);
     const unsigned id = ++last_;
+    const std::runtime_error silent("the virtual computer does not answer");
+    if (deaf_) throw silent;
     if (ended_ || !send({{"execute", command}, {"arguments", arguments}, {"id", id}}, descriptor))
         throw std::runtime_error("the virtual computer is not there");
-    const auto answered = [&] { return ended_ || answers_.count(id) != 0; };
-    if (!changed_.wait_for(lock, kPatience, answered))
-        throw std::runtime_error("the virtual computer does not answer to " + command);
-    if (answers_.count(id) == 0) throw std::runtime_error("the virtual computer has ended");
-    const Json answer = std::move(answers_[id]);
-    answers_.erase(id);
+    const auto waiting = answers_.emplace(id, nullptr).first;
+    const bool answered =
+        changed_.wait_for(lock, kPatience, [&] { return ended_ || !waiting->second.is_null(); });
+    const Json answer = std::move(waiting->second);
+    answers_.erase(waiting);
+    deaf_ = !answered;
+    if (deaf_) throw silent;
+    if (answer.is_null()) throw std::runtime_error("the virtual computer has ended");
     if (answer.contains("return")) return answer["return"];
     std::string why;
-    if (answer.contains("error")) why = answer["error"].value("desc", "");
+    if (answer.contains("error") && answer["error"].is_object())
+        why = answer["error"].value("desc", "");
     throw std::runtime_error("QEMU refuses " + command + ": " + why);
 }
 
@@ -78,7 +83,9 @@ void Qmp::take(const std::string &line, const std::function<void(const std::stri
     }
     if (!message.contains("id") || !message["id"].is_number_unsigned()) return;
     const std::lock_guard<std::mutex> lock(mutex_);
-    answers_[message["id"]] = message;
+    deaf_ = false;
+    const auto waiting = answers_.find(message["id"]);
+    if (waiting != answers_.end()) waiting->second = message;
     changed_.notify_all();
 }
 

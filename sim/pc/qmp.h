@@ -25,7 +25,7 @@ class Qmp {
 
     /// Sends a command and waits for its answer, from any thread but the one that calls read().
     /// A descriptor goes along, and stays open here. Throws std::runtime_error when QEMU refuses,
-    /// ends, or does not answer within 5 s.
+    /// ends, or does not answer within 3 s; after that at once, until it says something again.
     Json execute(const std::string &command, const Json &arguments = Json::object(),
                  int descriptor = -1);
     /// The same without waiting for the answer.
@@ -48,9 +48,9 @@ class Qmp {
 
     std::mutex mutex_;
     std::condition_variable changed_;
-    unsigned last_ = 0;  ///< number of a command
-    std::map<unsigned, Json> answers_;
-    bool ended_ = false;
+    unsigned last_ = 0;                 ///< number of a command
+    std::map<unsigned, Json> answers_;  ///< null: somebody waits
+    bool ended_ = false, deaf_ = false;
 };
 
 }  // namespace sim

@@ -19,8 +19,14 @@ constexpr unsigned kCrtController = 0x3D4, kGraphicsController = 0x3CE;
 class Stopped {
   public:
     explicit Stopped(Qmp &qmp) : qmp_(qmp) {
-        running_ = qmp_.execute("query-status").value("running", false);
-        if (running_) qmp_.execute("stop");
+        if (!qmp_.execute("query-status").value("running", false)) return;
+        running_ = true;
+        try {
+            qmp_.execute("stop");
+        } catch (...) {
+            qmp_.post("cont");  // the other may still be carried out
+            throw;
+        }
     }
     ~Stopped() {
         if (running_) qmp_.post("cont");

@@ -1,4 +1,5 @@
-// One QEMU process, confined: no network, no rights, nothing of the system that it could write to.
+// One QEMU process, confined: as a user of its own when root starts it, and else as the same one;
+// without capabilities, network and the files of users, but for the descriptors that it is given.
 #pragma once
 
 #include <sys/types.h>
@@ -8,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "sim/host/descriptor.h"
 #include "sim/pc/qmp.h"
 
 namespace sim {
@@ -26,6 +28,8 @@ std::string missingFor(const PcOptions &options);
 
 /// The saved state of a Linux guest that waits at its prompt.
 std::string stateFile(const PcOptions &options);
+/// Throws std::runtime_error when it cannot be opened.
+Descriptor openState(const PcOptions &options);
 /// Whether there is one that is newer than what it was made from.
 bool hasState(const PcOptions &options);
 
@@ -46,16 +50,19 @@ class VirtualMachine {
     void kill() const;
     /// Waits for its end, and kills it after some seconds. Why it ended, in words.
     std::string awaitEnd();
+    /// It ended by itself, because something did not suit it.
+    bool failed() const { return failed_; }
 
-    // Sockets and a pipe to poll; the first one is given away, its taker closes it.
-    int takeUsb();
-    int output() const { return output_; }
-    int serial(std::size_t line) const { return serial_[line]; }
+    // Sockets and a pipe to poll; the first one is given away.
+    Descriptor takeUsb() { return std::move(usb_); }
+    int output() const { return output_.get(); }
+    int serial(std::size_t line) const { return serial_[line].get(); }
 
   private:
     std::atomic<pid_t> pid_{0};
     std::optional<Qmp> qmp_;
-    int usb_ = -1, output_ = -1, serial_[kSerialLines] = {-1, -1};
+    Descriptor usb_, output_, serial_[kSerialLines];
+    bool failed_ = false;
 };
 
 }  // namespace sim

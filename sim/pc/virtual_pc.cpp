@@ -22,28 +22,26 @@ namespace {
 
 constexpr std::chrono::seconds kPatience(2);
 
-// Where to write the state of a guest; it counts when it is complete.
+// Where to write the state of a guest. It has a name only when it is complete.
 class NewFile {
   public:
-    explicit NewFile(std::string path) : path_(std::move(path)), draft_(path_ + ".XXXXXX") {
-        fd_ = mkostemp(draft_.data(), O_CLOEXEC);
+    explicit NewFile(const std::string &path)
+        : path_(path),
+          fd_(open(path.substr(0, path.rfind('/')).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0644)) {
     }
-    ~NewFile() {
-        if (fd_ < 0) return;
-        close(fd_);
-        unlink(draft_.c_str());
-    }
-    NewFile(const NewFile &) = delete;
-    NewFile &operator=(const NewFile &) = delete;
-    int descriptor() const { return fd_; }
-    void keep() {
-        if (fsync(fd_) == 0) rename(draft_.c_str(), path_.c_str());
+    int descriptor() const { return fd_.get(); }
+    void keep() const {
+        const std::string self = "/proc/self/fd/" + std::to_string(fd_.get());
+        const std::string draft = path_ + "." + std::to_string(getpid());
+        if (fsync(fd_.get()) != 0 ||
+            linkat(AT_FDCWD, self.c_str(), AT_FDCWD, draft.c_str(), AT_SYMLINK_FOLLOW) != 0)
+            return;
+        if (rename(draft.c_str(), path_.c_str()) != 0) unlink(draft.c_str());
     }
 
   private:
     const std::string path_;
-    std::string draft_;
-    int fd_ = -1;
+    const Descriptor fd_;
 };
 
 // The endpoint of a line of QEMU's log about a report that the computer fetched; 0 for others.
@@ -56,17 +54,21 @@ std::uint8_t fetchedEndpoint(const std::string &line) {
     return static_cast<std::uint8_t>(endpoint);
 }
 
-// Takes whole lines from what is read; false at the end.
+// Takes whole lines from what is read, until the end.
 class LineReader {
   public:
     explicit LineReader(int fd) : fd_(fd) {}
     int descriptor() const { return fd_; }
     template <class Take>
-    bool read(Take take) {
+    void read(Take take) {
         constexpr std::size_t kLongest = 4096;
         char chunk[4096];
         const ssize_t n = ::read(fd_, chunk, sizeof chunk);
-        if (n <= 0) return n < 0 && (errno == EAGAIN || errno == EINTR);
+        if (n < 0 && (errno == EAGAIN || errno == EINTR)) return;
+        if (n <= 0) {
+            fd_ = -1;  // there is nothing to wait for any more
+            return;
+        }
         pending_.append(chunk, static_cast<std::size_t>(n));
         for (std::size_t end; (end = pending_.find('\n')) != std::string::npos;) {
             const std::string line = pending_.substr(0, end);
@@ -74,11 +76,10 @@ class LineReader {
             take(line);
         }
         if (pending_.size() > kLongest) pending_.clear();
-        return true;
     }
 
   private:
-    const int fd_;
+    int fd_;
     std::string pending_;
 };
 
@@ -106,15 +107,17 @@ class VirtualPc::Life {
         std::thread boot([this] { start(); });
         while (serve()) continue;
         qemu_->qmp().end();
-        const std::string why = qemu_->awaitEnd();
+        std::string why = qemu_->awaitEnd();
         boot.join();
         const Lock lock(pc_.mutex_);
         pc_.qemu_.reset();
         if (pc_.device_) pc_.device_->reset();
         publish();
-        return trouble_.empty() ? why : trouble_;
+        if (qemu_->failed() && !lastWords_.empty()) why += ": " + lastWords_;
+        return trouble_.empty() || qemu_->failed() ? why : trouble_;
     }
-    bool started() const { return started_; }
+    // QEMU did not like the saved state, as after an update.
+    bool refusedState() const { return restored_ && !restoredWell_ && qemu_->failed(); }
 
   private:
     // ---- in a thread of its own, because it waits for QEMU's answers
@@ -123,9 +126,10 @@ class VirtualPc::Life {
         try {
             Qmp &qmp = qemu_->qmp();
             qmp.execute("qmp_capabilities");
-            if (restored_)
+            if (restored_) {
                 awaitRestored();
-            else if (pc_.options_.pc.boot == Boot::kLinux)
+                restoredWell_ = true;
+            } else if (pc_.options_.pc.boot == Boot::kLinux)
                 bootLinux();
             qmp.execute("device_add", {{"driver", "usb-redir"},
                                        {"id", "chip"},
@@ -198,7 +202,7 @@ class VirtualPc::Life {
                           {qemu_->qmp().descriptor(), POLLIN, 0},
                           {serial_[0].descriptor(), POLLIN, 0},
                           {serial_[1].descriptor(), POLLIN, 0},
-                          {pc_.options_.pictureSocket, POLLIN, 0}};
+                          {started_ ? viewers_ : -1, POLLIN, 0}};
         constexpr int kCount = sizeof ready / sizeof ready[0];
         if (cable_.blocked()) ready[1].events |= POLLOUT;
         poll(ready, kCount, timeout());
@@ -209,33 +213,43 @@ class VirtualPc::Life {
             if (ready[4 + n].revents != 0)
                 serial_[n].read([&](const std::string &line) { serialLine(n, line); });
         if (ready[6].revents != 0) acceptViewer();
-        {
+        serveCable(ready[1].revents != 0);
+        const auto onEvent = [this](const std::string &event) {
             const Lock lock(pc_.mutex_);
-            if (pc_.ending_) qemu_->kill();
-            followPlug();
-            if (ready[1].revents != 0) cable_.read();
-            cable_.write();
-            publish();
-        }
-        const bool lives =
-            ready[3].revents == 0 || qemu_->qmp().read([this](const std::string &event) {
-                const Lock lock(pc_.mutex_);
-                if (event == "STOP") pc_.pausedSince_ = Clock::now();
-                if (event == "RESUME") pc_.pausedSince_.reset();
-            });
-        if (lives) return true;
+            if (event == "STOP") pc_.pausedSince_ = Clock::now();
+            if (event == "RESUME") pc_.pausedSince_.reset();
+        };
+        if (ready[3].revents == 0 || qemu_->qmp().read(onEvent)) return true;
         const Lock lock(pc_.mutex_);
         ended_ = true;
         pc_.changed_.notify_all();
         return false;
     }
 
-    int timeout() {
+    void serveCable(bool readable) {
         const Lock lock(pc_.mutex_);
+        if (pc_.ending_) qemu_->kill();
+        followPlug();
+        if (readable && !cable_.read() && !cableBroke_) {
+            cableBroke_ = true;
+            qemu_->kill();  // without its keyboard it is of no use
+        }
+        cable_.write();
+        publish();
+        const Trouble now = pc_.trouble();
+        if (now != told_ && started_) pc_.tell(Event::kPower, pc_.words(now));
+        told_ = now;
+    }
+
+    // Often enough to notice that something does not happen.
+    int timeout() {
+        constexpr std::chrono::milliseconds kTick(500);
+        const Lock lock(pc_.mutex_);
+        const auto now = Clock::now();
         const auto due = pc_.device_ ? pc_.device_->due() : Clock::time_point::max();
-        if (due == Clock::time_point::max()) return -1;
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - Clock::now());
-        return static_cast<int>(std::clamp<long long>(left.count(), 0, 1000));
+        if (due >= now + kTick) return static_cast<int>(kTick.count());
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - now);
+        return static_cast<int>(std::max<long long>(left.count(), 0));
     }
 
     void followPlug() {
@@ -259,7 +273,11 @@ class VirtualPc::Life {
 
     void log(const std::string &line) {
         const std::uint8_t endpoint = fetchedEndpoint(line);
-        if (endpoint == 0) return;
+        if (endpoint == 0) {
+            // Its messages begin with its name, and the cable's log with the cable's.
+            if (line.rfind("qemu-system", 0) == 0) lastWords_ = line;
+            return;
+        }
         const Lock lock(pc_.mutex_);
         Bytes report;
         if (!pc_.device_ || !pc_.device_->fetched(endpoint, report)) return;
@@ -278,12 +296,14 @@ class VirtualPc::Life {
     }
 
     void acceptViewer() {
-        const int viewer = accept4(pc_.options_.pictureSocket, nullptr, nullptr, SOCK_CLOEXEC);
-        if (viewer < 0) return;
-        qemu_->qmp().post("getfd", {{"fdname", "viewer"}}, viewer);
+        const Descriptor viewer(accept4(viewers_, nullptr, nullptr, SOCK_CLOEXEC));
+        if (!viewer) {
+            if (errno != EAGAIN && errno != ECONNABORTED) viewers_ = -1;
+            return;
+        }
+        qemu_->qmp().post("getfd", {{"fdname", "viewer"}}, viewer.get());
         qemu_->qmp().post("add_client",
                           {{"protocol", "vnc"}, {"fdname", "viewer"}, {"skipauth", true}});
-        close(viewer);
     }
 
     VirtualPc &pc_;
@@ -291,10 +311,12 @@ class VirtualPc::Life {
     const std::shared_ptr<VirtualMachine> qemu_;
     UsbCable cable_;
     LineReader output_, serial_[2];
+    int viewers_ = pc_.options_.pictureSocket;
     unsigned plugs_ = 0;
-    bool ended_ = false;
-    std::atomic<bool> started_{false};
-    std::string trouble_;
+    bool ended_ = false, cableBroke_ = false;
+    std::atomic<bool> started_{false}, restoredWell_{false};
+    Trouble told_ = Trouble::kNone;
+    std::string trouble_, lastWords_;
 };
 
 // ---- what the chip does; it never waits
@@ -319,6 +341,8 @@ void VirtualPc::wake() const {
 void VirtualPc::attach(UsbFace face) {
     {
         const Lock lock(mutex_);
+        if (device_ && device_->face() == face) return;
+        pullOut();
         device_ = std::make_unique<UsbDevice>(face, options_.buffer);
         ++plugs_;
         pluggedAt_ = Clock::now();
@@ -330,15 +354,20 @@ void VirtualPc::attach(UsbFace face) {
 void VirtualPc::detach() {
     {
         const Lock lock(mutex_);
-        if (!device_) return;
-        replaced_ += device_->replaced();
-        lost_ += device_->lost();
-        device_.reset();
-        ++plugs_;
-        setAttached(false);
-        count();
+        pullOut();
     }
     wake();
+}
+
+void VirtualPc::pullOut() {
+    if (!device_) return;
+    device_->reset();  // what waits is lost
+    replaced_ += device_->replaced();
+    lost_ += device_->lost();
+    device_.reset();
+    ++plugs_;
+    setAttached(false);
+    count();
 }
 
 void VirtualPc::put(std::uint8_t endpoint, const Bytes &report) {
@@ -418,20 +447,18 @@ void VirtualPc::count() {
 void VirtualPc::live() {
     bool restore = options_.pc.boot == Boot::kLinux && hasState(options_.pc);
     for (;;) {
-        int state = -1;
         std::string why;
-        bool started = false;
+        bool refused = false;
         try {
-            if (restore) state = open(stateFile(options_.pc).c_str(), O_RDONLY | O_CLOEXEC);
-            Life life(*this, state);
-            if (state >= 0) close(state);
+            const Descriptor state = restore ? openState(options_.pc) : Descriptor();
+            Life life(*this, state.get());
             why = life.run();
-            started = life.started();
+            refused = life.refusedState();
         } catch (const std::exception &error) {
             why = error.what();
         }
         const Lock lock(mutex_);
-        if (restore && !started && !ending_) {  // as after an update of QEMU
+        if (refused && !ending_) {
             unlink(stateFile(options_.pc).c_str());
             restore = false;
             continue;
@@ -476,27 +503,43 @@ void VirtualPc::setCondition(const std::string &words) {
     tell(Event::kPower, words.empty() ? "the computer is on" : words);
 }
 
+// With mutex_ held.
+VirtualPc::Trouble VirtualPc::trouble() const {
+    if (!condition_.empty()) return Trouble::kOff;
+    const auto patient = [now = Clock::now()](const auto &since) {
+        return !since || now - *since <= kPatience;
+    };
+    // Not the moment in which its screen is read.
+    if (!patient(pausedSince_)) return Trouble::kPaused;
+    if (device_ && device_->configuration() == 0 && !patient(pluggedAt_)) return Trouble::kUntaken;
+    return patient(state_.waitingSince) ? Trouble::kNone : Trouble::kStuck;
+}
+
+// With mutex_ held.
+std::string VirtualPc::words(Trouble trouble) const {
+    switch (trouble) {
+        case Trouble::kOff:
+            return condition_;
+        case Trouble::kPaused:
+            return "the computer is paused";
+        case Trouble::kUntaken:
+            return hotPlugged_ && options_.pc.boot != Boot::kLinux
+                       ? "the computer has not taken the keyboard and mouse, which were plugged in "
+                         "while it ran; firmware and boot loaders look for them at their start "
+                         "only: \"ctl computer reset\""
+                       : "the computer has not taken the keyboard and mouse for " +
+                             secondsSince(*pluggedAt_);
+        case Trouble::kStuck:
+            return "the computer has not fetched a report for " +
+                   secondsSince(*state_.waitingSince);
+        default:
+            return "the computer is on";
+    }
+}
+
 std::string VirtualPc::condition() const {
     const Lock lock(mutex_);
-    if (!condition_.empty()) return condition_;
-    const auto now = Clock::now();
-    // Not the moment in which its screen is read.
-    if (pausedSince_ && now - *pausedSince_ > kPatience) return "the computer is paused";
-    const auto seconds = [&](Clock::time_point since) {
-        return std::to_string(
-            std::chrono::duration_cast<std::chrono::seconds>(now - since).count());
-    };
-    if (device_ && device_->configuration() == 0 && pluggedAt_ && now - *pluggedAt_ > kPatience)
-        return hotPlugged_ && options_.pc.boot != Boot::kLinux
-                   ? "the computer has not taken the keyboard and mouse, which were plugged in "
-                     "while "
-                     "it ran; firmware and boot loaders look for them at their start only: "
-                     "\"ctl computer reset\""
-                   : "the computer has not taken the keyboard and mouse for " +
-                         seconds(*pluggedAt_) + " s";
-    if (state_.waitingSince && now - *state_.waitingSince > kPatience)
-        return "the computer has not fetched a report for " + seconds(*state_.waitingSince) + " s";
-    return "the computer is on";
+    return words(trouble());
 }
 
 std::shared_ptr<VirtualMachine> VirtualPc::qemu() const {
@@ -510,8 +553,15 @@ std::shared_ptr<VirtualMachine> VirtualPc::running() const {
     return qemu;
 }
 
+std::unique_lock<std::timed_mutex> VirtualPc::turnToLook() {
+    constexpr std::chrono::seconds kLongest(1);
+    std::unique_lock<std::timed_mutex> turn(looking_, kLongest);
+    if (!turn) throw std::runtime_error("the virtual computer does not answer");
+    return turn;
+}
+
 Machine::Screen VirtualPc::screen() {
-    const std::lock_guard<std::mutex> turn(looking_);
+    const auto turn = turnToLook();
     Screen screen = readTextScreen(running()->qmp());
     if (!screen.lines.empty()) return screen;
     const std::string png = picture(*running());
@@ -528,36 +578,43 @@ Machine::Screen VirtualPc::screen() {
 }
 
 std::string VirtualPc::screenshot() {
-    const std::lock_guard<std::mutex> turn(looking_);
+    const auto turn = turnToLook();
     return picture(*running());
 }
 
 std::string VirtualPc::picture(VirtualMachine &qemu) {
-    const int file = memfd_create("picture", MFD_CLOEXEC);
-    if (file < 0) throw std::runtime_error(std::string("memfd_create: ") + strerror(errno));
+    const Descriptor file(memfd_create("picture", MFD_CLOEXEC));
     // QEMU takes a descriptor that can be written to, and no more.
-    const int toWrite =
-        open(("/proc/self/fd/" + std::to_string(file)).c_str(), O_WRONLY | O_CLOEXEC);
-    std::string png;
+    const Descriptor toWrite(
+        open(("/proc/self/fd/" + std::to_string(file.get())).c_str(), O_WRONLY | O_CLOEXEC));
+    if (!file || !toWrite)
+        throw std::runtime_error(std::string("no room for a picture: ") + strerror(errno));
+    constexpr int kSet = 1000;
+    const Qmp::Json set{{"fdset-id", kSet}};
     try {
-        const int set = qemu.qmp().execute("add-fd", Qmp::Json::object(), toWrite)["fdset-id"];
+        qemu.qmp().execute("add-fd", set, toWrite.get());
         qemu.qmp().execute("screendump",
-                           {{"filename", "/dev/fdset/" + std::to_string(set)}, {"format", "png"}});
-        qemu.qmp().execute("remove-fd", {{"fdset-id", set}});
+                           {{"filename", "/dev/fdset/" + std::to_string(kSet)}, {"format", "png"}});
+        qemu.qmp().execute("remove-fd", set);
     } catch (...) {
-        close(toWrite);
-        close(file);
+        qemu.qmp().post("remove-fd", set);
         throw;
     }
-    close(toWrite);
-    const off_t size = lseek(file, 0, SEEK_END);
-    png.resize(static_cast<std::size_t>(std::max<off_t>(size, 0)));
-    if (pread(file, png.data(), png.size(), 0) != size) png.clear();
-    close(file);
+    constexpr off_t kLargest = 64 << 20;
+    std::string png(
+        static_cast<std::size_t>(std::clamp<off_t>(lseek(file.get(), 0, SEEK_END), 0, kLargest)),
+        '\0');
+    if (pread(file.get(), png.data(), png.size(), 0) != static_cast<ssize_t>(png.size()))
+        png.clear();
+    if (png.empty()) throw std::runtime_error("the virtual computer has no picture");
     return png;
 }
 
 void VirtualPc::reset() {
+    {
+        const Lock lock(mutex_);
+        if (living_ && !condition_.empty()) throw std::runtime_error(condition_);
+    }
     running()->qmp().execute("system_reset");
     const Lock lock(mutex_);
     pluggedAt_ = Clock::now();

@@ -53,19 +53,26 @@ class VirtualPc : public Computer, public Machine {
 
     static constexpr std::uint8_t kRelativeEndpoint = 0x82, kAbsoluteEndpoint = 0x83;
 
+    enum class Trouble { kNone, kOff, kPaused, kUntaken, kStuck };
+
     void put(std::uint8_t endpoint, const Bytes &report);
+    void pullOut();
     bool isCh9350() const;
     void take(std::uint8_t endpoint, const Bytes &report);
     void count();
     void live();
     void wake() const;
     void setCondition(const std::string &words);
+    Trouble trouble() const;
+    std::string words(Trouble trouble) const;
+    std::unique_lock<std::timed_mutex> turnToLook();
     std::shared_ptr<VirtualMachine> running() const;
     static std::string picture(VirtualMachine &qemu);
 
     const Options options_;
     const int wake_;
-    std::mutex switching_, looking_;  ///< one person at a time
+    std::mutex switching_;  ///< one person at a time
+    std::timed_mutex looking_;
     std::thread thread_;
 
     // With mutex_ held:

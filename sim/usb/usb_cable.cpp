@@ -1,12 +1,12 @@
 #include "sim/usb/usb_cable.h"
 
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <usbredirparser.h>
 #include <cerrno>
+#include <cstdlib>
 #include <stdexcept>
-#include <type_traits>
+#include <utility>
 
 namespace sim {
 namespace {
@@ -21,19 +21,21 @@ struct FreeParser {
 
 class UsbCable::Peer {
   public:
-    explicit Peer(int fd) : fd_(fd), parser_(usbredirparser_create()) {
+    explicit Peer(Descriptor fd) : fd_(std::move(fd)), parser_(usbredirparser_create()) {
         if (!parser_) throw std::runtime_error("no memory for the USB cable");
         usbredirparser *parser = parser_.get();
         parser->priv = this;
         parser->log_func = [](void *, int, const char *) {};
         parser->read_func = [](void *self, std::uint8_t *data, int count) {
+            if (of(self).readNow_ >= kMostAtOnce) return 0;
             const ssize_t n =
-                recv(of(self).fd_, data, static_cast<std::size_t>(count), MSG_DONTWAIT);
+                recv(of(self).fd_.get(), data, static_cast<std::size_t>(count), MSG_DONTWAIT);
             if (n < 0 && (errno == EAGAIN || errno == EINTR)) return 0;
+            if (n > 0) of(self).readNow_ += static_cast<std::size_t>(n);
             return n <= 0 ? -1 : static_cast<int>(n);
         };
         parser->write_func = [](void *self, std::uint8_t *data, int count) {
-            const ssize_t n = send(of(self).fd_, data, static_cast<std::size_t>(count),
+            const ssize_t n = send(of(self).fd_.get(), data, static_cast<std::size_t>(count),
                                    MSG_DONTWAIT | MSG_NOSIGNAL);
             if (n < 0 && (errno == EAGAIN || errno == EINTR)) return 0;
             return n < 0 ? -1 : static_cast<int>(n);
@@ -50,21 +52,32 @@ class UsbCable::Peer {
         usbredirparser_init(parser, name, capabilities, USB_REDIR_CAPS_SIZE,
                             usbredirparser_fl_usb_host);
     }
-    ~Peer() { close(fd_); }
+    ~Peer() = default;
     Peer(const Peer &) = delete;
     Peer &operator=(const Peer &) = delete;
 
     void plug(UsbDevice *device) {
-        if (device_ != nullptr && greeted_) usbredirparser_send_device_disconnect(parser_.get());
+        if (connected_) {
+            usbredirparser_send_device_disconnect(parser_.get());
+            connected_ = false;
+            // What arrives until then is for the device that is gone.
+            leaving_ = usbredirparser_peer_has_cap(parser_.get(),
+                                                   usb_redir_cap_device_disconnect_ack) != 0;
+        }
         device_ = device;
-        for (std::uint64_t &id : ids_) id = 0;
-        if (device_ != nullptr && greeted_) connect();
+        connect();
     }
 
-    bool read() { return usbredirparser_do_read(parser_.get()) == 0; }
+    // Not all that comes: one that sends without end must not keep the chip waiting, and one that
+    // never reads must not fill the memory with answers.
+    bool read() {
+        readNow_ = 0;
+        return usbredirparser_do_read(parser_.get()) == 0 &&
+               usbredirparser_get_bufferered_output_size(parser_.get()) < kMostUnsent;
+    }
 
     void write() {
-        for (std::size_t n = 0; device_ != nullptr && greeted_ && n < device_->interfaces(); ++n) {
+        for (std::size_t n = 0; connected_ && n < device_->interfaces(); ++n) {
             const std::uint8_t endpoint = UsbDevice::endpointOf(n);
             if (auto report = device_->next(endpoint, Clock::now())) {
                 usb_redir_interrupt_packet_header header{
@@ -79,7 +92,7 @@ class UsbCable::Peer {
     }
 
     bool blocked() const { return usbredirparser_has_data_to_write(parser_.get()) != 0; }
-    int descriptor() const { return fd_; }
+    int descriptor() const { return fd_.get(); }
 
   private:
     static Peer &of(void *self) { return *static_cast<Peer *>(self); }
@@ -87,12 +100,15 @@ class UsbCable::Peer {
     void takePackets(usbredirparser &parser) {
         parser.hello_func = [](void *self, usb_redir_hello_header *) {
             of(self).greeted_ = true;
-            if (of(self).device_ != nullptr) of(self).connect();
+            of(self).connect();
         };
         parser.reset_func = [](void *self) {
-            if (of(self).device_ != nullptr) of(self).device_->reset();
+            if (of(self).connected_) of(self).device_->reset();
         };
-        parser.device_disconnect_ack_func = [](void *) {};
+        parser.device_disconnect_ack_func = [](void *self) {
+            of(self).leaving_ = false;
+            of(self).connect();
+        };
         parser.set_configuration_func = [](void *self, std::uint64_t id,
                                            usb_redir_set_configuration_header *header) {
             of(self).configure(id, header->configuration);
@@ -177,6 +193,9 @@ class UsbCable::Peer {
     }
 
     void connect() {
+        if (device_ == nullptr || !greeted_ || leaving_ || connected_) return;
+        connected_ = true;
+        for (std::uint64_t &id : ids_) id = 0;
         device_->reset();
         describe();
         usb_redir_device_connect_header header{};
@@ -188,7 +207,8 @@ class UsbCable::Peer {
     }
 
     void configure(std::uint64_t id, std::uint8_t configuration) {
-        if (device_ != nullptr && configuration <= 1) {
+        if (!connected_) return;
+        if (configuration <= 1) {
             device_->configure(configuration);
             describe();
         }
@@ -197,7 +217,7 @@ class UsbCable::Peer {
 
     void tellConfiguration(std::uint64_t id) {
         usb_redir_configuration_status_header header{
-            kSuccess, device_ != nullptr ? device_->configuration() : std::uint8_t{0}};
+            kSuccess, connected_ ? device_->configuration() : std::uint8_t{0}};
         usbredirparser_send_configuration_status(parser_.get(), id, &header);
     }
 
@@ -207,7 +227,8 @@ class UsbCable::Peer {
     }
 
     void poll(std::uint64_t id, std::uint8_t endpoint, bool on) {
-        if (device_ != nullptr) device_->poll(endpoint, on);
+        if (!connected_) return;
+        device_->poll(endpoint, on);
         usb_redir_interrupt_receiving_status_header header{kSuccess, endpoint};
         usbredirparser_send_interrupt_receiving_status(parser_.get(), id, &header);
     }
@@ -216,11 +237,10 @@ class UsbCable::Peer {
                  int size) {
         const Bytes received(data, data + (data != nullptr ? size : 0));
         usbredirparser_free_packet_data(parser_.get(), data);
-        std::optional<Bytes> answer;
-        if (device_ != nullptr)
-            answer = device_->control(
-                {header.requesttype, header.request, header.value, header.index, header.length},
-                received);
+        if (!connected_) return;
+        auto answer = device_->control(
+            {header.requesttype, header.request, header.value, header.index, header.length},
+            received);
         const bool reads = (header.requesttype & 0x80) != 0;
         if (!reads && answer) answer->clear();
         header.status = answer ? kSuccess : kStall;  // QEMU's own status byte says nothing
@@ -233,14 +253,17 @@ class UsbCable::Peer {
 
     static constexpr std::size_t kFirstIn = 16;  // the tables have the OUT endpoints first
 
-    const int fd_;
+    static constexpr std::size_t kMostAtOnce = 65536, kMostUnsent = 1 << 20;
+
+    const Descriptor fd_;
+    std::size_t readNow_ = 0;
     std::unique_ptr<usbredirparser, FreeParser> parser_;
     UsbDevice *device_ = nullptr;
-    bool greeted_ = false;
+    bool greeted_ = false, connected_ = false, leaving_ = false;
     std::uint64_t ids_[4]{};
 };
 
-UsbCable::UsbCable(int fd) : peer_(std::make_unique<Peer>(fd)) {}
+UsbCable::UsbCable(Descriptor fd) : peer_(std::make_unique<Peer>(std::move(fd))) {}
 UsbCable::~UsbCable() = default;
 
 int UsbCable::descriptor() const {

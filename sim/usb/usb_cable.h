@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 
+#include "sim/host/descriptor.h"
 #include "sim/usb/usb_device.h"
 
 namespace sim {
@@ -13,14 +14,15 @@ namespace sim {
 class UsbCable {
   public:
     /// On a connected stream socket, which it closes at its end.
-    explicit UsbCable(int fd);
+    explicit UsbCable(Descriptor fd);
     ~UsbCable();
     UsbCable(const UsbCable &) = delete;
     UsbCable &operator=(const UsbCable &) = delete;
 
     int descriptor() const;
 
-    /// Plugs a device in, or with null pulls the plug. The device has to outlive that.
+    /// Plugs a device in, or with null pulls the plug. The one before need not exist any more; no
+    /// other call may come between its end and this.
     void plug(UsbDevice *device);
     /// Reads requests and answers them; false at the end of the connection.
     bool read();

@@ -124,6 +124,7 @@ void UsbDevice::reset() {
 }
 
 void UsbDevice::configure(std::uint8_t configuration) {
+    lost_ += static_cast<unsigned>(waiting());
     configuration_ = configuration;
     for (Endpoint &endpoint : endpoints_) endpoint = Endpoint();
 }

@@ -1,7 +1,7 @@
 #include "sim/view/guest_view.h"
 
 #include <algorithm>
-#include <stdexcept>
+#include <exception>
 
 #include "terminal/screen.h"
 
@@ -33,7 +33,7 @@ void GuestView::look() {
                 instead = "a picture of " + std::to_string(screen.width) + "x" +
                           std::to_string(screen.height) +
                           ", no text: \"ctl screenshot FILE.png\", or --vnc and a viewer";
-        } catch (const std::runtime_error &error) {
+        } catch (const std::exception &error) {
             instead = error.what();
         }
         lock.lock();
@@ -51,8 +51,8 @@ int GuestView::draw(int row, int rows) const {
     }
     const int count = static_cast<int>(screen_.lines.size()), shown = std::min(rows, count);
     const int first = std::clamp(screen_.cursorRow - shown + 1, 0, count - shown);
-    for (int i = 0; i < shown; ++i)
-        quillon::putText(row + i, 0, screen_.lines[static_cast<std::size_t>(first + i)]);
+    auto line = screen_.lines.begin() + first;
+    for (int i = 0; i < shown; ++i) quillon::putText(row + i, 0, *line++);
     const int cursor = screen_.cursorRow - first;
     if (screen_.cursorRow >= 0 && cursor < shown && screen_.cursorColumn < COLS)
         mvchgat(row + cursor, screen_.cursorColumn, 1, A_REVERSE, 0, nullptr);

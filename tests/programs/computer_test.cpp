@@ -49,8 +49,12 @@ TEST(Computer, IsSeenSwitchedAndConfinedAndEndsWithItsBoard) {
     const std::string process = "/proc/$(pidof qemu-system-x86_64)/";
     expectHeld(run("grep -E '^(CapEff|NoNewPrivs|Seccomp):' " + process + "status").said,
                {"CapEff:\t0000000000000000", "NoNewPrivs:\t1", "Seccomp:\t2"});
-    const bool root = holds(run("cat /proc/self/uid_map"), "4294967295");
-    EXPECT_EQ(holds(run("grep ^Uid: " + process + "status"), "65534"), root);
+    const bool root = holds(run("cat /proc/self/uid_map"), "4294967295");  // that of the PC
+    const int user = atoi(run("sed -n 's/^Uid://p' " + process + "status").said.c_str());
+    EXPECT_EQ(user > 0, root);
+    EXPECT_FALSE(holds(run("ls -l " + process + "fd"), "/data/"));
+    EXPECT_EQ(run("ls -A " + process + "root/data").said, "") << "not even the board's own files";
+    EXPECT_NE(run("touch " + process + "root/usr/seen").status, 0);
     EXPECT_LT(atoi(run("sed -n 's/^VmRSS://p' " + process + "status").said.c_str()), 300 * 1024);
 
     EXPECT_EQ(run("quillon-board ctl computer off").said, "the computer is off\n");
@@ -75,12 +79,20 @@ TEST(Computer, TwoBoardsHaveOneEach) {
 }
 
 TEST(Computer, WhatIsMissingOrWrongIsSaid) {
+    // A FIFO is never done, and an image that names another file would show that one to its guest.
+    EXPECT_EQ(run("mkfifo /data/pipe && "
+                  "printf 'QFI\\373\\0\\0\\0\\2\\0\\0\\0\\0\\0\\0\\0\\110' >/data/backed")
+                  .status,
+              0);
     const std::pair<const char *, const char *> wrong[] = {
         {"--computer windows",
          "--computer takes bios, grub, linux, or a file; there is no windows"},
         {"--computer linux --computer-files /data", "cannot read /data/vmlinuz"},
         {"--computer linux --layout de", "--layout"},
         {"--computer bios --chip-buffer two", "two"},
+        {"--computer /data", "is no file"},
+        {"--computer /data/pipe", "is no file"},
+        {"--computer /data/backed", "needs another file"},
         {"--vnc", "--computer"},
         {"--computer bios --computer-files /nowhere", "/nowhere"}};
     for (const auto &[arguments, message] : wrong) {

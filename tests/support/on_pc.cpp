@@ -10,7 +10,7 @@ constexpr std::chrono::seconds kPatience(20);
 }  // namespace
 
 OnPc::~OnPc() {
-    if (pc_ != nullptr) pc_->onSerialLine(nullptr);
+    board_.reset();  // its computer calls this object
 }
 
 void OnPc::power(sim::Boot boot, const std::string &settings) {
@@ -26,8 +26,10 @@ void OnPc::power(sim::Boot boot, const std::string &settings) {
         return pc;
     };
     startListening(settings);
-    ASSERT_TRUE(pc_->waitFor([](const auto &state) { return state.attached; }, 3 * kPatience))
-        << pc_->condition();
+    const auto started = [&] {
+        return pc_->state().attached || holds(pc_->condition(), "the computer is off");
+    };
+    ASSERT_TRUE(comesTrue(started, 3 * kPatience) && pc_->state().attached) << pc_->condition();
     if (boot != sim::Boot::kLinux) return;
     ASSERT_TRUE(hasDevices(options_.chip == sim::BoardOptions::kCh9329 ? 3 : 2));
 }

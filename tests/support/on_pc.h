@@ -32,12 +32,12 @@ class OnPc : public OnBoard {
 
     /// The text of the screen; empty in a graphics mode.
     std::string screen();
-    /// Waits until the screen holds a text; false after a minute, with the screen in the output.
+    /// Waits until the screen holds a text; false after 20 s, with the screen in the output.
     bool shows(const std::string &text);
 
     /// Runs a shell command in the Linux guest; what it printed.
     std::string guest(const std::string &command);
-    /// Events since the last call, once wanted says that they are enough; all within a minute.
+    /// Events since the last call, once wanted says that they are enough, within 20 s.
     std::vector<Event> events(const std::function<bool(const std::vector<Event> &)> &wanted);
     /// The next one that this takes; a type of 0 when none came.
     Event event(const std::function<bool(const Event &)> &wanted);

@@ -67,7 +67,7 @@ TEST_F(ChipOnUsb, LosesWhatNobodyCanFetch) {
     device_.poll(kKeys, true);
     EXPECT_FALSE(fetch()) << "the reset emptied the queue";
     device_.put(0x84, key(6));
-    EXPECT_EQ(device_.lost(), 2U) << "there is no such endpoint";
+    EXPECT_EQ(device_.lost(), 3U) << "one before the reset, and one without an endpoint";
 }
 
 TEST_F(ChipOnUsb, RepeatsAReportAsOftenAsTheComputerAsked) {
