@@ -255,17 +255,25 @@ TEST_F(VirtualPc, RawChipHasAnAbsoluteAndARelativeMouse) {
     power(sim::Boot::kLinux);
     console("key a");
     EXPECT_EQ(event([](const Event &e) { return e.type == EV_KEY; }).code, unsigned{KEY_A});
-    console("mouse move 1440 270");
-    EXPECT_NEAR(event([](const Event &e) { return e.type == EV_ABS && e.code == ABS_X; }).value,
-                768, 1);
-    EXPECT_NEAR(event([](const Event &e) { return e.type == EV_ABS && e.code == ABS_Y; }).value,
-                256, 1);
+    const auto value = [&](unsigned type, unsigned code) {
+        return event([=](const Event &e) { return e.type == type && e.code == code; }).value;
+    };
+    for (const auto &[x, y] : {std::pair(1440, 270), {7, 1079}, {1919, 3}}) {
+        console("mouse move " + std::to_string(x) + " " + std::to_string(y));
+        EXPECT_NEAR(value(EV_ABS, ABS_X), 1024 * x / 1920, 1);
+        EXPECT_NEAR(value(EV_ABS, ABS_Y), 1024 * y / 1080, 1);
+    }
+    console("mouse click --at 10 10 right");
+    EXPECT_EQ(value(EV_KEY, BTN_RIGHT), 1);
+    EXPECT_EQ(value(EV_KEY, BTN_RIGHT), 0);
+    console("mouse wheel --at 10 10 -- -3");
+    EXPECT_EQ(value(EV_REL, REL_WHEEL), -3);
     console("mouse-mode rel");
     ASSERT_TRUE(hasDevices(0));
     ASSERT_TRUE(hasDevices(2));
     console("mouse by 7 -- -9");
-    EXPECT_EQ(event([](const Event &e) { return e.type == EV_REL && e.code == REL_X; }).value, 7);
-    EXPECT_EQ(event([](const Event &e) { return e.type == EV_REL && e.code == REL_Y; }).value, -9);
+    EXPECT_EQ(value(EV_REL, REL_X), 7);
+    EXPECT_EQ(value(EV_REL, REL_Y), -9);
 }
 
 TEST_F(VirtualPc, LockKeysAreTheComputers) {
@@ -372,9 +380,18 @@ TEST_F(VirtualPc, SaysWhatIsTheMatterAndTakesTheComputerBack) {
         EXPECT_TRUE(comesTrue([&] { return holds(pc().condition(), text); }, 20s))
             << pc().condition() << ", not " << text;
     };
+    // Its driver is gone, so nobody fetches what is typed.
+    guest("cd /sys/bus/usb/drivers/usbhid; for i in [0-9]*; do echo $i >unbind; done; cd /tmp");
+    console("key a");
+    condition("has not fetched a report for");
+    board_->hidChip().unplug();
+    board_->hidChip().plug();
+    ASSERT_TRUE(hasDevices(3));
+    condition("the computer is on");
+
     qmp().execute("stop");
     condition("is paused");
-    // More reports than its queue has room for; a socket that nobody reads does not stop the chip.
+    // More reports than its queue has room for.
     std::string text(200, 'x');
     console("--interval 2 type " + text);
     EXPECT_GT(pc().state().replaced, 0U);

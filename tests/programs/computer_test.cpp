@@ -87,7 +87,7 @@ TEST(Computer, WhatIsMissingOrWrongIsSaid) {
     const std::pair<const char *, const char *> wrong[] = {
         {"--computer windows",
          "--computer takes bios, grub, linux, or a file; there is no windows"},
-        {"--computer linux --computer-files /data", "cannot read /data/vmlinuz"},
+        {"--computer linux --computer-files /data", "cannot open /data/vmlinuz"},
         {"--computer linux --layout de", "--layout"},
         {"--computer bios --chip-buffer two", "two"},
         {"--computer /data", "is no file"},
