@@ -46,8 +46,8 @@ void Qmp::post(const std::string &command, const Json &arguments, int descriptor
     send({{"execute", command}, {"arguments", arguments}}, descriptor);
 }
 
-Qmp::Json Qmp::execute(const std::string &command, const Json &arguments, int descriptor) {
-    constexpr std::chrono::seconds kPatience(3);
+Qmp::Json Qmp::execute(const std::string &command, const Json &arguments, int descriptor,
+                       std::chrono::seconds patience) {
     std::unique_lock<std::mutex> lock(mutex_);
     const unsigned id = ++last_;
     const std::runtime_error silent("the virtual computer does not answer");
@@ -56,7 +56,7 @@ Qmp::Json Qmp::execute(const std::string &command, const Json &arguments, int de
         throw std::runtime_error("the virtual computer is not there");
     const auto waiting = answers_.emplace(id, nullptr).first;
     const bool answered =
-        changed_.wait_for(lock, kPatience, [&] { return ended_ || !waiting->second.is_null(); });
+        changed_.wait_for(lock, patience, [&] { return ended_ || !waiting->second.is_null(); });
     const Json answer = std::move(waiting->second);
     answers_.erase(waiting);
     deaf_ = !answered;

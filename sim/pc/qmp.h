@@ -25,9 +25,9 @@ class Qmp {
 
     /// Sends a command and waits for its answer, from any thread but the one that calls read().
     /// A descriptor goes along, and stays open here. Throws std::runtime_error when QEMU refuses,
-    /// ends, or does not answer within 3 s; after that at once, until it says something again.
+    /// ends, or does not answer in time; after that at once, until it says something again.
     Json execute(const std::string &command, const Json &arguments = Json::object(),
-                 int descriptor = -1);
+                 int descriptor = -1, std::chrono::seconds patience = std::chrono::seconds(3));
     /// The same without waiting for the answer.
     void post(const std::string &command, const Json &arguments = Json::object(),
               int descriptor = -1);

@@ -124,25 +124,23 @@ class VirtualPc::Life {
 
     void start() {
         try {
-            Qmp &qmp = qemu_->qmp();
-            qmp.execute("qmp_capabilities");
-            if (restored_) {
+            tell("qmp_capabilities");
+            if (restored_)
                 awaitRestored();
-                restoredWell_ = true;
-            } else if (pc_.options_.pc.boot == Boot::kLinux)
+            else if (pc_.options_.pc.boot == Boot::kLinux)
                 bootLinux();
-            qmp.execute("device_add", {{"driver", "usb-redir"},
-                                       {"id", "chip"},
-                                       {"bus", "usb.0"},
-                                       {"chardev", "hid"},
-                                       {"debug", 4}});
+            tell("device_add", {{"driver", "usb-redir"},
+                                {"id", "chip"},
+                                {"bus", "usb.0"},
+                                {"chardev", "hid"},
+                                {"debug", 4}});
             {
                 // From now on a cable that is plugged in is plugged into a running computer.
                 const Lock lock(pc_.mutex_);
                 pc_.pluggedAt_ = Clock::now();
                 pc_.hotPlugged_ = false;
             }
-            qmp.execute("cont");
+            tell("cont");
             started_ = true;
             pc_.setCondition("");
         } catch (const std::exception &error) {
@@ -151,11 +149,21 @@ class VirtualPc::Life {
         }
     }
 
+    // Longer than for a person, because a busy machine may start several computers.
+    Qmp::Json tell(const std::string &command, const Qmp::Json &arguments = Qmp::Json::object(),
+                   int descriptor = -1) {
+        constexpr std::chrono::seconds kLongPatience(60);
+        return qemu_->qmp().execute(command, arguments, descriptor, kLongPatience);
+    }
+
     void awaitRestored() {
         constexpr std::chrono::milliseconds kTick(10);
         constexpr int kMost = 6000;
         for (int i = 0; i < kMost; ++i) {
-            if (qemu_->qmp().execute("query-status").value("status", "") != "inmigrate") return;
+            if (tell("query-status").value("status", "") != "inmigrate") {
+                restoredWell_ = true;
+                return;
+            }
             std::this_thread::sleep_for(kTick);
         }
         throw std::runtime_error("the saved state of the virtual computer does not load");
@@ -165,14 +173,14 @@ class VirtualPc::Life {
     void bootLinux() {
         constexpr std::chrono::seconds kLongestBoot(300);
         pc_.setCondition("Linux boots; the next start will be faster");
-        qemu_->qmp().execute("cont");
+        tell("cont");
         {
             std::unique_lock<std::mutex> lock(pc_.mutex_);
             pc_.changed_.wait_for(lock, kLongestBoot,
                                   [this] { return pc_.ready_ || pc_.ending_ || ended_; });
             if (!pc_.ready_) throw std::runtime_error("the virtual computer does not boot");
         }
-        qemu_->qmp().execute("stop");
+        tell("stop");
         save();
     }
 
@@ -180,13 +188,12 @@ class VirtualPc::Life {
     void save() {
         NewFile file(stateFile(pc_.options_.pc));
         if (file.descriptor() < 0) return;
-        Qmp &qmp = qemu_->qmp();
-        qmp.execute("getfd", {{"fdname", "state"}}, file.descriptor());
-        qmp.execute("migrate-set-parameters", {{"max-bandwidth", 10000000000}});
-        qmp.execute("migrate", {{"uri", "fd:state"}});
+        tell("getfd", {{"fdname", "state"}}, file.descriptor());
+        tell("migrate-set-parameters", {{"max-bandwidth", 10000000000}});
+        tell("migrate", {{"uri", "fd:state"}});
         constexpr std::chrono::milliseconds kTick(20);
         for (int i = 0; i < 3000; ++i) {
-            const std::string status = qmp.execute("query-migrate").value("status", "");
+            const std::string status = tell("query-migrate").value("status", "");
             if (status == "completed") file.keep();
             if (status == "completed" || status == "failed") return;
             std::this_thread::sleep_for(kTick);
@@ -207,7 +214,7 @@ class VirtualPc::Life {
         if (cable_.blocked()) ready[1].events |= POLLOUT;
         poll(ready, kCount, timeout());
         std::uint64_t wakes = 0;
-        if (ready[0].revents != 0 && read(pc_.wake_, &wakes, sizeof wakes) < 0) return false;
+        if (ready[0].revents != 0 && read(pc_.wake_, &wakes, sizeof wakes) < 0) wakes = 0;
         if (ready[2].revents != 0) output_.read([this](const std::string &line) { log(line); });
         for (std::size_t n = 0; n < 2; ++n)
             if (ready[4 + n].revents != 0)

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <map>
 #include <set>
+#include <sstream>
 
 #include "protocol/keys.h"
 #include "tests/support/on_pc.h"
@@ -66,17 +67,15 @@ TEST_F(ColdPc, LinuxEchoesALongLine) {
     text.resize(200, 'x');
     ASSERT_TRUE(shows("\n#\n"));
     console("type '" + text + "' && quillon-console --to 192.168.1.10 key enter");
-    std::string seen = "no";
-    EXPECT_TRUE(comesTrue(
-        [&] {
-            // The screen breaks the line at its 80th column.
-            seen = "";
-            for (const std::string &line : pc().screen().lines)
-                seen += line + std::string(80 - std::min<std::size_t>(80, line.size()), ' ');
-            return holds(seen, "# " + text);
-        },
-        60s))
-        << screen();
+    // The screen breaks the line at its 80th column.
+    const auto joined = [&] {
+        std::string all;
+        std::istringstream lines(screen());
+        for (std::string line; std::getline(lines, line);)
+            all += line + std::string(80 - std::min<std::size_t>(80, line.size()), ' ');
+        return all;
+    };
+    EXPECT_TRUE(comesTrue([&] { return holds(joined(), "# " + text); }, 60s)) << screen();
 }
 
 // ---- restored

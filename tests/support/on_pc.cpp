@@ -92,7 +92,11 @@ Event OnPc::event(const std::function<bool(const Event &)> &wanted) {
 
 std::string OnPc::screen() {
     std::string text;
-    for (const std::string &line : pc_->screen().lines) text += line + "\n";
+    try {
+        for (const std::string &line : pc_->screen().lines) text += line + "\n";
+    } catch (const std::runtime_error &error) {  // of a machine that is too busy
+        text = error.what();
+    }
     return text;
 }
 
