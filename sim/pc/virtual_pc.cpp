@@ -331,11 +331,11 @@ class VirtualPc::Life {
 VirtualPc::VirtualPc(Options options)
     : options_(std::move(options)), wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     if (wake_ < 0) throw std::runtime_error(std::string("eventfd: ") + strerror(errno));
-    switchOn();
+    VirtualPc::switchOn();
 }
 
 VirtualPc::~VirtualPc() {
-    switchOff();
+    VirtualPc::switchOff();
     if (thread_.joinable()) thread_.join();
     close(wake_);
 }
