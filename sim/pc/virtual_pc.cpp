@@ -244,7 +244,8 @@ class VirtualPc::Life {
         cable_.write();
         publish();
         const Trouble now = pc_.trouble();
-        if (now != told_ && started_) pc_.tell(Event::kPower, pc_.words(now));
+        if (now != told_ && now != Trouble::kOff && told_ != Trouble::kOff)
+            pc_.tell(Event::kPower, pc_.words(now));
         told_ = now;
     }
 
