@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <sstream>
 #include <stdexcept>
 
 #include "sim/board_control.h"
@@ -89,7 +90,9 @@ int enterBoard(const std::string &name, const std::vector<std::string> &command)
 // Prints an answer in words; the exit status.
 int printAnswer(const std::string &answer) {
     const bool refused = answer.rfind(kRefused, 0) == 0;
-    fprintf(refused ? stderr : stdout, "%s\n", quillon::printableLines(answer).c_str());
+    std::istringstream lines(answer);
+    for (std::string line; std::getline(lines, line);)
+        fprintf(refused ? stderr : stdout, "%s\n", quillon::printableText(line).c_str());
     return refused ? 1 : 0;
 }
 

@@ -174,6 +174,11 @@ pid_t forkOrThrow() {
     fflush(nullptr);
     const pid_t pid = fork();
     require(pid >= 0, "fork");
+    // From an earlier host of this process; the child has nobody to pass signals on to.
+    struct sigaction now {};
+    for (const int sig : {SIGINT, SIGTERM, SIGHUP})
+        if (pid == 0 && sigaction(sig, nullptr, &now) == 0 && now.sa_handler == passOn)
+            signal(sig, SIG_DFL);
     return pid;
 }
 

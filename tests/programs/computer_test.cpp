@@ -31,15 +31,19 @@ std::string greetingAt(const std::string &path) {
 TEST(Computer, IsSeenSwitchedAndConfinedAndEndsWithItsBoard) {
     setenv("XDG_RUNTIME_DIR", "/data", 1);
     Tmux terminal("stty sane; quillon-board --computer linux --vnc; cat", 100, 40);
-    ASSERT_TRUE(terminal.shows("the computer is on")) << terminal.screen();
-    ASSERT_TRUE(terminal.shows("BusyBox")) << terminal.screen();
-    ASSERT_TRUE(terminal.shows("usb configured")) << terminal.screen();
+    ASSERT_TRUE(terminal.shows("the computer is on", 20s)) << terminal.screen();
+    ASSERT_TRUE(terminal.shows("BusyBox", 20s)) << terminal.screen();
+    ASSERT_TRUE(terminal.shows("usb configured", 20s)) << terminal.screen();
     EXPECT_EQ(
         run("quillon-board enter -- quillon-console --to 192.168.1.10 type 'echo seen\n'").said,
         "");
-    EXPECT_TRUE(terminal.shows("# echo seen\nseen\n#")) << terminal.screen();
-    EXPECT_TRUE(terminal.shows("last report taken")) << terminal.screen();
+    EXPECT_TRUE(terminal.shows("# echo seen\nseen\n#", 20s)) << terminal.screen();
+    EXPECT_TRUE(terminal.shows("last report taken", 20s)) << terminal.screen();
     EXPECT_TRUE(holds(run("quillon-board ctl screen"), "# echo seen\nseen\n#"));
+    test::writeFile("/data/line", "printf '\\303\\244 umlaut'\n");
+    run("quillon-board enter -- quillon-console --to 192.168.1.10 type </data/line");
+    EXPECT_TRUE(comesTrue(
+        [] { return holds(run("LC_ALL=C.UTF-8 quillon-board ctl screen"), "\nä umlaut#"); }, 10s));
     EXPECT_EQ(run("cd /data && quillon-board ctl screenshot seen.png && head -c 4 seen.png").said,
               "\x89PNG");
     EXPECT_EQ(run("quillon-board ctl screenshot /nowhere/seen.png").status, 1);
@@ -58,10 +62,10 @@ TEST(Computer, IsSeenSwitchedAndConfinedAndEndsWithItsBoard) {
     EXPECT_LT(atoi(run("sed -n 's/^VmRSS://p' " + process + "status").said.c_str()), 300 * 1024);
 
     EXPECT_EQ(run("quillon-board ctl computer off").said, "the computer is off\n");
-    EXPECT_TRUE(terminal.shows("usb not configured")) << terminal.screen();
+    EXPECT_TRUE(terminal.shows("usb not configured", 20s)) << terminal.screen();
     EXPECT_TRUE(holds(run("quillon-board ctl computer reset"), "error: the computer is off\n"));
     EXPECT_EQ(run("quillon-board ctl computer on").said, "the computer starts\n");
-    EXPECT_TRUE(terminal.shows("usb configured")) << terminal.screen();
+    EXPECT_TRUE(terminal.shows("usb configured", 20s)) << terminal.screen();
     run("pkill -KILL -f '^quillon-board --computer'");
     EXPECT_TRUE(comesTrue([] { return run("pidof qemu-system-x86_64").status != 0; }, 10s));
 }
