@@ -324,7 +324,8 @@ TEST_F(VirtualPc, TextArrivesWholeOverALossyRoad) {
     setup.pace = 10ms;  // Linux fetches a report each 8 ms
     quillon::ControlledEndpoint endpoint(setup);
     for (auto next = states.begin(); next != states.end() || !endpoint.input().idle();) {
-        if (next != states.end() && endpoint.input().idle()) endpoint.input().setKeyboard(*next++);
+        const bool taken = endpoint.input().idle() && pc().state().waiting < 8;
+        if (next != states.end() && taken) endpoint.input().setKeyboard(*next++);
         std::vector<pollfd> fds;
         endpoint.addTo(fds);
         poll(fds.data(), fds.size(), 1);
