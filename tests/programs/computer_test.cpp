@@ -31,6 +31,7 @@ std::string greetingAt(const std::string &path) {
 TEST(Computer, IsSeenSwitchedAndConfinedAndEndsWithItsBoard) {
     setenv("XDG_RUNTIME_DIR", "/data", 1);
     Tmux terminal("stty sane; quillon-board --computer linux --vnc; cat", 100, 40);
+    ASSERT_TRUE(terminal.shows("192.168.1.10:80  CH9329", 20s)) << terminal.screen();
     ASSERT_TRUE(terminal.shows("the computer is on", 20s)) << terminal.screen();
     ASSERT_TRUE(terminal.shows("BusyBox", 20s)) << terminal.screen();
     ASSERT_TRUE(terminal.shows("usb configured", 20s)) << terminal.screen();
