@@ -101,7 +101,8 @@ void measure(int keys) {
     });
 
     quillon::Endpoint console(options.address, 80, options.consoles.front());
-    const auto down = quillon::keyboardRecord({0, 0x04}), up = quillon::keyboardRecord({});
+    const auto down = quillon::keyboardRecord({0, quillon::kUsageA}),
+               up = quillon::keyboardRecord({});
     std::vector<double> toChip, toFetched, toEvent, polling;
     for (int i = -kWarmUp; i < keys; ++i) {
         stations.expect();

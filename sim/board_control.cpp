@@ -73,7 +73,7 @@ std::string switchComputer(Board &board, Words &words) {
     Machine &machine = machineOf(board);
     std::string what;
     words >> what;
-    if (what == "on") return machine.switchOn() ? "the computer starts" : "the computer is on";
+    if (what == "on") return machine.switchOn() ? "the computer starts" : machine.condition();
     if (what == "off") {
         machine.switchOff();
         return "the computer is off";
@@ -101,9 +101,9 @@ std::string screenshot(Board &board, Words &) {
 
 std::string machineStatus(Machine &machine, const Computer::State &state) {
     std::string text = "\ncomputer " + machine.condition();
-    text += "\nchip     " + std::to_string(state.waiting) + " reports wait, " +
-            std::to_string(state.replaced) + " replaced by newer ones, " +
-            std::to_string(state.lost) + " lost without a computer";
+    text += "\nchip     reports waiting: " + std::to_string(state.waiting) +
+            ", replaced by newer ones: " + std::to_string(state.replaced) +
+            ", lost without a computer: " + std::to_string(state.lost);
     if (state.waitingSince) text += "\nwaiting  for " + secondsSince(*state.waitingSince);
     if (state.taken) text += "\ntaken    the last report, " + secondsSince(*state.taken) + " ago";
     if (!machine.picture().empty()) text += "\npicture  " + machine.picture();

@@ -150,17 +150,20 @@ void describe(CLI::App &app, Options &options) {
     auto *layout = app.add_option("--layout", options.layout, "Keyboard layout of the computer")
                        ->type_name("LAYOUT")
                        ->capture_default_str();
-    app.add_option("--variant", options.variant, "Variant of that layout")->type_name("VARIANT");
-    app.add_option("--system", options.system,
-                   "What dead keys do on the computer: x11, console or windows")
-        ->check(CLI::IsMember(quillon::kSystemNames).description(""))
-        ->type_name("SYSTEM")
-        ->capture_default_str();
+    auto *variant = app.add_option("--variant", options.variant, "Variant of that layout")
+                        ->type_name("VARIANT");
+    auto *system = app.add_option("--system", options.system,
+                                  "What dead keys do on the computer: x11, console or windows")
+                       ->check(CLI::IsMember(quillon::kSystemNames).description(""))
+                       ->type_name("SYSTEM")
+                       ->capture_default_str();
     auto *computer =
         app.add_option("--computer", options.computer,
                        "A virtual PC as the computer: bios, grub, linux, or a disk or .iso file")
             ->type_name("WHAT")
             ->excludes(layout)
+            ->excludes(variant)
+            ->excludes(system)
             ->excludes(mcu);
     app.add_option("--computer-files", options.computerFiles,
                    "Folder with what grub and linux need, see scripts/computer; without it "

@@ -15,6 +15,7 @@
 
 #include "sim/board_control.h"
 #include "sim/host/control_socket.h"
+#include "sim/host/descriptor.h"
 #include "sim/host/private_host.h"
 #include "sim/host/process.h"
 #include "terminal/printable.h"
@@ -34,33 +35,24 @@ bool inOtherNamespace(pid_t pid, const char *which) {
            strcmp(own, other) != 0;
 }
 
-// A descriptor that is closed on every way out.
-class Handle {
-  public:
-    Handle(int fd, const char *what) : fd_(fd) {
-        if (fd < 0) fail(what);
-    }
-    ~Handle() { close(fd_); }
-    Handle(const Handle &) = delete;
-    Handle &operator=(const Handle &) = delete;
-    int get() const { return fd_; }
-
-  private:
-    const int fd_;
-};
+Descriptor opened(int fd, const char *what) {
+    if (fd < 0) fail(what);
+    return Descriptor(fd);
+}
 
 void joinNamespacesOf(pid_t board) {
     constexpr char kCannot[] = "cannot enter the board";
     char cwd[4096];
     if (getcwd(cwd, sizeof cwd) == nullptr) strcpy(cwd, "/");
     const std::string process = "/proc/" + std::to_string(board);
-    const Handle handle(static_cast<int>(syscall(SYS_pidfd_open, board, 0)), kCannot);
+    const Descriptor handle = opened(static_cast<int>(syscall(SYS_pidfd_open, board, 0)), kCannot);
     // The number may belong to another process by now. If that happens later, setns() fails.
     struct stat owner {};
     if (stat(process.c_str(), &owner) != 0) fail(kCannot);
     if (owner.st_uid != getuid()) throw std::runtime_error(kCannot);
     // For a board in a chroot, the root of its mount namespace is the host's, not the board's.
-    const Handle root(open((process + "/root").c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC), kCannot);
+    const Descriptor root =
+        opened(open((process + "/root").c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC), kCannot);
     int spaces = CLONE_NEWNS | CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWPID;
     if (inOtherNamespace(board, "user")) spaces |= CLONE_NEWUSER;
     if (setns(handle.get(), spaces) != 0 || fchdir(root.get()) != 0 || chroot(".") != 0)
@@ -102,7 +94,7 @@ int saveScreenshot(const Options &options) {
     const std::string &path = options.command[1];
     const std::string answer = askBoard(options.name, kScreenshot);
     if (answer.rfind(kRefused, 0) == 0) return printAnswer(answer);
-    FILE *file = fopen(path.c_str(), "w");
+    FILE *file = fopen(path.c_str(), "we");
     if (file == nullptr) fail("cannot write " + path);
     const bool written = fwrite(answer.data(), 1, answer.size(), file) == answer.size();
     if (fclose(file) != 0 || !written) fail("cannot write " + path);

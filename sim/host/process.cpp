@@ -77,10 +77,11 @@ bool giveUpRights(unsigned nobody) {
     if (!hideFiles()) return false;
     for (unsigned n = 0; n <= kLastCapability; ++n) prctl(PR_CAPBSET_DROP, n, 0, 0, 0);
     prctl(PR_SET_SECUREBITS, kNoRoot, 0, 0, 0);
-    syscall(SYS_setgroups, 0, nullptr);
+    const bool inNoGroup = syscall(SYS_setgroups, 0, nullptr) == 0;
     // In a user namespace with one user there is no other, and setgroups() is refused.
     if (syscall(SYS_setresgid, nobody, nobody, nobody) != 0 && errno != EINVAL) return false;
-    if (syscall(SYS_setresuid, nobody, nobody, nobody) != 0 && errno != EINVAL) return false;
+    const bool other = syscall(SYS_setresuid, nobody, nobody, nobody) == 0;
+    if (other ? !inNoGroup : errno != EINVAL) return false;
     __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
     __user_cap_data_struct none[2]{};
     return syscall(SYS_capset, &header, none) == 0 && prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0;

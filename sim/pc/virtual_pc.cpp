@@ -203,30 +203,31 @@ class VirtualPc::Life {
     // ---- the thread that serves the computer
 
     bool serve() {
-        pollfd ready[] = {{pc_.wake_, POLLIN, 0},
-                          {cable_.descriptor(), POLLIN, 0},
-                          {output_.descriptor(), POLLIN, 0},
-                          {qemu_->qmp().descriptor(), POLLIN, 0},
-                          {serial_[0].descriptor(), POLLIN, 0},
-                          {serial_[1].descriptor(), POLLIN, 0},
-                          {started_ ? viewers_ : -1, POLLIN, 0}};
-        constexpr int kCount = sizeof ready / sizeof ready[0];
-        if (cable_.blocked()) ready[1].events |= POLLOUT;
+        enum { kWake, kCable, kOutput, kQmp, kSerial, kViewers = kSerial + 2, kCount };
+        pollfd ready[kCount] = {{pc_.wake_, POLLIN, 0},
+                                {cable_.descriptor(), POLLIN, 0},
+                                {output_.descriptor(), POLLIN, 0},
+                                {qemu_->qmp().descriptor(), POLLIN, 0},
+                                {serial_[0].descriptor(), POLLIN, 0},
+                                {serial_[1].descriptor(), POLLIN, 0},
+                                {started_ ? viewers_ : -1, POLLIN, 0}};
+        if (cable_.blocked()) ready[kCable].events |= POLLOUT;
         poll(ready, kCount, timeout());
         std::uint64_t wakes = 0;
-        if (ready[0].revents != 0 && read(pc_.wake_, &wakes, sizeof wakes) < 0) wakes = 0;
-        if (ready[2].revents != 0) output_.read([this](const std::string &line) { log(line); });
+        [[maybe_unused]] const ssize_t size = read(pc_.wake_, &wakes, sizeof wakes);
+        if (ready[kOutput].revents != 0)
+            output_.read([this](const std::string &line) { log(line); });
         for (std::size_t n = 0; n < 2; ++n)
-            if (ready[4 + n].revents != 0)
+            if (ready[kSerial + n].revents != 0)
                 serial_[n].read([&](const std::string &line) { serialLine(n, line); });
-        if (ready[6].revents != 0) acceptViewer();
-        serveCable(ready[1].revents != 0);
+        if (ready[kViewers].revents != 0) acceptViewer();
+        serveCable(ready[kCable].revents != 0);
         const auto onEvent = [this](const std::string &event) {
             const Lock lock(pc_.mutex_);
             if (event == "STOP") pc_.pausedSince_ = Clock::now();
             if (event == "RESUME") pc_.pausedSince_.reset();
         };
-        if (ready[3].revents == 0 || qemu_->qmp().read(onEvent)) return true;
+        if (ready[kQmp].revents == 0 || qemu_->qmp().read(onEvent)) return true;
         const Lock lock(pc_.mutex_);
         ended_ = true;
         pc_.changed_.notify_all();
@@ -337,7 +338,6 @@ VirtualPc::VirtualPc(Options options)
 
 VirtualPc::~VirtualPc() {
     VirtualPc::switchOff();
-    if (thread_.joinable()) thread_.join();
     close(wake_);
 }
 

@@ -52,7 +52,6 @@ class UsbCable::Peer {
         usbredirparser_init(parser, name, capabilities, USB_REDIR_CAPS_SIZE,
                             usbredirparser_fl_usb_host);
     }
-    ~Peer() = default;
     Peer(const Peer &) = delete;
     Peer &operator=(const Peer &) = delete;
 

@@ -2,7 +2,6 @@
 // QEMU's device "usb-redir" speaks at the other end.
 #pragma once
 
-#include <functional>
 #include <memory>
 
 #include "sim/host/descriptor.h"

@@ -8,9 +8,6 @@ namespace {
 
 // Request types and codes of the USB and HID standards.
 enum : std::uint8_t {
-    kFromDevice = 0x80,
-    kToInterface = 0x01,
-    kToEndpoint = 0x02,
     kClass = 0x20,
     kKindOfRequest = 0x60,
     kGetStatus = 0,
@@ -113,11 +110,6 @@ UsbDevice::Endpoint *UsbDevice::at(std::uint8_t endpoint) {
     return n < endpoints_.size() ? &endpoints_[n] : nullptr;
 }
 
-const UsbDevice::Endpoint *UsbDevice::at(std::uint8_t endpoint) const {
-    const unsigned n = endpoint - kKeyboardEndpoint;
-    return n < endpoints_.size() ? &endpoints_[n] : nullptr;
-}
-
 void UsbDevice::reset() {
     configure(0);
     leds_ = 0;
@@ -134,11 +126,6 @@ void UsbDevice::poll(std::uint8_t endpoint, bool polled) {
         which->polled = polled;
         which->onItsWay.reset();
     }
-}
-
-bool UsbDevice::polled(std::uint8_t endpoint) const {
-    const Endpoint *which = at(endpoint);
-    return which != nullptr && which->polled;
 }
 
 // ---- reports
@@ -257,6 +244,7 @@ std::optional<Bytes> UsbDevice::classRequest(const Request &request, const Bytes
                 leds_ = data[0] & 0x07;
             return Bytes{};
         case kSetIdle:
+            if (request.index != 0) return Bytes{};  // a movement must not come twice
             endpoint.idle = kIdleUnit * (request.value >> 8);
             endpoint.repeatAt =
                 endpoint.last.empty() ? Clock::time_point::max() : Clock::now() + endpoint.idle;

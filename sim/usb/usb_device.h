@@ -2,7 +2,6 @@
 // until the computer fetches them. It knows no wire and starts no thread.
 #pragma once
 
-#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -63,7 +62,6 @@ class UsbDevice {
 
     /// The computer polls the endpoint now, or stopped to.
     void poll(std::uint8_t endpoint, bool polled);
-    bool polled(std::uint8_t endpoint) const;
 
     /// A report from the chip. Before the device is configured it is lost.
     void put(std::uint8_t endpoint, const Bytes &report);
@@ -96,7 +94,6 @@ class UsbDevice {
     };
 
     Endpoint *at(std::uint8_t endpoint);
-    const Endpoint *at(std::uint8_t endpoint) const;
     std::optional<Bytes> descriptor(const Request &request) const;
     Bytes configurationDescriptor() const;
     Bytes stringDescriptor(std::uint8_t index) const;

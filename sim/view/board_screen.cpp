@@ -49,7 +49,7 @@ std::string onOff(bool on) {
 // How the computer takes the chip's reports.
 std::string takenWords(const Computer::State &state) {
     if (state.waitingSince)
-        return std::to_string(state.waiting) + " reports wait, for " +
+        return "reports waiting: " + std::to_string(state.waiting) + ", for " +
                secondsSince(*state.waitingSince);
     return state.taken ? "last report taken " + secondsSince(*state.taken) + " ago"
                        : "no report yet";

@@ -49,8 +49,6 @@ TEST_F(ColdPc, BootLoaderTakesTextAndRepeatsAHeldKey) {
     console("type 'Echo \"{ABC xyz}\" $0;|_'");
     EXPECT_TRUE(shows("Echo \"{ABC xyz}\" $0;|_setparams"));
     // The firmware asked the chip to repeat reports (SET_IDLE); the loader counts those.
-    console("key home");
-    type(kConsole, 'q');
     const auto down = quillon::keyboardRecord({0, quillon::kUsageA});
     quillon::Endpoint endpoint(kBoard, 80, kConsole);
     endpoint.send(down.data(), down.size());
@@ -394,8 +392,8 @@ TEST_F(VirtualPc, SaysWhatIsTheMatterAndTakesTheComputerBack) {
     // More reports than its queue has room for.
     std::string text(200, 'x');
     console("--interval 2 type " + text);
-    EXPECT_GT(pc().state().replaced, 0U);
-    EXPECT_GT(pc().state().waiting, 30U);
+    EXPECT_TRUE(
+        becomes([](const auto &state) { return state.replaced > 0 && state.waiting > 30; }));
     qmp().execute("cont");
     EXPECT_TRUE(becomes([](const auto &state) { return state.waiting == 0; }));
 

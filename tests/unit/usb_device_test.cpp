@@ -83,6 +83,14 @@ TEST_F(ChipOnUsb, RepeatsAReportAsOftenAsTheComputerAsked) {
     Bytes fetched;
     EXPECT_FALSE(device_.fetched(kKeys, fetched));
     EXPECT_EQ(device_.control({0xA1, 2, 0, 0, 1}, {}), Bytes{8});  // GET_IDLE
+
+    constexpr std::uint8_t kRelative = kKeys + 1;
+    device_.poll(kRelative, true);
+    device_.put(kRelative, {1, 0, 5, 5, 0});
+    ASSERT_TRUE(device_.next(kRelative, now));
+    device_.fetched(kRelative, fetched);
+    ASSERT_TRUE(device_.control({0x21, 10, 8 << 8, 1, 0}, {}));
+    EXPECT_FALSE(device_.next(kRelative, now + 40ms)) << "the pointer would move again";
 }
 
 TEST_F(ChipOnUsb, AnswersTheRequestsOfAKeyboardAndRefusesOthers) {
