@@ -156,6 +156,10 @@ bool hasVideoWatch(const char *board) {
     return rowOf(board).video;
 }
 
+const char *forcedPort(const char *board) {
+    return rowOf(board).port;
+}
+
 void setUpBoard(const char *board) {
     const BoardRow &row = rowOf(board);
     for (const PinStep &step : row.pins.steps) {
@@ -165,9 +169,9 @@ void setUpBoard(const char *board) {
         else
             setRegister(step.address, step.value);
     }
-    if (row.port != nullptr) {
+    if (const char *port = forcedPort(board); port != nullptr) {
         const auto config = Singleton<SoftwareConfig>::getInstance();
-        config->SetConfig(SoftwareConfig::kComPort, row.port);
+        config->SetConfig(SoftwareConfig::kComPort, port);
         config->SaveConfig();
     }
     hd_info = row.family;

@@ -20,6 +20,10 @@ bool hasCh9329(const char *board);
 /// True for the boards whose video input can be watched.
 bool hasVideoWatch(const char *board);
 
+/// The serial port ("COM1") that a board with a CH9329 uses whatever its settings say; null when the
+/// settings decide.
+const char *forcedPort(const char *board);
+
 /// Sets the pins of the board through registers, forces and saves the serial port of a board that
 /// needs a certain one, sets hd_info, and switches the USB power off on most boards.
 void setUpBoard(const char *board);

@@ -1,0 +1,47 @@
+// A second copy of the daemon's settings, for power cuts.
+//
+// The daemon rewrites quillon.ini in place. A cut soon after that leaves the file empty, and an
+// empty file switches permissions off. The copy stands beside it as quillon.ini.kept.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace service {
+
+constexpr char kSettingsName[] = "quillon.ini", kCopyName[] = "quillon.ini.kept";
+/// Where an incomplete file stays that the copy replaced, if it was not empty.
+constexpr char kRefusedName[] = "quillon.ini.refused";
+
+/// True for what the daemon writes: the line "[serial]", its 25 keys in their order, each with a
+/// value on a line of its own, and a line feed at the end.
+bool isComplete(const std::string &settings);
+
+enum class Kept {
+    kNothing,  ///< the file is missing, incomplete, or was being written
+    kSame,     ///< the copy has the same text
+    kCopied,
+};
+/// Copies the settings of a folder if they are complete, and returns when both are on the disk.
+/// Settings that are older than the copy are copied only with evenOlder: just written, by a clock
+/// that went back. Throws std::system_error when the disk refuses.
+Kept keepSettings(const std::string &folder, bool evenOlder);
+
+enum class Restored {
+    kNone,     ///< the settings are complete and not older than the copy, which is now like them
+    kNoCopy,   ///< they are incomplete or missing, and so is the copy
+    kMissing,  ///< the copy is back, because there was no file
+    kIncomplete,
+    kOlder,
+};
+/// Puts the copy back where the settings are missing, incomplete or older than it. To be called
+/// before each start of the daemon. Throws std::system_error when the disk refuses.
+Restored restoreSettings(const std::string &folder);
+
+struct Comparison {
+    std::string words;
+    bool good = false;  ///< both are complete and the same
+};
+Comparison compareSettings(const std::string &folder);
+
+}  // namespace service
