@@ -49,6 +49,9 @@ void addLayoutOptions(CLI::App &command, Options &options);
 /// Prints the layouts of the database when --layout says "list"; false otherwise.
 bool listLayouts(const Options &options);
 
+/// Adds all options and subcommands to the parser, which writes the values to options.
+void describe(CLI::App &app, Options &options);
+
 /// Throws CLI::RequiredError without an address to talk to.
 Session openSession(const Options &options);
 

@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -13,6 +12,7 @@
 #include <iterator>
 #include <stdexcept>
 
+#include "flash/options.h"
 #include "flash/progress.h"
 #include "flash/result.h"
 #include "flash/serial_holder.h"
@@ -25,17 +25,12 @@
 namespace {
 
 namespace fs = std::filesystem;
+using flash::Options, flash::kUsualFolder;
 using quillon::printable;
 
 constexpr char kProgram[] = "quillon-flash";
-constexpr char kUsualFolder[] = "/data/quillon";
 
 volatile std::sig_atomic_t interrupted = 0;
-
-struct Options {
-    std::string file, folder;
-    bool yes = false;
-};
 
 std::string readFile(const std::string &path) {
     std::ifstream file(path, std::ios::binary);
@@ -188,19 +183,10 @@ int run(const Options &options) {
 }
 
 int runProgram(int argc, char **argv) {
-    CLI::App app{"Programs the boards behind the microcontroller of an endpoint", kProgram};
+    CLI::App app{"", kProgram};
     app.set_version_flag("--version", kProgram + std::string(" " QUILLON_VERSION));
     Options options;
-    app.add_option("file", options.file, "File of Motorola S-records, *.mot")
-        ->required()
-        ->type_name("FILE.mot");
-    app.add_option(
-           "--config", options.folder,
-           "Folder with the quillon.ini that names the serial port; without it this folder, "
-           "or else " +
-               std::string(kUsualFolder))
-        ->type_name("DIR");
-    app.add_flag("--yes", options.yes, "Program without asking");
+    flash::describe(app, options);
     app.failure_message([](const CLI::App *, const CLI::Error &error) {
         return kProgram + (": " + printable(error.what())) + " (--help says more)\n";
     });

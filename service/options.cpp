@@ -19,6 +19,7 @@ void addFolder(CLI::App &app, std::string &folder) {
 
 void describeGuard(CLI::App &app, GuardOptions &options) {
     app.description("Keeps a copy of the daemon's settings that a power cut cannot take");
+    app.fallthrough();  // --folder may also stand behind the command
     addFolder(app, options.folder);
     app.add_subcommand("restore",
                        "Put the copy back where the settings are missing, incomplete or older; "
@@ -26,7 +27,6 @@ void describeGuard(CLI::App &app, GuardOptions &options) {
     app.add_subcommand("watch", "Copy the settings after each complete write, until a signal");
     app.add_subcommand("status", "Say whether settings and copy are complete and the same");
     app.require_subcommand(1);
-    app.fallthrough();
 }
 
 void describeHealth(CLI::App &app, HealthOptions &options) {
@@ -54,6 +54,7 @@ void describeDoctor(CLI::App &app, DoctorOptions &options) {
 
 void describeFence(CLI::App &app, FenceOptions &options) {
     app.description("Lets only the machines of a list reach the ports of the daemon");
+    app.fallthrough();
     app.add_option("--file", options.file, "The list")->type_name("FILE")->capture_default_str();
     app.add_subcommand("check", "Say whether the list is right, and what is odd in it");
     app.add_subcommand("show", "Print the rules for nft that the list means");
@@ -64,7 +65,6 @@ void describeFence(CLI::App &app, FenceOptions &options) {
     app.add_subcommand("status", "Say whether the fence stands, and what it has turned away");
     app.add_subcommand("off", "Take the rules away");
     app.require_subcommand(1);
-    app.fallthrough();
 }
 
 int runProgram(CLI::App &app, int argc, char **argv, const std::function<int()> &run) {

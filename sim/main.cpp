@@ -41,7 +41,7 @@ int runBoard(const Options &options) {
 }
 
 int run(int argc, char **argv) {
-    CLI::App app{"Runs the daemon on a simulated board", kProgram};
+    CLI::App app{"", kProgram};
     app.set_version_flag("--version", kProgram + std::string(" " QUILLON_VERSION));
     Options options;
     describe(app, options);

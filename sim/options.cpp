@@ -102,6 +102,7 @@ MakeComputer virtualPc(const Options &options) {
 }  // namespace
 
 void describe(CLI::App &app, Options &options) {
+    app.description("Runs the daemon on a simulated board");
     const auto number = CLI::Range(1200, 115200).description("");
     BoardOptions &board = options.board;
     app.add_option("--board", board.identifier, "Board identifier")

@@ -11,7 +11,7 @@ namespace {
 
 using namespace std::string_literals;
 
-constexpr unsigned kUdpHeader = 8, kLongestCommand = 64;
+constexpr unsigned kUdpHeader = 8, kLongestCommand = 80;
 
 // What a console sends at most is 125 records a second, see --interval of quillon-console.
 constexpr char kRecordRate[] = "over 250/second burst 125 packets";
@@ -30,10 +30,16 @@ std::string hex(const std::string &bytes) {
     return text;
 }
 
-// The bytes of a datagram from an offset on.
+// The bytes of a datagram from an offset on. The kernel compares 16 at a time.
 std::string at(std::size_t offset, const std::string &bytes) {
-    return "@th," + std::to_string(8 * (kUdpHeader + offset)) + "," +
-           std::to_string(8 * bytes.size()) + " " + hex(bytes);
+    constexpr std::size_t kAtOnce = 16;
+    std::string text;
+    for (std::size_t i = 0; i < bytes.size(); i += kAtOnce) {
+        const std::string part = bytes.substr(i, kAtOnce);
+        text += (i == 0 ? "" : " ") + ("@th," + std::to_string(8 * (kUdpHeader + offset + i)));
+        text += "," + std::to_string(8 * part.size()) + " " + hex(part);
+    }
+    return text;
 }
 
 std::string length(std::size_t size) {
