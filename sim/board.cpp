@@ -12,6 +12,7 @@
 
 #include "protocol/ports.h"
 #include "sim/computer/plain_computer.h"
+#include "sim/host/device_folder.h"
 #include "sim/host/network.h"
 #include "sim/host/paths.h"
 
@@ -66,9 +67,28 @@ std::string configuredPort(const std::string &settings) {
 // Makes the addresses, before anything listens at them.
 BoardOptions withNetwork(BoardOptions options) {
     std::vector<std::string> addresses{options.address};
-    addresses.insert(addresses.end(), options.consoles.begin(), options.consoles.end());
+    if (!options.devices.empty()) {
+        makeDeviceFolder(options.devices);
+        options.consoles.clear();
+        return options;
+    }
+    if (!options.consolesApart)
+        addresses.insert(addresses.end(), options.consoles.begin(), options.consoles.end());
     makeEth0(addresses);
     return options;
+}
+
+std::unique_ptr<ConsoleNetwork> consoleNetworkOf(const BoardOptions &options) {
+    if (!options.consolesApart || !options.devices.empty()) return nullptr;
+    return std::make_unique<ConsoleNetwork>(options.consoles);
+}
+
+std::unique_ptr<OutputConsoles> makeConsoles(const BoardOptions &options,
+                                             const ConsoleNetwork *network) {
+    std::unique_ptr<OutputConsoles> consoles;
+    const auto make = [&] { consoles = std::make_unique<OutputConsoles>(options.consoles); };
+    network != nullptr ? network->run(make) : make();
+    return consoles;
 }
 
 }  // namespace
@@ -83,15 +103,17 @@ int chipPort(const std::string &identifier, const std::string &configured) {
 
 Board::Board(BoardOptions options)
     : options_(withNetwork(std::move(options))),
+      consoleNetwork_(consoleNetworkOf(options_)),
+      registers_(options_.devices),
       computer_(options_.computer ? options_.computer() : std::make_unique<PlainComputer>()),
       microcontroller_(options_.mcuBoards, options_.chipBaud),
-      consoles_(options_.consoles) {
+      consoles_(makeConsoles(options_, consoleNetwork_.get())) {
     if (options_.chip == BoardOptions::kCh9350)
         rawChip_.emplace(*computer_);
     else
         chip_.emplace(*computer_, options_.chipBaud, options_.storedBaud);
-    writeFiles();
-    ports_ = std::make_unique<SerialPorts>(options_.paced);
+    if (options_.devices.empty()) writeFiles();
+    ports_ = std::make_unique<SerialPorts>(options_.paced, options_.devices);
     attachDevice();
 }
 

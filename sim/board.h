@@ -16,6 +16,7 @@
 #include "sim/chips/microcontroller.h"
 #include "sim/computer/computer.h"
 #include "sim/host/daemon.h"
+#include "sim/host/network.h"
 #include "sim/host/output_consoles.h"
 #include "sim/host/registers.h"
 #include "sim/host/serial_ports.h"
@@ -39,6 +40,11 @@ struct BoardOptions {
     double loss = 0;         ///< part of records, frames, answers and checksums, 0 to 1
     unsigned seed = 1;       ///< chooses what is lost
     bool powerCycle = true;  ///< cut the power when the daemon asks for it with "reboot"
+
+    /// A folder in which the devices are made, for a daemon that somebody else starts; then this is
+    /// no private host, and there is no network. Empty: the board has a daemon of its own.
+    std::string devices;
+    bool consolesApart = false;  ///< the consoles have a network namespace of their own
 
     std::string daemon;                       ///< path of the program
     std::string preload;                      ///< path of its preload library
@@ -92,7 +98,9 @@ class Board {
     int lineBaud() const { return ports_->hostBaud(port_); }
     Microcontroller &microcontroller() { return microcontroller_; }
     VideoSource &video() { return video_; }
-    OutputConsoles &consoles() { return consoles_; }
+    OutputConsoles &consoles() { return *consoles_; }
+    /// The consoles' own network; null when they stand on the board's.
+    const ConsoleNetwork *consoleNetwork() const { return consoleNetwork_.get(); }
     SerialPorts &serialPorts() { return *ports_; }
     Computer &computer() { return *computer_; }
     /// How the daemon switched the computer's USB power; none: not yet, and it is on.
@@ -113,12 +121,13 @@ class Board {
     void supervise();
 
     BoardOptions options_;
+    const std::unique_ptr<ConsoleNetwork> consoleNetwork_;
     Registers registers_;
     const std::unique_ptr<Computer> computer_;
     std::optional<Ch9329> chip_;  ///< a board has one of the two
     std::optional<Ch9350> rawChip_;
     Microcontroller microcontroller_;
-    OutputConsoles consoles_;
+    const std::unique_ptr<OutputConsoles> consoles_;
     VideoSource video_;
     std::unique_ptr<SerialPorts> ports_;
     int port_ = 0;  ///< of the chip

@@ -26,7 +26,7 @@ int complain(const std::exception &error, int status) {
 
 int runBoard(const Options &options) {
     const auto restoreTerminal = quillon::Terminal::restorer();
-    const int status = runOnPrivateHost([&] {
+    const auto run = [&] {
         int ended = 1;
         try {
             ended = runSession(options);
@@ -34,7 +34,10 @@ int runBoard(const Options &options) {
             return complain(error, 1);
         }
         return quillon::finishOutput(kProgram) || ended != 0 ? ended : 1;
-    });
+    };
+    // Devices for a daemon elsewhere are made where that daemon can find them.
+    if (!options.board.devices.empty()) return run();
+    const int status = runOnPrivateHost(run);
     // A process that was killed could not restore the terminal.
     if (options.screen && status > 128) restoreTerminal();
     return status;

@@ -145,6 +145,10 @@ void describe(CLI::App &app, Options &options) {
         ->take_all()
         ->allow_extra_args(false)
         ->capture_default_str();
+    app.add_flag(
+        "--consoles-apart", board.consolesApart,
+        "The consoles, and COMMAND, have a network of their own, so that the board's eth0 is "
+        "between them and the daemon, with its firewall");
     app.add_option("--config", options.configFile, "Settings to start with, a quillon.ini")
         ->check(CLI::ExistingFile.description(""))
         ->type_name("FILE");
@@ -203,6 +207,15 @@ void describe(CLI::App &app, Options &options) {
     app.add_flag("--log", options.log, "Print the daemon's log too");
     app.add_flag("!--no-power-cycle", board.powerCycle,
                  "Do not cut the power when the daemon asks for \"reboot\"");
+    auto *devices =
+        app.add_option(
+               "--devices", board.devices,
+               "Make serial ports and registers in a folder, for a daemon that somebody else "
+               "starts on this machine; no daemon starts, and there is no network")
+            ->type_name("DIR");
+    for (const char *other : {"--config", "--keep", "--log", "--loss", "--console", "--ip",
+                              "--consoles-apart", "--no-power-cycle"})
+        devices->excludes(other);
     app.add_option("command", options.command,
                    "Command to run on the board's network; the board ends with it")
         ->type_name("COMMAND...");
@@ -242,6 +255,12 @@ void complete(CLI::App &app, Options &options) {
     if (!options.traceFile.empty()) options.trace = openTrace(options.traceFile);
     options.screen = options.command.empty() && !options.lines && !options.log && !options.quiet &&
                      options.board.mcuBoards == 0 && ownsScreen();
+    if (!options.board.devices.empty()) {
+        if (!options.command.empty())
+            throw std::runtime_error("with --devices there is no network for a command");
+        options.screen = false;
+        return;
+    }
     if (options.log)
         options.board.onLogLine = [](const std::string &line) {
             printf("log       %s\n", quillon::printable(line).c_str());

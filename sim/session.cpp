@@ -105,6 +105,11 @@ class Session {
                         options_.board.mcuBoards);
             return std::nullopt;
         }
+        if (!options_.board.devices.empty()) {
+            fprintf(stderr, "quillon-board: the devices are in %s; Ctrl-C ends it\n",
+                    quillon::printable(options_.board.devices).c_str());
+            return std::nullopt;
+        }
         board.start();
         const auto begin = Clock::now();
         bool hinted = false;
@@ -125,8 +130,13 @@ class Session {
     }
 
     int serve(Board &board) {
-        if (!options_.command.empty())
+        const auto startCommand = [&] {
             command_ = launch({options_.command, {}, "", -1, -1, -1, false});
+        };
+        if (!options_.command.empty() && board.consoleNetwork() != nullptr)
+            board.consoleNetwork()->run(startCommand);
+        else if (!options_.command.empty())
+            startCommand();
         for (;;) {
             const Wake wake = wait(options_.screen ? 50 : 200);
             if (wake == Wake::kSignal) return interruptedStatus();

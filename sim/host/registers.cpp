@@ -9,6 +9,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "sim/host/device_folder.h"
+
 namespace sim {
 namespace {
 
@@ -18,11 +20,13 @@ constexpr std::uint32_t kUartFlags = 0x12130018, kUartIdle = 0x90;  // both FIFO
 
 }  // namespace
 
-Registers::Registers() {
-    unlink(kDevMem);
-    fd_ = open(kDevMem, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    if (fd_ < 0 || ftruncate(fd_, kSize) != 0)
-        throw std::runtime_error("cannot make /dev/mem: " + std::string(strerror(errno)));
+Registers::Registers(const std::string &devices) {
+    const std::string path = devices.empty() ? kDevMem : devices + "/mem";
+    unlink(path.c_str());
+    fd_ = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (fd_ < 0 || ftruncate(fd_, kSize) != 0 ||
+        (!devices.empty() && !shareWithGroup(fd_, devices)))
+        throw std::runtime_error("cannot make " + path + ": " + strerror(errno));
     set(kUartFlags, kUartIdle);
 }
 

@@ -2,14 +2,15 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 namespace sim {
 
 class Registers {
   public:
-    /// Makes /dev/mem on the private host, all zero but for the flags of an idle UART. Throws
-    /// std::runtime_error when it cannot.
-    Registers();
+    /// Makes the file, all zero but for the flags of an idle UART: /dev/mem on the private host, or
+    /// "mem" in a folder of devices. Throws std::runtime_error when it cannot.
+    explicit Registers(const std::string &devices = "");
     ~Registers();
     Registers(const Registers &) = delete;
     Registers &operator=(const Registers &) = delete;

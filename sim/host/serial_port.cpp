@@ -12,6 +12,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "sim/host/device_folder.h"
 #include "sim/host/paths.h"
 
 namespace sim {
@@ -55,27 +56,38 @@ void makeRaw(int fd) {
     require(tcsetattr(fd, TCSANOW, &options) == 0, "tcsetattr");
 }
 
+void mountDevice(const std::string &terminal, const std::string &path) {
+    umount2(path.c_str(), MNT_DETACH);  // of an earlier board
+    const int target = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    require(target >= 0, path);
+    close(target);
+    require(mount(terminal.c_str(), path.c_str(), nullptr, MS_BIND, nullptr) == 0, path);
+}
+
 }  // namespace
 
-SerialPort::SerialPort(const char *path, bool paced, Tap tap)
+SerialPort::SerialPort(const std::string &name, const std::string &devices, bool paced, Tap tap)
     : paced_(paced), tap_(std::move(tap)) {
-    master_ =
-        open((std::string(kPtyDir) + "/ptmx").c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    const std::string terminals = devices.empty() ? kPtyDir : "/dev/pts";
+    master_ = open((terminals + "/ptmx").c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    // The system's own terminals may have theirs elsewhere only.
+    if (master_ < 0 && !devices.empty())
+        master_ = open("/dev/ptmx", O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     require(master_ >= 0, "open a pseudo-terminal");
     int unlocked = 0, number = 0;
     require(ioctl(master_, TIOCSPTLCK, &unlocked) == 0 && ioctl(master_, TIOCGPTN, &number) == 0,
             "unlock a pseudo-terminal");
-    const std::string slave = std::string(kPtyDir) + "/" + std::to_string(number);
+    const std::string slave = terminals + "/" + std::to_string(number);
     // Held open, so that the settings stay and the master sees no hang-up between two opens.
     keeper_ = open(slave.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
     require(keeper_ >= 0, "open " + slave);
     makeRaw(keeper_);
-
-    umount2(path, MNT_DETACH);  // of an earlier board
-    const int target = open(path, O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-    require(target >= 0, path);
-    close(target);
-    require(mount(slave.c_str(), path, nullptr, MS_BIND, nullptr) == 0, path);
+    if (devices.empty()) {
+        mountDevice(slave, "/dev/" + name);
+        return;
+    }
+    require(shareWithGroup(keeper_, devices), "give " + slave + " to the group of " + devices);
+    linkDevice(devices, name, slave);
 }
 
 SerialPort::~SerialPort() {

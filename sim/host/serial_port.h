@@ -5,6 +5,7 @@
 #include <atomic>
 #include <deque>
 #include <functional>
+#include <string>
 
 #include "sim/chips/serial_device.h"
 
@@ -14,9 +15,10 @@ class SerialPort : public SerialLine {
   public:
     using Tap = std::function<void(bool toDevice, const Bytes &)>;
 
-    /// Makes the pseudo-terminal and mounts it at path on the private host. run() calls tap with
-    /// all bytes that pass. Throws std::runtime_error when the system refuses.
-    SerialPort(const char *path, bool paced, Tap tap);
+    /// Makes the pseudo-terminal: on the private host mounted at /dev/NAME, else with a link of
+    /// that name in a folder of devices. run() calls tap with all bytes that pass. Throws
+    /// std::runtime_error when the system refuses.
+    SerialPort(const std::string &name, const std::string &devices, bool paced, Tap tap);
     ~SerialPort() override;
     SerialPort(const SerialPort &) = delete;
     SerialPort &operator=(const SerialPort &) = delete;

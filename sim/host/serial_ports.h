@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -22,9 +23,9 @@ class SerialPorts {
   public:
     static constexpr int kCount = 4;
 
-    /// Makes the devices on the private host and starts to serve them. Throws std::runtime_error
-    /// when the system refuses.
-    explicit SerialPorts(bool paced);
+    /// Makes the devices, on the private host or in a folder of devices, and starts to serve them.
+    /// Throws std::runtime_error when the system refuses.
+    explicit SerialPorts(bool paced, const std::string &devices = "");
     ~SerialPorts();
     SerialPorts(const SerialPorts &) = delete;
     SerialPorts &operator=(const SerialPorts &) = delete;
