@@ -5,7 +5,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 packages=(g++ cmake ninja-build libboost-dev libcli11-dev libgtest-dev nlohmann-json3-dev
     libbenchmark-dev libncurses-dev libtomlplusplus-dev libusbredirparser-dev libutf8proc-dev
-    libx11-data libxkbcommon-dev pkg-config xkb-data iproute2)
+    libx11-data libxkbcommon-dev pkg-config xkb-data iproute2 nftables scdoc)
 
 as_root() {
     if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi

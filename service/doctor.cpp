@@ -125,6 +125,9 @@ std::set<std::string> addressesOf(const char *interface) {
 
 // Its own address goes into every answer; a wrong one makes consoles ignore them.
 void checkAddress(Report &report) {
+    const auto own = addressesOf("eth0");
+    if (if_nametoindex("eth0") == 0)
+        report.bad("there is no network interface eth0; the daemon joins its group there");
     std::ifstream file(kNetwork);
     if (!file) {
         report.bad(std::string(kNetwork) + because());
@@ -136,13 +139,8 @@ void checkAddress(Report &report) {
         if (const auto at = line.find(kKey); at != std::string::npos)
             address = line.substr(std::min(line.size(), at + strlen(kKey) + 1));
     in_addr parsed{};
-    if (inet_pton(AF_INET, address.c_str(), &parsed) != 1) {
+    if (inet_pton(AF_INET, address.c_str(), &parsed) != 1)
         report.bad(std::string(kNetwork) + " has no line kEth0Ip=ADDRESS");
-        return;
-    }
-    const auto own = addressesOf("eth0");
-    if (if_nametoindex("eth0") == 0)
-        report.bad("there is no network interface eth0; the daemon joins its group there");
     else
         report.decide(own.count(address) != 0, "eth0 has the address " + address,
                       std::string(kNetwork) + " says " + address + ", which eth0 does not have");

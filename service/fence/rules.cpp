@@ -207,6 +207,7 @@ std::string fenceRules(const FenceList &list) {
     text += Chain("input")
                 .rule("type filter hook input priority filter; policy accept;")
                 .rule("iif lo accept")
+                .rule("meta l4proto != udp accept")
                 .rule("udp dport != { " + ports + " } accept")
                 .rule("iifname != \"" + list.interface + "\" counter name other_interface drop")
                 .rule(to(list.recordPort) + "records")

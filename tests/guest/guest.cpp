@@ -87,6 +87,9 @@ Guest::Guest(const std::string &folder) : folder_(folder) {
                       "chardev=qmp,mode=control"};
     qemu.descriptors = {qmpThere.get(), shellThere.get()};
     pid_ = sim::launch(qemu);
+    // Else its end would not be seen here.
+    qmpThere.reset();
+    shellThere.reset();
     qmp_.emplace(dup(qmp.get()));
     reader_ = std::thread([this] {
         pollfd readable{qmp_->descriptor(), POLLIN, 0};

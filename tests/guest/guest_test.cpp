@@ -105,7 +105,8 @@ TEST_F(Installed, StartsAsUnitWithoutRoot) {
              "ttyAMA2\\nDeviceAllow=char-pts rw\\n' >/etc/systemd/system/quillon.service.d/"
              "test.conf && systemctl daemon-reload"));
     // The chip is at 115200 from the factory, and the settings say so.
-    ASSERT_TRUE(does("printf '[serial]\\nbuad_rate=115200\\n' >/var/lib/quillon/quillon.ini"));
+    ASSERT_TRUE(
+        does("(umask 077; printf '[serial]\\nbuad_rate=115200\\n' >/var/lib/quillon/quillon.ini)"));
     ASSERT_TRUE(does("systemctl start quillon"));
     ASSERT_TRUE(listens()) << says("journalctl -u quillon --no-pager | tail -n 20");
     EXPECT_TRUE(types("hello"));

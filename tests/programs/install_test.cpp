@@ -10,7 +10,10 @@ TEST(Install, HasAllThatADeveloperNeeds) {
     const Outcome installed = run("cmake --install " PROGRAM_DIR " --prefix /installed");
     ASSERT_EQ(installed.status, 0) << installed.said;
     expectHeld(run("cd /installed && find . -type f").said,
-               {"./sbin/quillon\n", "./sbin/quillon-flash\n", "./bin/quillon-board\n",
+               {"./sbin/quillon\n", "./sbin/quillon-flash\n", "./sbin/quillon-guard\n",
+                "./sbin/quillon-fence\n", "./share/man/man8/quillon-fence.8\n",
+                "./share/man/man5/quillon.ini.5\n",
+                "./share/bash-completion/completions/quillon-console\n", "./bin/quillon-board\n",
                 "./bin/quillon-console\n", "./lib/quillon/libquillon_uart.so\n",
                 "./share/quillon/wireshark/quillon.lua\n"});
 

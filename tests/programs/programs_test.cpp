@@ -21,7 +21,9 @@ TEST(Programs, TellTheOneVersion) {
             "/CMakeLists.txt")
             .said;
     ASSERT_NE(version, "");
-    for (const std::string program : {"quillon-board", "quillon-console", "quillon-flash"})
+    for (const std::string program :
+         {"quillon-board", "quillon-console", "quillon-doctor", "quillon-fence", "quillon-flash",
+          "quillon-guard", "quillon-health"})
         EXPECT_EQ(run(program + " --version").said, program + " " + version);
     EXPECT_EQ(
         test::readFile(SOURCE_DIR "/NEWS.md").find("## " + version.substr(0, version.size() - 1)),

@@ -1,0 +1,228 @@
+// The fence on the simulated board, whose consoles stand on a network of their own: what they send
+// passes eth0.
+
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <thread>
+
+#include "protocol/ports.h"
+#include "sim/host/network.h"
+#include "tests/support/on_board.h"
+#include <quillon/datagram_socket.h>
+
+namespace {
+
+using namespace std::string_literals;
+using test::kBoard, test::kConsole, test::kOther, test::kThird, test::run;
+
+constexpr std::uint16_t kRecords = 80;
+const std::string kKeyA = "\x57\xAB\x01\0\0\x04\0\0\0\0\0"s,
+                  kKeyUp = "\x57\xAB\x01\0\0\0\0\0\0\0\0"s,
+                  kAbs = "\x57\xAB\x04\x01\0\x20\0\x20\0\0"s, kRel = "\x57\xAB\x02\0\x05\x05\0"s;
+
+class Fence : public test::OnBoard {
+  protected:
+    Fence() { options_.consolesApart = true; }
+
+    void raise(const std::string &list) {
+        startListening(test::kFast);
+        test::writeFile("/data/fence.toml", "interface = \"eth0\"\n" + list);
+        const test::Outcome applied = run("quillon-fence apply --keep --file /data/fence.toml");
+        ASSERT_EQ(applied.status, 0) << applied.said;
+    }
+
+    void send(const std::string &from, std::uint16_t port, const std::string &bytes) {
+        board_->consoleNetwork()->run(
+            [&] { quillon::Endpoint(kBoard, port, from).send(bytes.data(), bytes.size()); });
+    }
+
+    std::string askFrom(const std::string &from, std::uint16_t port, const std::string &request) {
+        std::string answer;
+        board_->consoleNetwork()->run([&] {
+            answer = quillon::Endpoint(kBoard, port, from)
+                         .ask(request, std::chrono::milliseconds(500))
+                         .value_or("no answer");
+        });
+        return answer;
+    }
+
+    /// How many datagrams the fence has counted for a reason; waits 5 s for as many as wanted.
+    static unsigned long counted(const std::string &reason, unsigned long wanted = 0) {
+        unsigned long count = 0;
+        test::comesTrue(
+            [&] {
+                const std::string all = run("nft list counter ip quillon_fence " + reason).said;
+                const std::size_t at = all.find("packets ");
+                count = at == std::string::npos ? 9999 : strtoul(all.c_str() + at + 8, nullptr, 10);
+                return count >= wanted;
+            },
+            std::chrono::seconds(5));
+        return count;
+    }
+
+    static constexpr char kList[] =
+        "consoles = [\"192.168.1.20\", \"192.168.1.21\"]\noperators = [\"192.168.1.20\"]\n"
+        "software = [\"192.168.1.21\"]\n";
+};
+
+TEST_F(Fence, StrangersReachNothing) {
+    startListening(test::kFast);
+    EXPECT_NE(askFrom(kThird, kRecords, "link"), "no answer") << "the consoles' network is cut off";
+    raise(kList);
+    const struct {
+        std::uint16_t port;
+        std::string bytes;
+    } sent[] = {{kRecords, kKeyA},
+                {kRecords, "software=" + kKeyA},
+                {kRecords, "link"},
+                {quillon::kOperatorPort, "query"},
+                {quillon::kOperatorPort, "per_enable=1"},
+                {quillon::kConsentPort, "reply|192.168.1.30|eve|1"},
+                {quillon::kHeartbeatPort, "ackheart"}};
+    for (const auto &datagram : sent) send(kThird, datagram.port, datagram.bytes);
+    send(kThird, quillon::kAnnouncePort, "query");
+    // Another console may type and not command.
+    send(kOther, quillon::kOperatorPort, "per_enable=1");
+    EXPECT_EQ(askFrom(kConsole, quillon::kOperatorPort, "query"), "query|192.168.1.10|0||0");
+    EXPECT_EQ(counted("stranger", std::size(sent) + 1), std::size(sent) + 1);
+    EXPECT_EQ(counted("closed_port", 1U), 1U);
+    EXPECT_TRUE(test::holds(settings(), "per_enable=0"));
+    for (const std::string &line : board_->daemon()->log())
+        EXPECT_EQ(line.find("0x57 0xab 0x1 0x0 0x0 0x4"), std::string::npos);
+
+    // A second cable to the same people is no way in.
+    ASSERT_EQ(run("ip link add other0 type veth peer name other1 && ip addr add 10.9.9.9/24 dev "
+                  "other0 && ip link set other0 up && ip link set other1 up")
+                  .status,
+              0);
+    ASSERT_EQ(run("nft list chain ip quillon_fence input | grep -q 'iifname != \"eth0\"'").status,
+              0);
+    EXPECT_EQ(run("quillon-fence off").status, 0);
+    EXPECT_NE(askFrom(kThird, kRecords, "link"), "no answer");
+}
+
+TEST_F(Fence, LetsInWhatTheProtocolHas) {
+    raise(kList);
+    unsigned long records = 0, questions = 0, commands = 0, answers = 0, software = 0;
+    for (const std::string &record : {kKeyA, kKeyUp, kAbs, kRel})
+        send(kConsole, kRecords, record), ++records;
+    EXPECT_TRUE(arrives("a"));
+    for (const char *text :
+         {"link", "syncled", "capslock", "numlock", "out=on&num=off", "out=off&num=off"})
+        send(kConsole, kRecords, text), ++questions;
+    for (const std::string &record : {kKeyA, kAbs})
+        send(kOther, kRecords, "software=" + record), ++software;
+    for (const char *text :
+         {"query", "getKvmInfo", "getKvmInfo:192.168.1.10", "chip=rel", "chip=abs", "per_enable=1",
+          "connect|192.168.1.20-ann|192.168.1.20|3", "apply|192.168.1.20-ann|192.168.1.20|3",
+          "disconnect|192.168.1.20-ann|3",
+          "[seq]\n[controlled]=192.168.1.10\n[answer]=0.0.0.0000000:0\nusb_is_link_pc"})
+        send(kConsole, quillon::kOperatorPort, text), ++commands;
+    send(kConsole, quillon::kConsentPort, "reply|192.168.1.20|192.168.1.20-eve|0"), ++answers;
+    send(kConsole, quillon::kHeartbeatPort, "ackheart"), ++answers;
+    EXPECT_EQ(counted("records", records), records);
+    EXPECT_EQ(counted("questions", questions), questions);
+    EXPECT_EQ(counted("software_records", software), software);
+    EXPECT_EQ(counted("commands", commands), commands);
+    EXPECT_EQ(counted("closed_port", 0U), 0U);
+    EXPECT_EQ(counted("answers", answers), answers);
+
+    // A console that is not in software, with the word at every place where a record has room.
+    unsigned long odd = 0;
+    const auto refused = [&](const std::string &bytes) { send(kConsole, kRecords, bytes), ++odd; };
+    refused("software=" + kKeyA);
+    refused("xxx software=" + kKeyA.substr(0, 7));
+    refused(
+        "\x57\xAB"
+        "software="s);
+    refused("link software=" + kKeyA);
+    refused(kKeyA + "\0"s);
+    refused(kKeyA.substr(0, 10));
+    refused("\x57\xAB\x40\x02"s);  // commands of the CH9350
+    refused("\x57\xAB\x80\x40"s);
+    refused("linkx");
+    refused("");
+    refused(std::string(1400, 'a'));
+    refused(std::string(9000, 'a'));  // in fragments
+    EXPECT_EQ(counted("odd_record", odd), odd);
+    odd = 0;
+    for (const std::string &text :
+         {"query "s, "queryx"s, "chip=relx"s, "per_enable=12"s, "connect"s, "xconnect|a|b|1"s,
+          "connect|" + std::string(80, 'a'), ""s})
+        send(kConsole, quillon::kOperatorPort, text), ++odd;
+    EXPECT_EQ(counted("odd_command", odd), odd);
+    EXPECT_EQ(counted("closed_port", 0U), 0U);
+    send(kConsole, quillon::kConsentPort, "reply");
+    send(kConsole, quillon::kHeartbeatPort, "ackheart ");
+    EXPECT_EQ(counted("odd_answer", 2U), 2U);
+    EXPECT_EQ(counted("stranger", 0U), 0U);
+    EXPECT_EQ(counted("too_fast", 0U), 0U);
+    test::expectHeld(
+        run("quillon-fence status").said,
+        {"The fence stands.", "12  turned away: neither a record nor a known question"});
+}
+
+// A person far away must still be able to log in, and other services to work.
+TEST_F(Fence, IsForThePortsOfTheDaemonAlone) {
+    raise("");
+    const int listening = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in ssh{};
+    ssh.sin_family = AF_INET;
+    ssh.sin_port = htons(22);
+    inet_pton(AF_INET, kBoard, &ssh.sin_addr);
+    const auto *address = reinterpret_cast<const sockaddr *>(&ssh);
+    ASSERT_EQ(bind(listening, address, sizeof ssh), 0);
+    ASSERT_EQ(listen(listening, 1), 0);
+    const quillon::DatagramSocket dns("", 53, "");
+    board_->consoleNetwork()->run([&] {
+        const int far = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        EXPECT_EQ(connect(far, address, sizeof ssh), 0) << "port 22 is shut";
+        close(far);
+    });
+    close(listening);
+    send(kThird, 53, "name?");
+    EXPECT_TRUE(
+        test::comesTrue([] { return sim::udpBytesWaiting(53) != 0; }, std::chrono::seconds(5)));
+    // And the daemon still hears the machine that it runs on.
+    EXPECT_EQ(quillon::Endpoint(kBoard, quillon::kOperatorPort, kBoard)
+                  .ask("query", std::chrono::seconds(3)),
+              "query|192.168.1.10|0||0");
+}
+
+TEST_F(Fence, SlowsDownWhoSendsTooMuchAndNobodyElse) {
+    raise(kList);
+    // As fast as a console sends at most, for a second; a late machine sends them closer together.
+    board_->consoleNetwork()->run([&] {
+        quillon::Endpoint console(kBoard, kRecords, kConsole);
+        for (int i = 0; i < 125; ++i) {
+            console.send(kKeyUp.data(), kKeyUp.size());
+            std::this_thread::sleep_for(std::chrono::milliseconds(8));
+        }
+    });
+    EXPECT_EQ(counted("too_fast", 0U), 0U);
+    for (int i = 0; i < 40; ++i)
+        send(kConsole, quillon::kOperatorPort, "apply|192.168.1.20-ann|192.168.1.20|3");
+    EXPECT_GE(counted("too_fast", 25), 25U);
+    EXPECT_LE(counted("commands"), 15U);
+    // Another kind of datagram, and another console, are not slowed down by that.
+    EXPECT_EQ(askFrom(kConsole, quillon::kOperatorPort, "query"), "query|192.168.1.10|0||0");
+    EXPECT_NE(askFrom(kOther, kRecords, "link"), "no answer");
+}
+
+TEST_F(Fence, AWrongListChangesNothing) {
+    raise(kList);
+    test::writeFile("/data/fence.toml", "interface = \"eth0\"\nconsoles = [\"nobody\"]\n");
+    const test::Outcome wrong = run("quillon-fence apply --file /data/fence.toml");
+    EXPECT_EQ(wrong.status, 1);
+    EXPECT_EQ(
+        wrong.said,
+        "quillon-fence: /data/fence.toml, line 2: \"nobody\" is not an IPv4 address or network\n");
+    EXPECT_NE(askFrom(kConsole, kRecords, "link"), "no answer");
+    EXPECT_EQ(askFrom(kThird, kRecords, "link"), "no answer");
+    EXPECT_EQ(run("quillon-fence confirm").said.find("nothing waits"),
+              std::strlen("quillon-fence: "));
+}
+
+}  // namespace

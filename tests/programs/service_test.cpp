@@ -1,0 +1,161 @@
+// The programs beside the daemon, as the service manager and a person call them.
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+
+#include "protocol/ports.h"
+#include "sim/host/process.h"
+#include "software_config.h"
+#include "tests/support/on_board.h"
+#include <quillon/datagram_socket.h>
+
+namespace {
+
+using std::chrono::seconds;
+using test::comesTrue, test::expectHeld, test::readFile, test::run, test::writeFile;
+
+class Service : public test::OnBoard {
+  protected:
+    int daemonProcess() { return atoi(run("pgrep -x quillon").said.c_str()); }
+};
+
+TEST_F(Service, GuardCopiesEachCompleteWriteUntilItIsEnded) {
+    ASSERT_EQ(mkdir("/data/state", 0755), 0);
+    const pid_t guard = sim::launch(
+        {{"quillon-guard", "watch", "--folder", "/data/state"}, {}, "", -1, -1, -1, false});
+    SoftwareConfig config;
+    const auto write = [&](const char *user) {
+        config.SetConfig(SoftwareConfig::kConnectName, user);
+        writeFile("/data/state/quillon.ini",
+                  config.GetConfig(SoftwareConfig::kSoftWareConfigIDMax));
+    };
+    const auto kept = [&](const char *user) {
+        return comesTrue(
+            [&] { return test::holds(readFile("/data/state/quillon.ini.kept"), user); },
+            seconds(5));
+    };
+    // The guard may not watch yet at the first write; it looks once before it waits.
+    write("ann");
+    EXPECT_TRUE(kept("connect_name=ann\n"));
+    writeFile("/data/state/quillon.ini", "[serial]\n");
+    write("eve");
+    EXPECT_TRUE(kept("connect_name=eve\n"));
+    writeFile("/data/state/quillon.ini", "");
+    const test::Outcome status = run("quillon-guard status --folder /data/state");
+    EXPECT_EQ(status.status, 1);
+    EXPECT_EQ(status.said, "quillon.ini is incomplete; the copy is complete\n");
+    EXPECT_EQ(run("quillon-guard restore --folder /data/state").said,
+              "quillon.ini was incomplete: the copy is back in its place\n");
+    EXPECT_EQ(run("quillon-guard --folder /data/state status").status, 0);
+    kill(guard, SIGTERM);
+    EXPECT_EQ(sim::awaitExit(guard), 0);
+
+    const test::Outcome nowhere = run("quillon-guard watch --folder /nowhere");
+    EXPECT_EQ(nowhere.status, 1);
+    EXPECT_EQ(nowhere.said, "quillon-guard: cannot watch /nowhere: No such file or directory\n");
+}
+
+TEST_F(Service, HealthCheckAsksForARestartOnlyWhenNobodyReads) {
+    const std::string check = "quillon-health --folder /data/quillon --patience 4";
+    EXPECT_TRUE(test::holds(run(check).said, "No program has UDP port 41302"));
+    startListening(test::kFast);
+    EXPECT_EQ(run(check).said, "The daemon answers.\n");
+
+    kill(daemonProcess(), SIGSTOP);
+    const test::Outcome hung = run(check);
+    EXPECT_EQ(hung.status, 1);
+    EXPECT_TRUE(test::holds(hung.said, "has not answered for 4 s. It has to be restarted."));
+    kill(daemonProcess(), SIGCONT);
+    EXPECT_EQ(run(check).said, "The daemon answers.\n");
+
+    // Somebody else at the port may take the question away: that is no reason for a restart.
+    const quillon::DatagramSocket other("", quillon::kOperatorPort, "");
+    const test::Outcome shared = run(check);
+    EXPECT_EQ(shared.status, 0);
+    EXPECT_TRUE(test::holds(shared.said, "WARNING: 2 programs share UDP port 41302"));
+}
+
+TEST_F(Service, HealthCheckDoesNotTakeABusyDaemonForAHungOne) {
+    startListening(std::string(test::kFast) + "per_enable=1\n");
+    quillon::Endpoint operators(test::kBoard, quillon::kOperatorPort, test::kOther);
+    const auto send = [&](const std::string &text) { operators.send(text.data(), text.size()); };
+    send("connect|192.168.1.20-ann|192.168.1.20|9");
+    // Each keeps the daemon for 10 s, because nobody answers for ann.
+    for (int i = 0; i < 3; ++i) send("apply|192.168.1.21-eve|192.168.1.21|1");
+    const test::Outcome busy = run("quillon-health --folder /data/quillon --patience 15");
+    EXPECT_EQ(busy.status, 0) << busy.said;
+    EXPECT_EQ(busy.said, "The daemon is busy with the commands of operators.\n");
+}
+
+TEST_F(Service, HealthCheckReportsAMissingRecordPort) {
+    {
+        // When another program has it at the start, the daemon goes on without.
+        const quillon::DatagramSocket taken("", 80, "", quillon::DatagramSocket::kAlone);
+        start(test::kFast);
+        ASSERT_TRUE(logs("bind error"));
+    }
+    std::string said;
+    EXPECT_TRUE(comesTrue(
+        [&] {
+            said = run("quillon-health --folder /data/quillon").said;
+            return test::holds(said, "The daemon answers.\nWARNING: no program has UDP port 80,");
+        },
+        seconds(10)))
+        << said;
+}
+
+TEST_F(Service, DoctorFindsTheSimulatedBoardFitAndSaysWhatIsNot) {
+    make(test::kFast);
+    const std::string doctor = "quillon-doctor --folder /data/quillon";
+    const test::Outcome fit = run(doctor);
+    EXPECT_EQ(fit.status, 0) << fit.said;
+    expectHeld(fit.said,
+               {"ok     board QBRD10401m2_3000_R1, with a CH9329\n",
+                "ok     eth0 has the address 192.168.1.10\n", "ok     /dev/mem can be opened\n",
+                "ok     UDP port 41302 (operators) is free\n",
+                "ok     the CH9329 answers at 115200 bits per second; it is plugged into a "
+                "computer that is on\n",
+                "This machine is fit for the daemon.\n"});
+
+    board_->chip().unplug();
+    EXPECT_TRUE(test::holds(run(doctor).said, "no computer is on at its USB plug"));
+    board_->chip().silence(true);
+    const quillon::DatagramSocket taken("", quillon::kConsentPort, "");
+    writeFile("/data/net.ini", "kEth0Ip=10.1.2.3\n");
+    unlink("/dev/mem");
+    const test::Outcome unfit = run(doctor);
+    EXPECT_EQ(unfit.status, 1);
+    expectHeld(unfit.said, {"WRONG  the CH9329 does not answer at /dev/ttyAMA2",
+                            "WRONG  UDP port 41303 (consent) is taken by another program",
+                            "WRONG  /data/net.ini says 10.1.2.3, which eth0 does not have",
+                            "WRONG  cannot open /dev/mem", "This machine is not fit"});
+    // Names from files do not command the terminal.
+    writeFile("/version/hardware_info", "\"board\": \"\x1b[2JX\"\n");
+    EXPECT_TRUE(test::holds(run(doctor).said, "board ?[2JX, with a CH9350"));
+}
+
+TEST_F(Service, DoctorLeavesARunningDaemonAlone) {
+    startListening(test::kFast);
+    const test::Outcome running = run("quillon-doctor --folder /data/quillon");
+    EXPECT_EQ(running.status, 0) << running.said;
+    expectHeld(running.said,
+               {"the daemon runs as process", "UDP port 80 (records) is in use, as it should be",
+                "the chip is not asked, because the daemon has its serial port"});
+    type(test::kConsole, 'a');
+    EXPECT_TRUE(arrives("a"));
+}
+
+TEST(Documents, OptionsAreThoseOfThePrograms) {
+    const test::Outcome check = run("cd " SOURCE_DIR " && OPTIONS_WRITER=" PROGRAM_DIR
+                                    "/options_writer scripts/options --check");
+    EXPECT_EQ(check.status, 0) << check.said;
+    for (const std::string program :
+         {"quillon-guard", "quillon-health", "quillon-doctor", "quillon-fence"}) {
+        EXPECT_EQ(run(program + " --wrong").status, 2);
+        EXPECT_EQ(run(program + " --help").status, 0);
+    }
+}
+
+}  // namespace
