@@ -125,13 +125,13 @@ int check(const FenceList &list, const std::string &file) {
 int apply(const service::FenceOptions &options) {
     const std::string rules = service::fenceRules(service::readFenceList(options.file));
     needRoot();
-    const int pending = makePending();
     if (options.keep) {
         put(rules);
-        unlink(kPending);
+        unlink(kPending);  // of an earlier apply, which then does not take these rules back
         puts("The fence stands.");
         return 0;
     }
+    const int pending = makePending();
     const std::string former = ask(table("list"));
     fflush(nullptr);
     // Before the rules, so that whatever happens to this process they go back.
