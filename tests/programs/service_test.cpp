@@ -147,6 +147,31 @@ TEST_F(Service, DoctorLeavesARunningDaemonAlone) {
     EXPECT_TRUE(arrives("a"));
 }
 
+TEST_F(Service, ABoardWithoutSystemdHasAScript) {
+    make(test::kFast);
+    const pid_t script =
+        sim::launch({{SOURCE_DIR "/packaging/start-without-systemd"}, {}, "", -1, -1, -1, false});
+    const auto answers = [] { return run("quillon-health --folder /data/quillon").said; };
+    const auto listens = [&] {
+        return comesTrue([&] { return test::holds(answers(), "The daemon answers."); },
+                         seconds(30));
+    };
+    ASSERT_TRUE(listens());
+    type(test::kConsole, 'a');
+    EXPECT_TRUE(arrives("a"));
+    const int first = daemonProcess();
+    // As a power cut in the middle of a write would leave it.
+    writeFile("/data/quillon/quillon.ini", "");
+    kill(first, SIGKILL);
+    EXPECT_TRUE(
+        comesTrue([&] { return daemonProcess() != first && daemonProcess() != 0; }, seconds(20)));
+    EXPECT_TRUE(listens());
+    EXPECT_EQ(run("quillon-guard status --folder /data/quillon").status, 0);
+    kill(script, SIGTERM);
+    sim::awaitExit(script);
+    EXPECT_EQ(run("pgrep ^quillon").said, "");
+}
+
 TEST(Documents, OptionsAreThoseOfThePrograms) {
     const test::Outcome check = run("cd " SOURCE_DIR " && OPTIONS_WRITER=" PROGRAM_DIR
                                     "/options_writer scripts/options --check");
