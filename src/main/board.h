@@ -20,8 +20,8 @@ bool hasCh9329(const char *board);
 /// True for the boards whose video input can be watched.
 bool hasVideoWatch(const char *board);
 
-/// The serial port ("COM1") that a board with a CH9329 uses whatever its settings say; null when the
-/// settings decide.
+/// The serial port ("COM1") that a board with a CH9329 uses whatever its settings say; null when
+/// the settings decide.
 const char *forcedPort(const char *board);
 
 /// Sets the pins of the board through registers, forces and saves the serial port of a board that
