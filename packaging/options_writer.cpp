@@ -171,9 +171,9 @@ void writePaths(std::string &text, CLI::App &app, const std::string &before,
     for (CLI::App *command : app.get_subcommands([](CLI::App *) { return true; })) {
         const std::string path =
             before.empty() ? command->get_name() : before + " " + command->get_name();
-        text += "        '" + before + " " + command->get_name() + "') path='" + path +
-                "' words='" + wordsOf(*command) + (command->get_fallthrough() ? general : "") +
-                "' ;;\n";
+        text.append("        '").append(before).append(" ").append(command->get_name());
+        text.append("') path='").append(path).append("' words='").append(wordsOf(*command));
+        text.append(command->get_fallthrough() ? general : "").append("' ;;\n");
         writePaths(text, *command, path, general);
     }
 }
@@ -204,9 +204,10 @@ std::string completion(const std::string &name) {
             "        case \"$path $word\" in\n" +
             paths + "        esac\n    done\n";
     text += "    case $before in\n";
-    for (const auto &[kind, options] : byKind)
-        text +=
-            "    " + options + ") mapfile -t COMPREPLY < <(compgen " + kind + " -- \"$now\") ;;\n";
+    for (const auto &[kind, options] : byKind) {
+        text.append("    ").append(options).append(") mapfile -t COMPREPLY < <(compgen ");
+        text.append(kind).append(" -- \"$now\") ;;\n");
+    }
     text += "    *) mapfile -t COMPREPLY < <(compgen -W \"$words\" -- \"$now\") ;;\n    esac\n}\n";
     return text + "complete -o default -F " + function + " " + name + "\n";
 }

@@ -98,7 +98,7 @@ std::string readBoard(Report &report) {
         report.bad(std::string(kHardware) + " has no \"board\": \"...\"");
         return "";
     }
-    const std::string name = board;
+    std::string name = board;
     if (isIdleBoard(board))
         report.note("board " + name + ": the daemon has nothing to do on it, and idles");
     else
@@ -253,7 +253,7 @@ void checkGroup(Report &report) {
 std::string daemonProcess() {
     std::error_code error;
     for (const auto &process : fs::directory_iterator("/proc", error)) {
-        const std::string id = process.path().filename();
+        std::string id = process.path().filename();
         std::string name;
         if (id.find_first_not_of("0123456789") == std::string::npos &&
             std::getline(std::ifstream(process.path() / "comm"), name) && name == "quillon")

@@ -15,7 +15,7 @@
 
 namespace {
 
-using service::Kept, service::Restored;
+using service::Restored;
 
 int restore(const std::string &folder) {
     const auto say = [](const char *why) {

@@ -33,6 +33,7 @@ TEST(FenceList, ErrorsNameFileLineAndReason) {
           {"consoles = [\"0.0.0.0/0\"]", "the length of a network is 1 to 32"},
           {"consoles = [\"10.0.0.0/+8\"]", "the length of a network is 1 to 32"},
           {"record_port = 70000", "record_port is a number from 1 to 65535"},
+          {"# für alle\ninterface = \"eth0\"\nfür = 1", "list, line 3: only a line of comment"},
           {"interface = \"eth0", "list, line 1: "}})
         EXPECT_NE(complaintAbout(text).find(complaint), std::string::npos) << text << "\n"
                                                                            << complaintAbout(text);
