@@ -33,8 +33,9 @@ void keepCapabilities() {
 
 }  // namespace
 
-bool userExists(const std::string &name) {
-    return getpwnam(name.c_str()) != nullptr;
+std::optional<unsigned> userNumber(const std::string &name) {
+    const passwd *user = getpwnam(name.c_str());
+    return user == nullptr ? std::nullopt : std::optional<unsigned>(user->pw_uid);
 }
 
 void becomeUser(const std::string &name) {

@@ -1,6 +1,7 @@
 // Becoming the user of the service, to see what the daemon would see.
 #pragma once
 
+#include <optional>
 #include <string>
 
 namespace service {
@@ -9,7 +10,7 @@ namespace service {
 /// Throws std::runtime_error when there is no such user, or the system refuses.
 void becomeUser(const std::string &name);
 
-/// True when there is a user of that name.
-bool userExists(const std::string &name);
+/// The number of a user; none when there is no such user.
+std::optional<unsigned> userNumber(const std::string &name);
 
 }  // namespace service

@@ -28,7 +28,6 @@
 #include "service/options.h"
 #include "service/settings_guard.h"
 #include "service/udp_ports.h"
-#include "software_config.h"
 #include "terminal/printable.h"
 
 namespace {
@@ -177,7 +176,7 @@ void checkSettings(Report &report, const std::string &folder) {
 std::string deviceOf(const std::string &board, const std::string &folder) {
     std::string port = "COM3";
     if (hasCh9329(board.c_str())) {
-        read_ini(folder + "/" + service::kSettingsName).find_value("com_port=", port);
+        port = service::settingIn(folder, "com_port", port);
         if (const char *forced = forcedPort(board.c_str()); forced != nullptr) port = forced;
     }
     const bool known =
@@ -205,11 +204,16 @@ bool checkDevice(Report &report, const std::string &device) {
     return true;
 }
 
-void checkMemory(Report &report) {
+void checkMemory(Report &report, bool wanted) {
     const int fd = open("/dev/mem", O_RDWR | O_SYNC | O_CLOEXEC);
-    report.decide(fd >= 0, "/dev/mem can be opened",
-                  "cannot open /dev/mem" + because() +
-                      ". Without it pins and USB power stay as the boot loader set them");
+    if (!wanted)
+        report.note(fd < 0 ? "/dev/mem cannot be opened, as you want it"
+                           : "/dev/mem can be opened, which this board does not need");
+    else
+        report.decide(fd >= 0, "/dev/mem can be opened",
+                      "cannot open /dev/mem" + because() +
+                          ". Without it the daemon sets no pins and does not switch USB power; if "
+                          "your boot loader does, see --without-memory");
     if (fd >= 0) close(fd);
 }
 
@@ -250,29 +254,48 @@ void checkGroup(Report &report) {
     close(fd);
 }
 
-std::string daemonProcess() {
+struct Daemon {
+    std::string process;  ///< its number; empty: it does not run
+    unsigned user = 0;
+    bool runs() const { return !process.empty(); }
+};
+
+// Anybody may call a program so; the daemon runs as root, as its own user, or as who asks.
+Daemon findDaemon() {
+    const std::set<unsigned> users{0, geteuid(), service::userNumber("quillon").value_or(0)};
     std::error_code error;
     for (const auto &process : fs::directory_iterator("/proc", error)) {
-        std::string id = process.path().filename();
+        const std::string id = process.path().filename();
         std::string name;
+        struct stat owner {};
         if (id.find_first_not_of("0123456789") == std::string::npos &&
-            std::getline(std::ifstream(process.path() / "comm"), name) && name == "quillon")
-            return id;
+            std::getline(std::ifstream(process.path() / "comm"), name) && name == "quillon" &&
+            stat(process.path().c_str(), &owner) == 0 && users.count(owner.st_uid) != 0)
+            return {id, owner.st_uid};
     }
-    return "";
+    return {};
 }
 
-void checkPort(Report &report, unsigned port, const std::string &use, bool runs) {
+// always: the daemon has the port from the moment when its chip answers.
+void checkPort(Report &report, unsigned port, const std::string &use, const Daemon &daemon,
+               bool always = true) {
     const std::string words = "UDP port " + std::to_string(port) + " (" + use + ")";
     const auto number = static_cast<std::uint16_t>(port);
-    const std::size_t sockets = service::udpSocketsAt(number).size();
-    if (sockets > 1) {
-        report.bad(words + " is shared by " + std::to_string(sockets) + " sockets");
+    const auto sockets = service::udpSocketsAt(number);
+    if (sockets.size() > 1) {
+        report.bad(words + " is shared by " + std::to_string(sockets.size()) + " sockets");
         return;
     }
-    if (sockets == 1) {
-        report.decide(runs, words + " is in use, as it should be while the daemon runs",
+    if (!sockets.empty()) {
+        const bool its = daemon.runs() && sockets.front().user == daemon.user;
+        report.decide(its, words + " is in use, as it should be while the daemon runs",
                       words + " is taken by another program");
+        return;
+    }
+    if (daemon.runs() && always) {
+        report.bad(words +
+                   " is not in use although the daemon runs: it waits for its chip, or "
+                   "could not have the port. See its log");
         return;
     }
     const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
@@ -284,14 +307,15 @@ void checkPort(Report &report, unsigned port, const std::string &use, bool runs)
     close(fd);
 }
 
-void checkPorts(Report &report, const std::string &folder, bool runs) {
-    std::string records = std::to_string(quillon::kRecordPort);
-    read_ini(folder + "/" + service::kSettingsName).find_value("udpserver_port=", records);
-    checkPort(report, static_cast<unsigned>(atoi(records.c_str())) & 0xFFFF, "records", runs);
-    checkPort(report, quillon::kOperatorPort, "operators", runs);
-    checkPort(report, quillon::kConsentPort, "consent", runs);
-    checkPort(report, quillon::kAnnouncePort, "announcements", runs);
-    checkPort(report, quillon::kHeartbeatPort, "heartbeats", runs);
+void checkPorts(Report &report, const std::string &folder, const Daemon &daemon) {
+    const std::string usual = std::to_string(quillon::kRecordPort);
+    const int records = atoi(service::settingIn(folder, "udpserver_port", usual).c_str());
+    checkPort(report, static_cast<unsigned>(records) & 0xFFFF, "records", daemon);
+    checkPort(report, quillon::kOperatorPort, "operators", daemon);
+    checkPort(report, quillon::kConsentPort, "consent", daemon);
+    checkPort(report, quillon::kAnnouncePort, "announcements", daemon);
+    // Only while permissions were on at its start.
+    checkPort(report, quillon::kHeartbeatPort, "heartbeats", daemon, false);
 }
 
 void checkChip(Report &report, const std::string &board, const std::string &device) {
@@ -317,10 +341,16 @@ std::string holder(Report &report, const std::string &device) {
     }
 }
 
+int conclude(const Report &report) {
+    puts(report.fit() ? "This machine is fit for the daemon."
+                      : "This machine is not fit for the daemon.");
+    return report.fit() ? 0 : 1;
+}
+
 int examine(const service::DoctorOptions &options) {
     Report report;
     // Only root sees who has the serial port, so it is asked first.
-    const std::string daemon = daemonProcess();
+    const Daemon daemon = findDaemon();
     std::string board;
     {
         const SilentOutput silent;
@@ -329,33 +359,31 @@ int examine(const service::DoctorOptions &options) {
         board = name;
     }
     const std::string device = deviceOf(board, options.folder);
-    const std::string held = daemon.empty() ? holder(report, device) : "the daemon";
+    const std::string held = daemon.runs() ? "the daemon" : holder(report, device);
 
     std::string user = options.user;
-    if (user.empty() && geteuid() == 0 && service::userExists("quillon")) user = "quillon";
+    if (user.empty() && geteuid() == 0 && service::userNumber("quillon")) user = "quillon";
     if (!user.empty()) {
         service::becomeUser(user);
         report.note("looking as the user " + user);
     }
-    report.note(daemon.empty() ? "the daemon does not run"
-                               : "the daemon runs as process " + daemon);
+    report.note(daemon.runs() ? "the daemon runs as process " + daemon.process
+                              : "the daemon does not run");
     board = readBoard(report);
     checkAddress(report);
     checkPrograms(report);
-    if (!board.empty() && isIdleBoard(board.c_str())) return report.fit() ? 0 : 1;
+    if (!board.empty() && isIdleBoard(board.c_str())) return conclude(report);
     checkSettings(report, options.folder);
     checkGroup(report);
-    checkPorts(report, options.folder, !daemon.empty());
-    checkMemory(report);
+    checkPorts(report, options.folder, daemon);
+    checkMemory(report, !options.withoutMemory);
     checkVideo(report, board);
     const bool opens = checkDevice(report, device);
     if (opens && !options.keepChipAlone && held.empty())
         checkChip(report, board, device);
     else if (opens && !held.empty() && held != "somebody")
         report.note("the chip is not asked, because " + held + " has its serial port");
-    puts(report.fit() ? "This machine is fit for the daemon."
-                      : "This machine is not fit for the daemon.");
-    return report.fit() ? 0 : 1;
+    return conclude(report);
 }
 
 }  // namespace

@@ -17,6 +17,15 @@ namespace {
 
 using service::Restored;
 
+// What the disk refuses now, it may take at the next write.
+void keep(const std::string &folder, bool evenOlder) {
+    try {
+        service::keepSettings(folder, evenOlder);
+    } catch (const std::system_error &error) {
+        fprintf(stderr, "quillon-guard: %s; the copy is as it was\n", error.what());
+    }
+}
+
 int restore(const std::string &folder) {
     const auto say = [](const char *why) {
         printf("%s: the copy is back in its place\n", why);
@@ -31,22 +40,15 @@ int restore(const std::string &folder) {
             return say("quillon.ini was older than its copy");
         case Restored::kNoCopy:
             puts(
-                "There is no complete quillon.ini and no copy; the daemon starts with its "
-                "defaults.");
+                "quillon.ini is missing or incomplete, and there is no copy; the daemon fills in "
+                "its defaults");
             return 0;
         case Restored::kNone:
             break;
     }
+    // Good settings, which a broken disk must not keep from being used.
+    keep(folder, false);
     return 0;
-}
-
-// What the disk refuses now, it may take at the next write.
-void keep(const std::string &folder, bool evenOlder) {
-    try {
-        service::keepSettings(folder, evenOlder);
-    } catch (const std::system_error &error) {
-        fprintf(stderr, "quillon-guard: %s; the copy is as it was\n", error.what());
-    }
 }
 
 volatile std::sig_atomic_t ending = 0;

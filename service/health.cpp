@@ -9,21 +9,25 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 #include <string>
 
 #include "protocol/ports.h"
 #include "protocol/requests.h"
+#include "service/daemon_user.h"
 #include "service/options.h"
 #include "service/settings_guard.h"
 #include "service/udp_ports.h"
-#include "software_config.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 using std::chrono::seconds;
+
+// The exit status that asks for a restart. Not 1, with which any program may fail.
+constexpr int kHangs = 10;
 
 // Asks the operator port on the loopback interface.
 class Question {
@@ -40,12 +44,15 @@ class Question {
     Question(const Question &) = delete;
     Question &operator=(const Question &) = delete;
 
-    /// Asks, and waits a second for the answer.
-    bool answered() {
-        constexpr char kAnswer[] = "query|";
+    void ask() {
         [[maybe_unused]] const ssize_t sent =
             send(fd_, quillon::kHolderQuestion, strlen(quillon::kHolderQuestion), MSG_DONTWAIT);
-        const auto end = Clock::now() + seconds(1);
+    }
+
+    /// True when an answer comes in this time.
+    bool answered(std::chrono::milliseconds time) {
+        constexpr char kAnswer[] = "query|";
+        const auto end = Clock::now() + time;
         char answer[128];
         for (;;) {
             const auto left =
@@ -65,9 +72,10 @@ class Question {
 };
 
 unsigned recordPort(const std::string &folder) {
-    std::string port = std::to_string(quillon::kRecordPort);
-    read_ini(folder + "/" + service::kSettingsName).find_value("udpserver_port=", port);
-    return static_cast<unsigned>(atoi(port.c_str())) & 0xFFFF;
+    const std::string usual = std::to_string(quillon::kRecordPort);
+    return static_cast<unsigned>(
+               atoi(service::settingIn(folder, "udpserver_port", usual).c_str())) &
+           0xFFFF;
 }
 
 // The daemon goes on without this port when it cannot be bound, and then nobody can type.
@@ -78,6 +86,12 @@ void lookForRecordPort(const std::string &folder) {
             "WARNING: no program has UDP port %u, where consoles send keyboard and mouse. "
             "Look for \"bind error\" in the daemon's log.\n",
             port);
+}
+
+// The daemon runs as the same user as this check, or else root asks for it.
+bool mayBeDaemons(unsigned user) {
+    if (geteuid() != 0) return user == geteuid();
+    return user == 0 || user == service::userNumber("quillon").value_or(0);
 }
 
 // The daemon's socket, alone at its port; false, with the reason on standard output, when there is
@@ -91,15 +105,43 @@ bool findDaemon(service::UdpSocket &daemon) {
             quillon::kOperatorPort);
         return false;
     }
-    if (sockets.size() > 1) {
+    if (sockets.size() > 1 || !mayBeDaemons(sockets.front().user)) {
         printf(
-            "WARNING: %zu programs share UDP port %u, so that the daemon may not hear its "
-            "operators. Find the one that does not belong there (ss -ulpn).\n",
-            sockets.size(), quillon::kOperatorPort);
+            "WARNING: %s UDP port %u, so that the daemon may not hear its operators. Find the "
+            "one that does not belong there (ss -ulpn).\n",
+            sockets.size() > 1 ? "several programs share" : "a program of another user has",
+            quillon::kOperatorPort);
         return false;
     }
     daemon = sockets.front();
     return true;
+}
+
+enum class Seen { kAnswer, kReading, kNothing, kOther };
+
+// Asks once and looks for a second. While the holder of control is asked for consent, other
+// commands wait for 10 s; somebody who applies again and again must not cause a restart. So it
+// counts, too, when the daemon reads: its queue gets shorter, or does not grow by the question.
+Seen look(Question &question, service::UdpSocket &daemon) {
+    // Into a queue that is nearly full nothing more is put, so that it is seen getting shorter.
+    constexpr unsigned long kNearlyFull = 100'000;
+    const bool asks = daemon.waiting < kNearlyFull;
+    const unsigned long before = daemon.waiting;
+    if (asks) question.ask();
+    unsigned long most = before;
+    for (int slice = 0; slice < 10; ++slice) {
+        if (question.answered(std::chrono::milliseconds(100))) return Seen::kAnswer;
+        service::UdpSocket now{};
+        if (!findDaemon(now)) return Seen::kOther;
+        if (now.inode != daemon.inode) {
+            puts("The daemon has just been started again.");
+            return Seen::kOther;
+        }
+        if (now.waiting < most || (asks && now.waiting <= before)) return Seen::kReading;
+        most = now.waiting;
+    }
+    daemon.waiting = most;
+    return Seen::kNothing;
 }
 
 int judge(const service::HealthOptions &options) {
@@ -107,32 +149,24 @@ int judge(const service::HealthOptions &options) {
     if (!findDaemon(daemon)) return 0;
     Question question;
     const auto end = Clock::now() + seconds(options.patience);
-    unsigned long waiting = 0;  ///< bytes in its queue after the question before
     do {
-        if (question.answered()) {
-            puts("The daemon answers.");
-            lookForRecordPort(options.folder);
-            return 0;
+        switch (look(question, daemon)) {
+            case Seen::kAnswer:
+                puts("The daemon answers.");
+                lookForRecordPort(options.folder);
+                return 0;
+            case Seen::kReading:
+                puts("The daemon is busy with the commands of operators.");
+                return 0;
+            case Seen::kOther:
+                return 0;
+            case Seen::kNothing:
+                break;
         }
-        service::UdpSocket now{};
-        if (!findDaemon(now)) return 0;
-        if (now.inode != daemon.inode) {
-            puts("The daemon has just been started again.");
-            return 0;
-        }
-        // While the holder of control is asked for consent, other commands wait for 10 s; somebody
-        // who applies again and again must not cause a restart. A queue that did not grow by the
-        // question was read from, unless it is full.
-        constexpr unsigned long kNearlyFull = 100'000;
-        if (now.waiting <= waiting && now.waiting < kNearlyFull) {
-            puts("The daemon is busy with the commands of operators.");
-            return 0;
-        }
-        waiting = now.waiting;
     } while (Clock::now() < end);
     printf("The daemon has UDP port %u and has not answered for %u s. It has to be restarted.\n",
            quillon::kOperatorPort, options.patience);
-    return 1;
+    return kHangs;
 }
 
 }  // namespace

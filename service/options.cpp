@@ -31,8 +31,8 @@ void describeGuard(CLI::App &app, GuardOptions &options) {
 
 void describeHealth(CLI::App &app, HealthOptions &options) {
     app.description(
-        "Asks the daemon of this machine whether it answers. The exit status is 1 only when it has "
-        "its port and answers nobody, and has to be restarted");
+        "Asks the daemon of this machine whether it answers. The exit status is 10 when it has its "
+        "port and answers nobody, and has to be restarted");
     addFolder(app, options.folder);
     app.add_option("--patience", options.patience, "Seconds without an answer until it counts")
         ->type_name("N")
@@ -49,6 +49,8 @@ void describeDoctor(CLI::App &app, DoctorOptions &options) {
                    "Look as this user, with the capabilities of the service; without it as quillon "
                    "when root asks and there is such a user")
         ->type_name("NAME");
+    app.add_flag("--without-memory", options.withoutMemory,
+                 "The boot loader sets the pins, and the daemon does not get /dev/mem");
     app.add_flag("--no-chip", options.keepChipAlone, "Do not ask the chip");
 }
 

@@ -22,7 +22,7 @@ void describeHealth(CLI::App &app, HealthOptions &options);
 
 struct DoctorOptions {
     std::string folder = kStateFolder, user;
-    bool keepChipAlone = false;
+    bool keepChipAlone = false, withoutMemory = false;
 };
 void describeDoctor(CLI::App &app, DoctorOptions &options);
 

@@ -1,6 +1,7 @@
 #include "service/settings_guard.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -31,6 +32,13 @@ class File {
   private:
     const int fd_;
 };
+
+// One process at a time looks and writes: restore runs while watch does.
+File lockFolder(const std::string &folder) {
+    const int fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0 || flock(fd, LOCK_EX) != 0) fail("cannot lock " + folder);
+    return File(fd);
+}
 
 bool operator<(const timespec &a, const timespec &b) {
     return a.tv_sec != b.tv_sec ? a.tv_sec < b.tv_sec : a.tv_nsec < b.tv_nsec;
@@ -63,8 +71,8 @@ void syncFolder(const std::string &folder) {
     if (opened.get() < 0 || fsync(opened.get()) != 0) fail("cannot sync " + folder);
 }
 
-// Replaces a file whole: after a power cut there is the former one or the new one. It gets the mode
-// and the time of the one that it is a copy of, so that later the older one can be told.
+// Replaces a file whole: after a power cut there is the former one or the new one. It gets owner,
+// mode and time of the one that it is a copy of, so that later the older one can be told.
 void replace(const std::string &folder, const std::string &name, const Text &from) {
     const std::string path = folder + "/" + name, fresh = path + ".new";
     unlink(fresh.c_str());
@@ -74,7 +82,10 @@ void replace(const std::string &folder, const std::string &name, const Text &fro
         const timespec times[2] = {from.status.st_mtim, from.status.st_mtim};
         const ssize_t written = write(file.get(), from.text.data(), from.text.size());
         if (written >= 0 && written != static_cast<ssize_t>(from.text.size())) errno = ENOSPC;
-        if (written != static_cast<ssize_t>(from.text.size()) ||
+        // Only root can give it to its owner, and only what root writes is not the owner's yet.
+        const bool own =
+            geteuid() != 0 || fchown(file.get(), from.status.st_uid, from.status.st_gid) == 0;
+        if (written != static_cast<ssize_t>(from.text.size()) || !own ||
             fchmod(file.get(), from.status.st_mode & 0777U) != 0 ||
             futimens(file.get(), times) != 0 || fsync(file.get()) != 0) {
             const int error = errno;
@@ -85,6 +96,14 @@ void replace(const std::string &folder, const std::string &name, const Text &fro
     }
     if (rename(fresh.c_str(), path.c_str()) != 0) fail("cannot rename " + fresh);
     syncFolder(folder);
+}
+
+void keepRefused(const std::string &folder, const Text &settings) {
+    try {
+        replace(folder, kRefusedName, settings);
+    } catch (const std::system_error &) {
+        return;  // what counts is that the copy comes back
+    }
 }
 
 }  // namespace
@@ -104,6 +123,7 @@ bool isComplete(const std::string &settings) {
 }
 
 Kept keepSettings(const std::string &folder, bool evenOlder) {
+    const File lock = lockFolder(folder);
     const std::string path = folder + "/" + kSettingsName;
     const auto settings = readText(path, true);
     if (!settings || !settings->complete) return Kept::kNothing;
@@ -122,23 +142,31 @@ Kept keepSettings(const std::string &folder, bool evenOlder) {
 }
 
 Restored restoreSettings(const std::string &folder) {
+    const File lock = lockFolder(folder);
     const auto settings = readText(folder + "/" + kSettingsName);
     const auto copy = readText(folder + "/" + kCopyName);
     const bool complete = settings && settings->complete;
-    if (!copy || !copy->complete) {
-        if (complete) keepSettings(folder, false);
-        return complete ? Restored::kNone : Restored::kNoCopy;
-    }
+    if (!copy || !copy->complete) return complete ? Restored::kNone : Restored::kNoCopy;
     const bool older = complete && settings->status.st_mtim < copy->status.st_mtim;
-    if (complete && !older) {
-        keepSettings(folder, false);
-        return Restored::kNone;
-    }
-    // A person may have written a short file by hand; it is not thrown away.
-    if (settings && !complete && !settings->text.empty()) replace(folder, kRefusedName, *settings);
+    if (complete && !older) return Restored::kNone;
+    // A person may have put it there; it is not thrown away if there is room.
+    if (settings && !settings->text.empty()) keepRefused(folder, *settings);
     replace(folder, kSettingsName, *copy);
     if (!settings) return Restored::kMissing;
     return older ? Restored::kOlder : Restored::kIncomplete;
+}
+
+std::string settingIn(const std::string &folder, const std::string &key,
+                      const std::string &otherwise) {
+    const auto settings = readText(folder + "/" + kSettingsName);
+    std::istringstream lines(settings ? settings->text : "");
+    for (std::string line; std::getline(lines, line);) {
+        const std::size_t at = line.find(key + "=");
+        if (at == std::string::npos || line[0] == ';' || line[0] == '#' || line[0] == '!') continue;
+        const std::string value = line.substr(at + key.size() + 1);
+        return value.empty() ? otherwise : value;
+    }
+    return otherwise;
 }
 
 Comparison compareSettings(const std::string &folder) {

@@ -10,7 +10,7 @@
 namespace service {
 
 constexpr char kSettingsName[] = "quillon.ini", kCopyName[] = "quillon.ini.kept";
-/// Where an incomplete file stays that the copy replaced, if it was not empty.
+/// Where a file stays that the copy replaced, unless it was empty.
 constexpr char kRefusedName[] = "quillon.ini.refused";
 
 /// True for what the daemon writes: the line "[serial]", its 25 keys in their order, each with a
@@ -28,7 +28,7 @@ enum class Kept {
 Kept keepSettings(const std::string &folder, bool evenOlder);
 
 enum class Restored {
-    kNone,     ///< the settings are complete and not older than the copy, which is now like them
+    kNone,     ///< the settings are complete and not older than the copy
     kNoCopy,   ///< they are incomplete or missing, and so is the copy
     kMissing,  ///< the copy is back, because there was no file
     kIncomplete,
@@ -37,6 +37,11 @@ enum class Restored {
 /// Puts the copy back where the settings are missing, incomplete or older than it. To be called
 /// before each start of the daemon. Throws std::system_error when the disk refuses.
 Restored restoreSettings(const std::string &folder);
+
+/// The value of a key as the daemon would find it, or otherwise when there is none. Reads no more
+/// than a file of that folder, whoever may have made it, and does not wait.
+std::string settingIn(const std::string &folder, const std::string &key,
+                      const std::string &otherwise);
 
 struct Comparison {
     std::string words;

@@ -8,7 +8,7 @@
 
 namespace service {
 
-/// A bound IPv4 UDP socket.
+/// A bound UDP socket.
 struct UdpSocket {
     std::uint16_t port;
     unsigned long waiting;  ///< bytes in its receive queue
@@ -16,9 +16,8 @@ struct UdpSocket {
     unsigned long inode;    ///< differs from that of every other socket
 };
 
-/// The sockets of the calling process's network. Throws std::runtime_error without a table.
-std::vector<UdpSocket> udpSockets();
-/// Those of them at a port.
+/// The sockets at a port, on the calling process's network. Throws std::runtime_error without a
+/// table.
 std::vector<UdpSocket> udpSocketsAt(std::uint16_t port);
 
 }  // namespace service

@@ -212,7 +212,9 @@ void describe(CLI::App &app, Options &options) {
                "--devices", board.devices,
                "Make serial ports and registers in a folder, for a daemon that somebody else "
                "starts on this machine; no daemon starts, and there is no network")
-            ->type_name("DIR");
+            ->type_name("DIR")
+            ->check(CLI::Validator(
+                [](const std::string &folder) { return folder.empty() ? "has no name" : ""; }, ""));
     for (const char *other : {"--config", "--keep", "--log", "--loss", "--console", "--ip",
                               "--consoles-apart", "--no-power-cycle"})
         devices->excludes(other);

@@ -21,6 +21,7 @@
 #include "service/fence/fence_list.h"
 #include "service/fence/rules.h"
 #include "service/options.h"
+#include "service/settings_guard.h"
 #include "terminal/printable.h"
 
 namespace {
@@ -38,9 +39,9 @@ std::string nft(const std::string &arguments) {
     throw std::runtime_error("there is no nft; install the package nftables");
 }
 
-// Gives rules to nft, which says on standard error what it does not like.
-bool feed(const std::string &rules) {
-    FILE *pipe = popen(nft("-f -").c_str(), "we");
+// Gives rules to nft, which says on standard error what it does not like; with "-c " it only looks.
+bool feed(const std::string &rules, const std::string &how = "") {
+    FILE *pipe = popen(nft(how + "-f -").c_str(), "we");
     if (pipe == nullptr) throw std::system_error(errno, std::generic_category(), "cannot run nft");
     const bool written = fwrite(rules.data(), 1, rules.size(), pipe) == rules.size();
     return pclose(pipe) == 0 && written;
@@ -70,28 +71,45 @@ void put(const std::string &rules) {
 }
 
 void goBackTo(const std::string &former) {
-    feed("add " + std::string("table ") + service::kFenceTable + "\n" + table("delete") + "\n" +
-         former);
-}
-
-int makePending() {
-    if (mkdir(kPlace, 0700) != 0 && errno != EEXIST)
-        throw std::system_error(errno, std::generic_category(), kPlace);
-    const int fd = open(kPending, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
-    if (fd < 0) throw std::system_error(errno, std::generic_category(), kPending);
-    if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
-        close(fd);
-        throw std::runtime_error(
-            "the last apply waits for quillon-fence confirm; wait until it is "
-            "taken back, or confirm it");
-    }
-    return fd;
+    const std::string without = table("add") + "\n" + table("delete") + "\n";
+    if (!feed(without + former)) feed(without);  // rather open than shut for ever
 }
 
 // True while the file that makePending() made is there.
 bool isPending(int fd) {
     struct stat info {};
     return fstat(fd, &info) == 0 && info.st_nlink != 0;
+}
+
+// The file exists while a confirmation is due, and is locked while somebody waits for it. Whoever
+// removes it decides: confirm, or the process that then goes back.
+int makePending() {
+    if (mkdir(kPlace, 0700) != 0 && errno != EEXIST)
+        throw std::system_error(errno, std::generic_category(), kPlace);
+    for (;;) {
+        const int fd = open(kPending, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+        if (fd < 0) throw std::system_error(errno, std::generic_category(), kPending);
+        if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
+            close(fd);
+            throw std::runtime_error(
+                "the last apply waits for quillon-fence confirm; wait until it "
+                "is taken back, or confirm it");
+        }
+        if (isPending(fd)) return fd;
+        close(fd);  // removed between the two calls
+    }
+}
+
+// Whether a confirmation is due, and somebody is there to take the rules back.
+const char *pendingWords() {
+    const int fd = open(kPending, O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0) return "The fence stands.";
+    const bool waits = flock(fd, LOCK_SH | LOCK_NB) != 0;
+    close(fd);
+    return waits
+               ? "The fence stands, and waits for quillon-fence confirm."
+               : "The fence stands. It was not confirmed, and the process that would take it back "
+                 "is gone: quillon-fence confirm, or quillon-fence off.";
 }
 
 [[noreturn]] void waitAndGoBack(int pending, const std::string &former) {
@@ -102,15 +120,25 @@ bool isPending(int fd) {
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) dup2(null, fd);
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(kGoesBackAfter);
     while (isPending(pending) && std::chrono::steady_clock::now() < end) poll(nullptr, 0, 200);
-    if (isPending(pending)) {
-        try {
-            goBackTo(former);
-        } catch (const std::exception &) {
-            _exit(1);
-        }
-        unlink(kPending);
+    // A confirmation that comes now finds nothing to confirm.
+    if (!isPending(pending) || unlink(kPending) != 0) _exit(0);
+    try {
+        goBackTo(former);
+    } catch (const std::exception &) {
+        _exit(1);
     }
     _exit(0);
+}
+
+// A port that is not in the list is open to everybody.
+void warnAboutPort(const FenceList &list) {
+    const std::string own = std::to_string(list.recordPort);
+    const std::string used = service::settingIn(service::kStateFolder, "udpserver_port", own);
+    if (used != own)
+        printf(
+            "WARNING: the daemon takes records at port %s (udpserver_port), and the list guards "
+            "port %s. Set record_port.\n",
+            quillon::printable(used).c_str(), own.c_str());
 }
 
 int check(const FenceList &list, const std::string &file) {
@@ -119,26 +147,30 @@ int check(const FenceList &list, const std::string &file) {
            list.software.size(), list.interface.c_str(), static_cast<unsigned>(list.recordPort));
     for (const std::string &odd : service::oddities(list))
         printf("note: %s\n", quillon::printable(odd).c_str());
+    warnAboutPort(list);
     return 0;
 }
 
 int apply(const service::FenceOptions &options) {
-    const std::string rules = service::fenceRules(service::readFenceList(options.file));
+    const FenceList list = service::readFenceList(options.file);
+    const std::string rules = service::fenceRules(list);
     needRoot();
+    if (!feed(rules, "-c ")) throw std::runtime_error("nft refused the rules; nothing was changed");
+    warnAboutPort(list);
     if (options.keep) {
+        unlink(kPending);  // of an earlier apply, which must not take these rules back
         put(rules);
-        unlink(kPending);  // of an earlier apply, which then does not take these rules back
         puts("The fence stands.");
         return 0;
     }
-    const int pending = makePending();
     const std::string former = ask(table("list"));
+    const int pending = makePending();
     fflush(nullptr);
     // Before the rules, so that whatever happens to this process they go back.
     const pid_t guard = fork();
-    if (guard < 0) throw std::system_error(errno, std::generic_category(), "fork");
     if (guard == 0) waitAndGoBack(pending, former);
     try {
+        if (guard < 0) throw std::system_error(errno, std::generic_category(), "fork");
         put(rules);
     } catch (...) {
         unlink(kPending);
@@ -154,7 +186,7 @@ int apply(const service::FenceOptions &options) {
 
 int confirm() {
     needRoot();
-    if (unlink(kPending) != 0)
+    if (ask(table("list")).empty() || unlink(kPending) != 0)
         throw std::runtime_error("nothing waits for a confirmation; the rules may have gone back");
     puts(
         "The fence stays, until the next start of this machine. For ever:\n"
@@ -178,8 +210,7 @@ int status() {
         puts("There is no fence: everybody reaches the daemon.");
         return 1;
     }
-    puts(access(kPending, F_OK) == 0 ? "The fence stands, and waits for quillon-fence confirm."
-                                     : "The fence stands.");
+    puts(pendingWords());
     const auto answer = nlohmann::json::parse(text, nullptr, false);
     if (answer.is_discarded() || !answer.contains("nftables"))
         throw std::runtime_error("nft gave an answer that is no list of counters");

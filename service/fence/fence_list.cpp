@@ -4,6 +4,7 @@
 #include <net/if.h>
 
 #include <toml++/toml.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
@@ -12,11 +13,13 @@
 #include <iterator>
 #include <sstream>
 #include <stdexcept>
+#include "protocol/ports.h"
 
 namespace service {
 namespace {
 
 constexpr std::size_t kMostEntries = 256, kLargestFile = 64 * 1024;
+constexpr std::uint64_t kMostMachines = 32768;
 
 struct Reader {
     const std::string &file;
@@ -45,6 +48,21 @@ struct Reader {
                                         " of a network are 0");
     }
 
+    // The kernel remembers how often each sender sent, and has room for some.
+    void checkCount(const toml::node &node, const std::vector<std::string> &addresses) const {
+        std::uint64_t machines = 0;
+        for (const std::string &address : addresses) {
+            const std::size_t slash = address.find('/');
+            machines += slash == std::string::npos
+                            ? 1
+                            : std::uint64_t{1} << (32 - std::stoi(address.substr(slash + 1)));
+        }
+        if (machines > kMostMachines)
+            complain(node.source(), "the networks have " + std::to_string(machines) +
+                                        " addresses; there is room for " +
+                                        std::to_string(kMostMachines));
+    }
+
     std::vector<std::string> addresses(const toml::node &node, const std::string &key) const {
         if (!node.is_array()) complain(node.source(), key + " is a list: [\"192.168.1.20\"]");
         std::vector<std::string> all;
@@ -56,6 +74,7 @@ struct Reader {
                 complain(entry.source(),
                          "more than " + std::to_string(kMostEntries) + " addresses; use networks");
         }
+        checkCount(node, all);
         return all;
     }
 
@@ -74,6 +93,8 @@ struct Reader {
         const auto number = node.value_exact<std::int64_t>();
         if (!number || *number < 1 || *number > 65535)
             complain(node.source(), "record_port is a number from 1 to 65535");
+        if (*number >= quillon::kHeartbeatPort && *number <= quillon::kAnnouncePort)
+            complain(node.source(), "record_port is one of the daemon's other ports");
         return static_cast<std::uint16_t>(*number);
     }
 };
@@ -140,6 +161,8 @@ std::vector<std::string> oddities(const FenceList &list) {
     std::vector<std::string> found;
     if (if_nametoindex(list.interface.c_str()) == 0)
         found.push_back("There is no interface " + list.interface + " now.");
+    if (list.interface == "lo")
+        found.push_back("The fence does not stand on lo, and shuts every other interface.");
     if (list.consoles.empty()) found.push_back("Nobody may type: consoles is empty.");
     if (list.operators.empty())
         found.push_back(

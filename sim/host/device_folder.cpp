@@ -20,6 +20,7 @@ void makeDeviceFolder(const std::string &folder) {
     if (absolute == nullptr || stat(absolute, &info) != 0) refuse(strerror(errno));
     const std::string path = std::string(absolute) + "/";
     free(absolute);
+    if (path == "//") refuse("it is the root folder");
     for (const char *system : {"/dev/", "/proc/", "/sys/"})
         if (path.rfind(system, 0) == 0) refuse("it is the system's own");
     if (!S_ISDIR(info.st_mode)) refuse(strerror(ENOTDIR));
@@ -36,6 +37,9 @@ bool shareWithGroup(int fd, const std::string &folder) {
 
 void linkDevice(const std::string &folder, const std::string &name, const std::string &target) {
     const std::string path = folder + "/" + name;
+    struct stat former {};
+    if (lstat(path.c_str(), &former) == 0 && !S_ISLNK(former.st_mode))
+        throw std::runtime_error(path + " exists and is not ours");
     unlink(path.c_str());
     if (symlink(target.c_str(), path.c_str()) != 0)
         throw std::runtime_error("cannot make " + path + ": " + strerror(errno));

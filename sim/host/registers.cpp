@@ -21,7 +21,12 @@ constexpr std::uint32_t kUartFlags = 0x12130018, kUartIdle = 0x90;  // both FIFO
 }  // namespace
 
 Registers::Registers(const std::string &devices) {
-    const std::string path = devices.empty() ? kDevMem : devices + "/mem";
+    if (!devices.empty()) published_ = devices + "/mem";
+    const std::string path = devices.empty() ? kDevMem : published_;
+    struct stat former {};
+    if (!devices.empty() && lstat(path.c_str(), &former) == 0 &&
+        (!S_ISREG(former.st_mode) || former.st_size != kSize))
+        throw std::runtime_error(path + " exists and is not ours");
     unlink(path.c_str());
     fd_ = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (fd_ < 0 || ftruncate(fd_, kSize) != 0 ||
@@ -31,6 +36,7 @@ Registers::Registers(const std::string &devices) {
 }
 
 Registers::~Registers() {
+    if (!published_.empty()) unlink(published_.c_str());
     close(fd_);
 }
 

@@ -24,6 +24,7 @@ class Registers {
 
   private:
     int fd_ = -1;
+    std::string published_;  ///< in a folder of devices
 };
 
 }  // namespace sim

@@ -88,9 +88,12 @@ SerialPort::SerialPort(const std::string &name, const std::string &devices, bool
     }
     require(shareWithGroup(keeper_, devices), "give " + slave + " to the group of " + devices);
     linkDevice(devices, name, slave);
+    published_ = devices + "/" + name;
 }
 
 SerialPort::~SerialPort() {
+    // The terminal will be somebody else's.
+    if (!published_.empty()) unlink(published_.c_str());
     close(keeper_);
     close(master_);
 }

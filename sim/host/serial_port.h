@@ -55,6 +55,7 @@ class SerialPort : public SerialLine {
     void handToHost(const Chunk &chunk);
 
     int master_ = -1, keeper_ = -1;
+    std::string published_;  ///< the link in a folder of devices
     const bool paced_;
     const Tap tap_;
     bool open_ = true;  // also for a host without the preload library, which reports nothing

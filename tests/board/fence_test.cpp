@@ -97,13 +97,6 @@ TEST_F(Fence, StrangersReachNothing) {
     for (const std::string &line : board_->daemon()->log())
         EXPECT_EQ(line.find("0x57 0xab 0x1 0x0 0x0 0x4"), std::string::npos);
 
-    // A second cable to the same people is no way in.
-    ASSERT_EQ(run("ip link add other0 type veth peer name other1 && ip addr add 10.9.9.9/24 dev "
-                  "other0 && ip link set other0 up && ip link set other1 up")
-                  .status,
-              0);
-    ASSERT_EQ(run("nft list chain ip quillon_fence input | grep -q 'iifname != \"eth0\"'").status,
-              0);
     EXPECT_EQ(run("quillon-fence off").status, 0);
     EXPECT_NE(askFrom(kThird, kRecords, "link"), "no answer");
 }
@@ -169,6 +162,16 @@ TEST_F(Fence, LetsInWhatTheProtocolHas) {
         {"The fence stands.", "12  turned away: neither a record nor a known question"});
 }
 
+// The list's machines are behind one interface; the same addresses behind another are forged.
+TEST_F(Fence, OtherInterfacesAreShut) {
+    startListening(test::kFast);
+    test::writeFile("/data/fence.toml", std::string("interface = \"wg0\"\n") + kList);
+    ASSERT_EQ(run("quillon-fence apply --keep --file /data/fence.toml").status, 0);
+    EXPECT_EQ(askFrom(kConsole, kRecords, "link"), "no answer");
+    EXPECT_EQ(askFrom(kConsole, quillon::kOperatorPort, "query"), "no answer");
+    EXPECT_GE(counted("other_interface", 2), 2U);
+}
+
 // A person far away must still be able to log in, and other services to work.
 TEST_F(Fence, IsForThePortsOfTheDaemonAlone) {
     raise("");
@@ -207,9 +210,19 @@ TEST_F(Fence, SlowsDownWhoSendsTooMuchAndNobodyElse) {
         }
     });
     EXPECT_EQ(counted("too_fast", 0U), 0U);
+    // Without a pause, a part gets through; who is not that fast is not slowed down.
+    board_->consoleNetwork()->run([&] {
+        quillon::Endpoint flood(kBoard, kRecords, kConsole);
+        for (int i = 0; i < 2000; ++i) flood.send(kKeyUp.data(), kKeyUp.size());
+    });
+    const unsigned long dropped = counted("too_fast", 500);
+    EXPECT_GE(dropped, 500U);
+    EXPECT_GE(counted("records"), 250U);
+    board_->consoleNetwork()->run([&] { type(kOther, 'b'); });
+    EXPECT_TRUE(arrives("b"));
     for (int i = 0; i < 40; ++i)
         send(kConsole, quillon::kOperatorPort, "apply|192.168.1.20-ann|192.168.1.20|3");
-    EXPECT_GE(counted("too_fast", 25), 25U);
+    EXPECT_GE(counted("too_fast", dropped + 25), dropped + 25);
     EXPECT_LE(counted("commands"), 15U);
     // Another kind of datagram, and another console, are not slowed down by that.
     EXPECT_EQ(askFrom(kConsole, quillon::kOperatorPort, "query"), "query|192.168.1.10|0||0");

@@ -9,6 +9,7 @@
 #include "sim/host/process.h"
 #include "software_config.h"
 #include "tests/support/on_board.h"
+#include "tests/support/tmux.h"
 #include <quillon/datagram_socket.h>
 
 namespace {
@@ -65,7 +66,7 @@ TEST_F(Service, HealthCheckAsksForARestartOnlyWhenNobodyReads) {
 
     kill(daemonProcess(), SIGSTOP);
     const test::Outcome hung = run(check);
-    EXPECT_EQ(hung.status, 1);
+    EXPECT_EQ(hung.status, 10);
     EXPECT_TRUE(test::holds(hung.said, "has not answered for 4 s. It has to be restarted."));
     kill(daemonProcess(), SIGCONT);
     EXPECT_EQ(run(check).said, "The daemon answers.\n");
@@ -131,6 +132,8 @@ TEST_F(Service, DoctorFindsTheSimulatedBoardFitAndSaysWhatIsNot) {
                             "WRONG  UDP port 41303 (consent) is taken by another program",
                             "WRONG  /data/net.ini says 10.1.2.3, which eth0 does not have",
                             "WRONG  cannot open /dev/mem", "This machine is not fit"});
+    EXPECT_TRUE(test::holds(run(doctor + " --without-memory").said,
+                            "note   /dev/mem cannot be opened, as you want it"));
     // Names from files do not command the terminal.
     writeFile("/version/hardware_info", "\"board\": \"\x1b[2JX\"\n");
     EXPECT_TRUE(test::holds(run(doctor).said, "board ?[2JX, with a CH9350"));
@@ -150,7 +153,13 @@ TEST_F(Service, DoctorLeavesARunningDaemonAlone) {
 TEST_F(Service, ABoardWithoutSystemdHasAScript) {
     make(test::kFast);
     const pid_t script =
-        sim::launch({{SOURCE_DIR "/packaging/start-without-systemd"}, {}, "", -1, -1, -1, false});
+        sim::launch({{SOURCE_DIR "/packaging/start-without-systemd", "/data/quillon", "/data/log"},
+                     {},
+                     "",
+                     -1,
+                     -1,
+                     -1,
+                     false});
     const auto answers = [] { return run("quillon-health --folder /data/quillon").said; };
     const auto listens = [&] {
         return comesTrue([&] { return test::holds(answers(), "The daemon answers."); },
@@ -170,6 +179,26 @@ TEST_F(Service, ABoardWithoutSystemdHasAScript) {
     kill(script, SIGTERM);
     sim::awaitExit(script);
     EXPECT_EQ(run("pgrep ^quillon").said, "");
+}
+
+// As a person's shell does it, with the Tab key.
+TEST(Documents, CompletionWorksInARealBash) {
+    test::Tmux shell("cd " SOURCE_DIR "/packaging/completion; PS1='$ ' bash --norc");
+    shell.send("for f in *; do source ./$f; done; clear; echo re''ady\n");
+    ASSERT_TRUE(shell.shows("ready"));
+    for (const auto &[typed, completed] :
+         {std::pair{"quillon-fence ap\t--k\t", "quillon-fence apply --keep"},
+          {"quillon-console --to 1.2.3.4 mouse cl\t", "mouse click"},
+          {"quillon-console type --lay\t", "quillon-console type --layout"},
+          {"quillon-board --consoles-\t", "quillon-board --consoles-apart"},
+          {"quillon-flash --y\t", "quillon-flash --yes"},
+          {"quillon-guard res\t--fol\t", "quillon-guard restore --folder"},
+          {"quillon-health --pat\t", "quillon-health --patience"},
+          {"quillon-doctor --no\t", "quillon-doctor --no-chip"}}) {
+        shell.send(typed);
+        EXPECT_TRUE(shell.shows(completed)) << shell.screen();
+        shell.send("\x03");  // Ctrl-C
+    }
 }
 
 TEST(Documents, OptionsAreThoseOfThePrograms) {
