@@ -99,8 +99,10 @@ void writeOptions(std::string &page, const CLI::App &app, const std::string &ind
             page += indent + "_" + plain(value) + "_";
         }
         page += "\n" + indent + "\t" + sentence(option->get_description());
-        if (const std::string usual = option->get_default_str(); !usual.empty() && !value.empty())
-            page += " Without it: " + plain(usual) + ".";
+        // A list stands in brackets.
+        std::string usual = option->get_default_str();
+        if (!usual.empty() && usual.front() == '[') usual = usual.substr(1, usual.size() - 2);
+        if (!usual.empty() && !value.empty()) page += " Without it: " + plain(usual) + ".";
         page += "\n\n";
     }
 }
@@ -121,7 +123,12 @@ std::string optionsOf(const std::string &name) {
     describeProgram(app, name);
     const bool hasCommands = !app.get_subcommands({}).empty();
     std::string text = "# SYNOPSIS\n\n*" + name + "* [_OPTIONS_]" + usageOf(app);
-    if (hasCommands) text += app.get_require_subcommand_min() > 0 ? " _COMMAND_" : " [_COMMAND_]";
+    // Beside a command of the person's own, those of the program have lines of their own.
+    if (app.get_require_subcommand_min() > 0) text += " _COMMAND_";
+    if (app.get_require_subcommand_min() == 0)
+        for (const CLI::App *command : app.get_subcommands({}))
+            text +=
+                "++\n*" + name + " " + command->get_name() + "* [_OPTIONS_]" + usageOf(*command);
     text += "\n\n# OPTIONS\n\n";
     writeOptions(text, app, "");
     if (hasCommands) text += "# COMMANDS\n\n";

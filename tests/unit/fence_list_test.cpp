@@ -32,6 +32,8 @@ TEST(FenceList, ErrorsNameFileLineAndReason) {
           {"consoles = [\"192.168.1.20/24\"]", "the bits behind the first 24"},
           {"consoles = [\"0.0.0.0/0\"]", "the length of a network is 1 to 32"},
           {"consoles = [\"10.0.0.0/+8\"]", "the length of a network is 1 to 32"},
+          {"consoles = [\"10.0.0.0/18\", \"10.1.0.0/17\"]", "the networks have 49152 addresses"},
+          {"record_port = 41302", "record_port is one of the daemon's other ports"},
           {"record_port = 70000", "record_port is a number from 1 to 65535"},
           {"# für alle\ninterface = \"eth0\"\nfür = 1", "list, line 3: only a line of comment"},
           {"interface = \"eth0", "list, line 1: "}})
@@ -44,11 +46,13 @@ TEST(FenceList, ErrorsNameFileLineAndReason) {
 
 TEST(FenceList, SaysWhatMayNotBeMeant) {
     const auto list = service::parseFenceList(
-        "interface = \"nowhere0\"\nconsoles = [\"10.0.0.0/8\"]\nsoftware = [\"10.0.0.9\"]", "list");
+        "interface = \"nowhere0\"\nconsoles = [\"10.0.0.0/20\"]\nsoftware = [\"10.0.0.9\"]",
+        "list");
     std::string all;
     for (const std::string &odd : service::oddities(list)) all += odd + "\n";
-    test::expectHeld(all, {"no interface nowhere0", "operators is empty", "10.0.0.0/8 is a network",
-                           "10.0.0.9 may type also while permissions are on"});
+    test::expectHeld(all,
+                     {"no interface nowhere0", "operators is empty", "10.0.0.0/20 is a network",
+                      "10.0.0.9 may type also while permissions are on"});
 }
 
 }  // namespace
