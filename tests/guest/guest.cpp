@@ -19,6 +19,14 @@ using std::chrono::seconds;
 
 constexpr char kNoEcho[] = "stty -F /dev/ttyS1 raw -echo; PS1=; PS2=; set +m; exec 2>&1; ";
 
+// QEMU must not outlive a test program that is ended.
+volatile pid_t machine = 0;
+
+void endMachine(int sig) {
+    kill(machine, SIGKILL);
+    _exit(128 + sig);
+}
+
 // One end stays here, the other is for QEMU.
 void makePair(sim::Descriptor &here, sim::Descriptor &there) {
     int ends[2];
@@ -87,6 +95,8 @@ Guest::Guest(const std::string &folder) : folder_(folder) {
                       "chardev=qmp,mode=control"};
     qemu.descriptors = {qmpThere.get(), shellThere.get()};
     pid_ = sim::launch(qemu);
+    machine = pid_;
+    for (const int sig : {SIGINT, SIGTERM, SIGHUP}) signal(sig, endMachine);
     // Else its end would not be seen here.
     qmpThere.reset();
     shellThere.reset();
