@@ -33,10 +33,12 @@ class File {
     const int fd_;
 };
 
-// One process at a time looks and writes: restore runs while watch does.
+// One process at a time looks and writes: restore runs while watch does. Each takes some
+// milliseconds; who holds the lock for longer is somebody else, and must not keep the daemon down.
 File lockFolder(const std::string &folder) {
     const int fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0 || flock(fd, LOCK_EX) != 0) fail("cannot lock " + folder);
+    if (fd < 0) fail("cannot open " + folder);
+    for (int tries = 0; tries < 100 && flock(fd, LOCK_EX | LOCK_NB) != 0; ++tries) usleep(50'000);
     return File(fd);
 }
 
