@@ -140,6 +140,7 @@ TEST_F(Fence, LetsInWhatTheProtocolHas) {
     refused(kKeyA.substr(0, 10));
     refused("\x57\xAB\x40\x02"s);  // commands of the CH9350
     refused("\x57\xAB\x80\x40"s);
+    refused("\x57\xAB\x40\x02\0\0\0"s);
     refused("linkx");
     refused("");
     refused(std::string(1400, 'a'));
@@ -159,7 +160,7 @@ TEST_F(Fence, LetsInWhatTheProtocolHas) {
     EXPECT_EQ(counted("too_fast", 0U), 0U);
     test::expectHeld(
         run("quillon-fence status").said,
-        {"The fence stands.", "12  turned away: neither a record nor a known question"});
+        {"The fence stands.", "13  turned away: neither a record nor a known question"});
 }
 
 // The list's machines are behind one interface; the same addresses behind another are forged.
