@@ -273,7 +273,8 @@ EOF
              "type fenced"));
     EXPECT_TRUE(becomes("journalctl -u board --no-pager | grep -q fenced"));
     // Debian's own rules begin with a flush.
-    EXPECT_TRUE(does("systemctl restart nftables && quillon-fence status"));
+    EXPECT_TRUE(does("systemctl restart nftables"));
+    EXPECT_TRUE(becomes("quillon-fence status"));
     EXPECT_TRUE(does("systemctl disable --now quillon-fence && ! quillon-fence status"));
 }
 
@@ -293,16 +294,16 @@ TEST_F(Installed, WireGuardAsTheDocumentsSay) {
 }
 
 TEST_F(Installed, DropInTakesTheMemoryAway) {
-    const std::string place = "/etc/systemd/system/quillon.service.d/";
-    ASSERT_TRUE(does("cp /usr/share/quillon/without-dev-mem.conf " + place +
-                     " && systemctl daemon-reload && systemctl restart quillon"));
+    // The simulated memory is a file, which no rule about devices keeps away: it is left out.
+    ASSERT_TRUE(does(R"(cd /etc/systemd/system/quillon.service.d && cp test.conf /tmp/ &&
+        sed -i '/dev.mem/d' test.conf && cp /usr/share/quillon/without-dev-mem.conf . &&
+        systemctl daemon-reload && systemctl restart quillon)"));
     ASSERT_TRUE(listens());
     EXPECT_TRUE(types("nomem"));
     EXPECT_EQ(capabilities(mainProcess()), "0000000000001400");
-    EXPECT_TRUE(does("journalctl -u quillon --no-pager | grep -q 'open dev/mem error'"));
-    EXPECT_TRUE(does("rm " + place +
-                     "without-dev-mem.conf && systemctl daemon-reload && "
-                     "systemctl restart quillon"));
+    EXPECT_TRUE(becomes("journalctl -u quillon --no-pager | grep -q 'open dev/mem error'"));
+    EXPECT_TRUE(does(R"(rm without-dev-mem.conf && mv /tmp/test.conf . && cd &&
+        systemctl daemon-reload && systemctl restart quillon)"));
     ASSERT_TRUE(listens());
 }
 
