@@ -391,7 +391,11 @@ class PowerCuts : public Installed {
     static void startChanging(const std::string &file) {
         ASSERT_TRUE(does("systemctl restart quillon"));
         ASSERT_TRUE(listens());
-        ASSERT_TRUE(does("echo -n per_enable=1 " + kOperators + "; sleep 1"));
+        // Levels begin at 1, so nobody stronger may hold control.
+        ASSERT_TRUE(does("echo -n per_enable=1 " + kOperators +
+                         "; sleep 1; echo -n 'disconnect|192.168.1.20-u|1' " + kOperators +
+                         "; sleep 1"));
+        ++run_;
         ASSERT_TRUE(does(R"(cat >/tmp/changes <<'EOF'
 n=0
 while true; do
@@ -406,18 +410,19 @@ while true; do
     esac
     echo -n "$word" >/dev/udp/127.0.0.1/41302
     until grep -qsx "$line" "$1"; do sleep 0.05; done
-    echo "kept $n" >/dev/ttyS0
+    echo "run $2 kept $n" >/dev/ttyS0
     sleep 0.$((RANDOM % 5))5
 done
 EOF
 systemd-run -q --unit=changes bash /tmp/changes )" +
-                         file));
+                         file + " " + std::to_string(run_)));
     }
 
     static int changes() {
         const std::string log = readFile(folder + "/console.log");
-        const std::size_t at = log.rfind("kept ");
-        return at == std::string::npos ? 0 : atoi(log.c_str() + at + 5);
+        const std::string words = "run " + std::to_string(run_) + " kept ";
+        const std::size_t at = log.rfind(words);
+        return at == std::string::npos ? 0 : atoi(log.c_str() + at + words.size());
     }
 
     /// The settings after a cut now, and a start of the guard as before the daemon's.
@@ -458,6 +463,8 @@ systemd-run -q --unit=changes bash /tmp/changes )" +
                either(&Found::output) && either(&Found::level);
     }
 
+    inline static int run_ = 0;  ///< of changes: one for each test
+
     /// Neighbouring cuts less than 5 s apart share a commit of the file system's journal.
     static void pauseBetweenCuts() {
         static std::mt19937 random(1);
@@ -493,11 +500,13 @@ TEST_F(PowerCuts, TakeThemWithoutTheGuard) {
              ">/etc/systemd/system/quillon.service.d/bare.conf && systemctl daemon-reload"));
     startChanging(kSettings);
     bool lost = false;
-    int cuts = 0;
+    int cuts = 0, last = 0;
     for (; cuts < 20 && !lost; ++cuts) {
         pauseBetweenCuts();
         int change = 0;
         const Found found = afterACut(false, change);
+        ASSERT_GT(change, last) << "nothing was changed between two cuts";
+        last = change;
         lost = !isFrom(found, change);
     }
     EXPECT_TRUE(lost);
