@@ -148,6 +148,36 @@ TEST_F(Service, DoctorLeavesARunningDaemonAlone) {
                 "the chip is not asked, because the daemon has its serial port"});
     type(test::kConsole, 'a');
     EXPECT_TRUE(arrives("a"));
+
+    // A program of another user has the port for heartbeats, which the daemon has only sometimes.
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    const pid_t stranger = fork();
+    if (stranger == 0) {
+        const bool other = setresuid(1, 1, 1) == 0;  // not where there is only one user
+        const quillon::DatagramSocket taken("", quillon::kHeartbeatPort, "");
+        _exit(write(ready[1], other ? "y" : "n", 1) == 1 ? pause() : 1);
+    }
+    char other = 'n';
+    ASSERT_EQ(read(ready[0], &other, 1), 1);
+    const std::string said = run("quillon-doctor --folder /data/quillon").said;
+    EXPECT_EQ(test::holds(said, "WRONG  UDP port 41301 (heartbeats) is taken by another program"),
+              other == 'y');
+    kill(stranger, SIGKILL);
+    sim::awaitExit(stranger);
+}
+
+TEST_F(Service, DoctorSeesADaemonThatNobodyReaches) {
+    {
+        // Another program has its port at its start.
+        const quillon::DatagramSocket taken("", 80, "", quillon::DatagramSocket::kAlone);
+        start(test::kFast);
+        ASSERT_TRUE(logs("add mut:224.168.1.1"));
+    }
+    const test::Outcome deaf = run("quillon-doctor --folder /data/quillon");
+    EXPECT_EQ(deaf.status, 1);
+    EXPECT_TRUE(test::holds(deaf.said,
+                            "WRONG  UDP port 80 (records) is not in use although the daemon runs"));
 }
 
 TEST_F(Service, ABoardWithoutSystemdHasAScript) {
