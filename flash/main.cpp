@@ -66,9 +66,9 @@ std::string checkDevice() {
     read_ini settings("./quillon.ini");
     std::string port = "COM3";
     settings.find_value("com_port=", port);
-    if (port.size() != 4 || port.rfind("COM", 0) != 0 || port[3] < '0' || port[3] > '3')
+    std::string device = flash::deviceOf(port);
+    if (device.empty())
         throw std::runtime_error("com_port in quillon.ini is \"" + port + "\", not COM0 to COM3");
-    std::string device = std::string("/dev/ttyAMA") + port[3];
     if (const std::string holder = flash::holderOf(device); !holder.empty())
         throw std::runtime_error(holder + " has " + device + "; end it first");
     if (access(device.c_str(), R_OK | W_OK) != 0)

@@ -25,6 +25,12 @@ bool holds(const fs::path &process, const std::string &device) {
 
 }  // namespace
 
+std::string deviceOf(const std::string &port) {
+    const bool known =
+        port.size() == 4 && port.rfind("COM", 0) == 0 && port[3] >= '0' && port[3] <= '3';
+    return known ? std::string("/dev/ttyAMA") + port[3] : "";
+}
+
 std::string holderOf(const std::string &device) {
     for (const auto &process : fs::directory_iterator("/proc")) {
         const std::string id = process.path().filename();

@@ -82,26 +82,25 @@ class SilentOutput {
     const int kept_;
 };
 
+// Empty without a file that names it.
+std::string boardName() {
+    const SilentOutput silent;
+    char name[kBoardSize] = {};
+    readHdVersion(name);
+    return name;
+}
+
 std::string readBoard(Report &report) {
-    char board[kBoardSize] = {};
-    bool known = false;
-    if (access(kHardware, R_OK) != 0) {
+    std::string name = boardName();
+    if (access(kHardware, R_OK) != 0)
         report.bad(std::string(kHardware) + because());
-        return "";
-    }
-    {
-        const SilentOutput silent;
-        known = readHdVersion(board);
-    }
-    if (!known) {
+    else if (name.empty())
         report.bad(std::string(kHardware) + " has no \"board\": \"...\"");
-        return "";
-    }
-    std::string name = board;
-    if (isIdleBoard(board))
+    else if (isIdleBoard(name.c_str()))
         report.note("board " + name + ": the daemon has nothing to do on it, and idles");
     else
-        report.good("board " + name + (hasCh9329(board) ? ", with a CH9329" : ", with a CH9350"));
+        report.good("board " + name +
+                    (hasCh9329(name.c_str()) ? ", with a CH9329" : ", with a CH9350"));
     return name;
 }
 
@@ -179,9 +178,7 @@ std::string deviceOf(const std::string &board, const std::string &folder) {
         port = service::settingIn(folder, "com_port", port);
         if (const char *forced = forcedPort(board.c_str()); forced != nullptr) port = forced;
     }
-    const bool known =
-        port.size() == 4 && port.compare(0, 3, "COM") == 0 && port[3] >= '0' && port[3] <= '3';
-    return known ? std::string("/dev/ttyAMA") + port[3] : "";
+    return flash::deviceOf(port);
 }
 
 bool checkDevice(Report &report, const std::string &device) {
@@ -351,14 +348,7 @@ int examine(const service::DoctorOptions &options) {
     Report report;
     // Only root sees who has the serial port, so it is asked first.
     const Daemon daemon = findDaemon();
-    std::string board;
-    {
-        const SilentOutput silent;
-        char name[kBoardSize] = {};
-        readHdVersion(name);
-        board = name;
-    }
-    const std::string device = deviceOf(board, options.folder);
+    const std::string device = deviceOf(boardName(), options.folder);
     const std::string held = daemon.runs() ? "the daemon" : holder(report, device);
 
     std::string user = options.user;
@@ -369,7 +359,7 @@ int examine(const service::DoctorOptions &options) {
     }
     report.note(daemon.runs() ? "the daemon runs as process " + daemon.process
                               : "the daemon does not run");
-    board = readBoard(report);
+    const std::string board = readBoard(report);
     checkAddress(report);
     checkPrograms(report);
     if (!board.empty() && isIdleBoard(board.c_str())) return conclude(report);

@@ -4,8 +4,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <climits>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <system_error>
@@ -51,12 +49,8 @@ int restore(const std::string &folder) {
     return 0;
 }
 
-volatile std::sig_atomic_t ending = 0;
-
-int watch(const std::string &folder) {
-    struct sigaction end {};
-    end.sa_handler = [](int) { ending = 1; };  // without SA_RESTART: the read below ends
-    for (const int sig : {SIGINT, SIGTERM, SIGHUP}) sigaction(sig, &end, nullptr);
+// Whatever a signal interrupts, the copy is whole: it is replaced by a rename.
+[[noreturn]] void watch(const std::string &folder) {
     const int events = inotify_init1(IN_CLOEXEC);
     // The folder, because a restored file is another file of the same name.
     if (events < 0 ||
@@ -65,9 +59,8 @@ int watch(const std::string &folder) {
     // Not what a power cut left: that is for restore.
     keep(folder, false);
     alignas(inotify_event) char buffer[4096];
-    while (ending == 0) {
+    for (;;) {
         const ssize_t size = read(events, buffer, sizeof buffer);
-        if (size < 0 && errno == EINTR) continue;
         if (size <= 0) throw std::system_error(errno, std::generic_category(), "inotify");
         bool written = false;
         for (ssize_t at = 0; at < size;) {
@@ -81,7 +74,6 @@ int watch(const std::string &folder) {
         }
         if (written) keep(folder, true);
     }
-    return 0;
 }
 
 }  // namespace
@@ -93,7 +85,7 @@ int main(int argc, char **argv) {
     service::describeGuard(app, options);
     return service::runProgram(app, argc, argv, [&] {
         if (app.got_subcommand("restore")) return restore(options.folder);
-        if (app.got_subcommand("watch")) return watch(options.folder);
+        if (app.got_subcommand("watch")) watch(options.folder);
         const auto state = service::compareSettings(options.folder);
         puts(state.words.c_str());
         return state.good ? 0 : 1;

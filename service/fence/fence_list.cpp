@@ -13,6 +13,7 @@
 #include <iterator>
 #include <sstream>
 #include <stdexcept>
+
 #include "protocol/ports.h"
 
 namespace service {
@@ -20,6 +21,13 @@ namespace {
 
 constexpr std::size_t kMostEntries = 256, kLargestFile = 64 * 1024;
 constexpr std::uint64_t kMostMachines = 32768;
+
+// Of an address that has been checked.
+std::uint64_t machinesIn(const std::string &address) {
+    const std::size_t slash = address.find('/');
+    const int bits = slash == std::string::npos ? 32 : std::stoi(address.substr(slash + 1));
+    return std::uint64_t{1} << (32 - bits);
+}
 
 struct Reader {
     const std::string &file;
@@ -51,12 +59,7 @@ struct Reader {
     // The kernel remembers how often each sender sent, and has room for some.
     void checkCount(const toml::node &node, const std::vector<std::string> &addresses) const {
         std::uint64_t machines = 0;
-        for (const std::string &address : addresses) {
-            const std::size_t slash = address.find('/');
-            machines += slash == std::string::npos
-                            ? 1
-                            : std::uint64_t{1} << (32 - std::stoi(address.substr(slash + 1)));
-        }
+        for (const std::string &address : addresses) machines += machinesIn(address);
         if (machines > kMostMachines)
             complain(node.source(), "the networks have " + std::to_string(machines) +
                                         " addresses; there is room for " +
@@ -168,13 +171,9 @@ std::vector<std::string> oddities(const FenceList &list) {
         found.push_back(
             "Nobody may send commands: operators is empty. Consoles that take control "
             "belong there, too.");
-    const auto wide = [](const std::string &address) {
-        const std::size_t slash = address.find('/');
-        return slash != std::string::npos && std::stoi(address.substr(slash + 1)) < 24;
-    };
     for (const auto *group : {&list.consoles, &list.operators, &list.software})
         for (const std::string &address : *group)
-            if (wide(address))
+            if (machinesIn(address) > 256)
                 found.push_back(address + " is a network of more than 256 machines.");
     for (const std::string &address : list.software)
         found.push_back(address +

@@ -118,7 +118,7 @@ std::string passing(const std::string &name, const std::string &rate, const std:
 std::string recordChain() {
     Chain chain("records");
     chain.allowAs("pass_software");
-    // The tag makes the endpoint take a record from everybody.
+    // The tag makes the endpoint take a record from everybody, but not a movement of 7 bytes.
     const std::string tag = quillon::kSoftwareTag;
     for (const Record &record : kRecords)
         if (record.size != 7)

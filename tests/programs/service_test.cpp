@@ -51,7 +51,7 @@ TEST_F(Service, GuardCopiesEachCompleteWriteUntilItIsEnded) {
               "quillon.ini was incomplete: the copy is back in its place\n");
     EXPECT_EQ(run("quillon-guard --folder /data/state status").status, 0);
     kill(guard, SIGTERM);
-    EXPECT_EQ(sim::awaitExit(guard), 0);
+    EXPECT_EQ(sim::awaitExit(guard), 128 + SIGTERM);
 
     const test::Outcome nowhere = run("quillon-guard watch --folder /nowhere");
     EXPECT_EQ(nowhere.status, 1);
