@@ -1,35 +1,14 @@
 #include "console/preferences.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <toml++/toml.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <stdexcept>
+
+#include "terminal/config_text.h"
 
 namespace quillon {
 namespace {
-
-// Empty for a file that is not there. What is no file of its own, such as a pipe, is refused before
-// it is read.
-std::string readFile(const std::string &file) {
-    constexpr off_t kLargest = 1 << 20;
-    const int fd = open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0 && (errno == ENOENT || errno == ENOTDIR)) return "";
-    if (fd < 0) throw std::runtime_error(file + ": " + strerror(errno));
-    struct stat status {};
-    const bool small =
-        fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_size <= kLargest;
-    std::string text(small ? static_cast<std::size_t>(status.st_size) : 0, '\0');
-    const ssize_t size = small ? read(fd, text.data(), text.size()) : -1;
-    close(fd);
-    if (size < 0) throw std::runtime_error(file + " is not a file of 1 MiB at most");
-    text.resize(static_cast<std::size_t>(size));
-    return text;
-}
 
 [[noreturn]] void complain(const std::string &file, const toml::source_region &where,
                            const std::string &why) {
@@ -88,7 +67,7 @@ std::string preferencesFile() {
 Preferences readPreferences(const std::string &file, const std::string &endpoint) {
     Preferences preferences;
     if (file.empty()) return preferences;
-    const std::string text = readFile(file);
+    const std::string text = readConfigText(file).value_or("");
     try {
         const toml::table all = toml::parse(text, file);
         for (const auto &[key, node] : all)

@@ -29,6 +29,7 @@
 #include "service/settings_guard.h"
 #include "service/udp_ports.h"
 #include "terminal/printable.h"
+#include "terminal/program.h"
 
 namespace {
 
@@ -382,5 +383,5 @@ int main(int argc, char **argv) {
     CLI::App app{"", "quillon-doctor"};
     service::DoctorOptions options;
     service::describeDoctor(app, options);
-    return service::runProgram(app, argc, argv, [&] { return examine(options); });
+    return quillon::runProgram(app, argc, argv, [&] { return examine(options); });
 }

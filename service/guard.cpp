@@ -10,6 +10,7 @@
 
 #include "service/options.h"
 #include "service/settings_guard.h"
+#include "terminal/program.h"
 
 namespace {
 
@@ -83,7 +84,7 @@ int main(int argc, char **argv) {
     CLI::App app{"", "quillon-guard"};
     service::GuardOptions options;
     service::describeGuard(app, options);
-    return service::runProgram(app, argc, argv, [&] {
+    return quillon::runProgram(app, argc, argv, [&] {
         if (app.got_subcommand("restore")) return restore(options.folder);
         if (app.got_subcommand("watch")) watch(options.folder);
         const auto state = service::compareSettings(options.folder);

@@ -20,6 +20,7 @@
 #include "service/options.h"
 #include "service/settings_guard.h"
 #include "service/udp_ports.h"
+#include "terminal/program.h"
 
 namespace {
 
@@ -175,5 +176,5 @@ int main(int argc, char **argv) {
     CLI::App app{"", "quillon-health"};
     service::HealthOptions options;
     service::describeHealth(app, options);
-    return service::runProgram(app, argc, argv, [&] { return judge(options); });
+    return quillon::runProgram(app, argc, argv, [&] { return judge(options); });
 }

@@ -1,11 +1,5 @@
 #include "service/options.h"
 
-#include <cstdio>
-#include <stdexcept>
-
-#include "terminal/printable.h"
-#include "terminal/standard_streams.h"
-
 namespace service {
 namespace {
 
@@ -67,26 +61,6 @@ void describeFence(CLI::App &app, FenceOptions &options) {
     app.add_subcommand("status", "Say whether the fence stands, and what it has turned away");
     app.add_subcommand("off", "Take the rules away");
     app.require_subcommand(1);
-}
-
-int runProgram(CLI::App &app, int argc, char **argv, const std::function<int()> &run) {
-    quillon::holdStandardStreams();
-    const std::string name = app.get_name();
-    app.set_version_flag("--version", name + " " QUILLON_VERSION);
-    app.failure_message([&name](const CLI::App *, const CLI::Error &error) {
-        return name + ": " + quillon::printable(error.what()) + " (--help says more)\n";
-    });
-    int status = 0;
-    try {
-        app.parse(argc, argv);
-        status = run();
-    } catch (const CLI::ParseError &error) {
-        status = app.exit(error) == 0 ? 0 : 2;
-    } catch (const std::exception &error) {
-        fprintf(stderr, "%s: %s\n", name.c_str(), quillon::printableLines(error.what()).c_str());
-        status = 1;
-    }
-    return quillon::finishOutput(name.c_str()) || status != 0 ? status : 1;
 }
 
 }  // namespace service

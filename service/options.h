@@ -32,8 +32,4 @@ struct FenceOptions {
 };
 void describeFence(CLI::App &app, FenceOptions &options);
 
-/// Parses the command line and runs a program, with the messages and the exit status of all our
-/// programs: 2 for a wrong command line, 1 with the words of an exception, else what run returns.
-int runProgram(CLI::App &app, int argc, char **argv, const std::function<int()> &run);
-
 }  // namespace service

@@ -23,6 +23,7 @@
 #include "service/options.h"
 #include "service/settings_guard.h"
 #include "terminal/printable.h"
+#include "terminal/program.h"
 
 namespace {
 
@@ -229,7 +230,7 @@ int main(int argc, char **argv) {
     CLI::App app{"", "quillon-fence"};
     service::FenceOptions options;
     service::describeFence(app, options);
-    return service::runProgram(app, argc, argv, [&] {
+    return quillon::runProgram(app, argc, argv, [&] {
         if (app.got_subcommand("check"))
             return check(service::readFenceList(options.file), options.file);
         if (app.got_subcommand("show")) {

@@ -11,10 +11,10 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
-#include <sstream>
 #include <stdexcept>
 
 #include "protocol/ports.h"
+#include "terminal/config_text.h"
 
 namespace service {
 namespace {
@@ -102,25 +102,10 @@ struct Reader {
     }
 };
 
-// The library's table of letters for keys has a gap where the parser must not go. A list needs
-// nothing beyond ASCII but in a line of comment.
-void refuseForeignLetters(const std::string &text, const std::string &name) {
-    std::istringstream lines(text);
-    std::size_t number = 0;
-    for (std::string line; std::getline(lines, line);) {
-        ++number;
-        const std::size_t first = line.find_first_not_of(" \t");
-        if (first != std::string::npos && line[first] == '#') continue;
-        if (std::any_of(line.begin(), line.end(), [](unsigned char c) { return c > 0x7E; }))
-            throw std::runtime_error(name + ", line " + std::to_string(number) +
-                                     ": only a line of comment may hold letters beyond ASCII");
-    }
-}
-
 }  // namespace
 
 FenceList parseFenceList(const std::string &text, const std::string &name) {
-    refuseForeignLetters(text, name);
+    quillon::refuseForeignLetters(text, name);
     const Reader reader{name};
     toml::table table;
     try {
