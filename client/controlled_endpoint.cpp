@@ -24,8 +24,18 @@ constexpr milliseconds kFarewell{250};  // the last state and its resends
 
 }  // namespace
 
+std::string whyNotTaken(const EndpointStatus &status, const std::string &address) {
+    if (!status.reachable) return "the endpoint does not answer";
+    if (!status.settings || !status.holder || !permissionsOn(*status.settings)) return "";
+    if (!status.holder->linked) return "nobody is linked, and the endpoint may take nothing; apply";
+    if (maySend(*status.settings, address) != MaySend::kNo) return "";
+    return "the endpoint takes nothing from " + address + ": " + status.holder->user +
+           " holds control";
+}
+
 ControlledEndpoint::ControlledEndpoint(const Setup &setup)
     : tag_(setup.asSoftware ? kSoftwareTag : ""),
+      watchesLocks_(setup.watchesLocks),
       records_(setup.to, setup.port, setup.from),
       commands_(setup.to, kOperatorPort, setup.from),
       link_(setup, setup.port, kLinkQuestion, kLinkPeriod),
@@ -38,7 +48,7 @@ ControlledEndpoint::ControlledEndpoint(const Setup &setup)
 }
 
 ControlledEndpoint::~ControlledEndpoint() {
-    if (lastSent_ != Time{}) finish();
+    if (lastSent_ != Time{} && !atRest()) finish();
 }
 
 void ControlledEndpoint::addTo(std::vector<pollfd> &fds) const {
@@ -95,6 +105,7 @@ std::optional<std::string> ControlledEndpoint::answer(Question &question, Time n
 ControlledEndpoint::Time ControlledEndpoint::locksDue() const {
     if (locks_.waiting) return locks_.asked + kPatience;
     if (testsUsb()) return Time::max();  // both questions read answers of the chip
+    if (!wantsLocks_ && !watchesLocks_) return Time::max();
     const Time wanted = wantsLocks_ ? Time{} : locks_.asked + kLocksPeriod;
     const Time earliest = std::max(wanted, lastSent_ + kQuietBefore), next = input_.due();
     return next != Time::max() && next - earliest < kQuietAfter ? Time::max() : earliest;
@@ -138,17 +149,20 @@ void ControlledEndpoint::takeAnswers(Time now) {
     }
     if (const auto text = answer(locks_, now)) {
         status_.locks = parseLockKeys(*text);
+        status_.locksAsked = locks_.asked;
         lastHeard_ = now;
     }
     if (const auto text = answer(holder_, now)) {
         const auto before = std::move(status_.holder);
         status_.holder = parseHolder(*text);
+        status_.holderAsked = holder_.asked;
         // What came from a console after it lost control was dropped, releases too.
         if (before && status_.holder && before->user != status_.holder->user) input_.refresh();
         holder_.next = now + (holder_.again-- > 0 ? kAgain : kHolderPeriod);
     }
     if (const auto text = answer(settings_, now)) {
         status_.settings = parseSettings(*text);
+        status_.settingsAsked = settings_.asked;
         settings_.next = now + (settings_.again-- > 0 ? kAgain : kSettingsPeriod);
     }
     const bool tested = usb_.waiting;

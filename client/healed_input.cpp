@@ -11,6 +11,7 @@ const std::vector<milliseconds> kAfterChange{milliseconds(40), milliseconds(200)
     kAtRest{milliseconds(100)};
 constexpr milliseconds kPeriod(1000);
 constexpr std::size_t kBacklog = 8;  // records
+constexpr int kFarthest = 32767;     // that a movement waits to go
 
 }  // namespace
 
@@ -67,8 +68,11 @@ void HealedInput::moveTo(std::uint16_t x, std::uint16_t y) {
 void HealedInput::moveByDistance(int dx, int dy) {
     if (queue_.empty() || queue_.back().kind != kMovement || queue_.back().button != button_)
         queue_.push_back({kMovement, {}, 0, 0, button_});
-    queue_.back().dx += dx;
-    queue_.back().dy += dy;
+    const auto sum = [](int waiting, int more) {
+        return std::clamp(waiting + std::clamp(more, -kFarthest, kFarthest), -kFarthest, kFarthest);
+    };
+    queue_.back().dx = sum(queue_.back().dx, dx);
+    queue_.back().dy = sum(queue_.back().dy, dy);
 }
 
 void HealedInput::setButton(Button button) {

@@ -7,7 +7,6 @@
 
 #include "console/control/consent.h"
 #include "console/control/forwarder.h"
-#include "console/control/guardian.h"
 #include "console/control/keys.h"
 #include "console/control/menu.h"
 #include "console/control/view.h"
@@ -16,6 +15,7 @@
 #include "terminal/terminal.h"
 #include "terminal/terminal_input.h"
 #include <quillon/console_ports.h>
+#include <quillon/guardian.h>
 #include <quillon/link_control.h>
 
 namespace quillon {

@@ -30,13 +30,4 @@ std::string deviceWords(const EndpointStatus &status, const HealedInput &input) 
     return words;
 }
 
-std::string whyNotTaken(const EndpointStatus &status, const std::string &address) {
-    if (!status.reachable) return "the endpoint does not answer";
-    if (!status.settings || !status.holder || !permissionsOn(*status.settings)) return "";
-    if (!status.holder->linked) return "nobody is linked, and the endpoint may take nothing; apply";
-    if (maySend(*status.settings, address) != MaySend::kNo) return "";
-    return "the endpoint takes nothing from " + address + ": " + status.holder->user +
-           " holds control";
-}
-
 }  // namespace quillon

@@ -34,6 +34,7 @@ class ConsolePorts {
 
     /// False while another program has the ports.
     bool own() const { return link_ != nullptr; }
+    const std::string &address() const { return address_; }
     /// What is not as it should be, for a person; empty when everything is.
     std::string trouble() const;
 

@@ -1,8 +1,7 @@
 // An endpoint that a person controls: sends the input, sees to it that no key stays down, and keeps
-// asking the endpoint how it is. No function but finish() and
-// the destructor waits: the caller polls. Only the constructor throws; what cannot be sent shows in
-// status(). An object is for
-// one thread at a time.
+// asking the endpoint how it is. No function but finish() and the destructor waits: the caller
+// polls. Only the constructor throws; what cannot be sent shows in status(). An object is for one
+// thread at a time.
 #pragma once
 
 #include <poll.h>
@@ -27,9 +26,17 @@ struct EndpointStatus {
     std::optional<Link> link;
     std::optional<Holder> holder;
     std::optional<Settings> settings;
+    /// When the questions were asked that those two are the answers to.
+    std::chrono::steady_clock::time_point holderAsked{}, settingsAsked{};
     std::optional<LockKeys> locks;
+    /// When the question was asked that the locks are the answer to.
+    std::chrono::steady_clock::time_point locksAsked{};
     std::optional<bool> usb;  ///< answer to the last testUsb(); none until it comes
 };
+
+/// Why an endpoint takes nothing from an address, for a person; empty when it does, as far as is
+/// known.
+std::string whyNotTaken(const EndpointStatus &status, const std::string &address);
 
 class ControlledEndpoint {
   public:
@@ -43,10 +50,12 @@ class ControlledEndpoint {
         std::chrono::milliseconds pace{8};
         bool healing = true;      ///< see HealedInput
         bool asSoftware = false;  ///< wraps records, so that an endpoint takes them from everybody
+        /// Asks for the lock LEDs every 5 s when nobody types, and not only on askLockKeys().
+        bool watchesLocks = true;
     };
     /// Throws std::runtime_error for a text that is no address, and when the system refuses.
     explicit ControlledEndpoint(const Setup &setup);
-    /// Calls finish() if records were sent since the last one.
+    /// Calls finish() if records were sent since the last one, unless everything is at rest.
     ~ControlledEndpoint();
     ControlledEndpoint(const ControlledEndpoint &) = delete;
     ControlledEndpoint &operator=(const ControlledEndpoint &) = delete;
@@ -79,6 +88,8 @@ class ControlledEndpoint {
     /// Forgets input that waits, lets everything go, and says so as often as healing does. Waits a
     /// quarter of a second. Call it at the end: records leave faster from then on.
     void finish();
+    /// Nothing is down, and nothing is to be sent any more.
+    bool atRest() const { return input_.due() == Time::max(); }
 
   private:
     /// A text that is asked from time to time; the answer comes back to a socket of its own.
@@ -100,13 +111,13 @@ class ControlledEndpoint {
     std::optional<std::string> answer(Question &question, Time now);
     void askWhatIsDue(Time now);
     void takeAnswers(Time now);
-    void heard(Time now);
     void setReachable(bool reachable, Time now);
     Time locksDue() const;
     void sendRecords(Time now);
     bool trySend(Endpoint &endpoint, const std::string &bytes);
 
     const std::string tag_;
+    const bool watchesLocks_;
     Endpoint records_, commands_;
     Question link_, locks_, holder_, settings_, usb_;
     HealedInput input_;

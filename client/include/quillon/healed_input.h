@@ -5,6 +5,7 @@
 #include <chrono>
 #include <deque>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "protocol/input.h"
@@ -56,9 +57,14 @@ class HealedInput {
 
     /// Whether the endpoint takes movements, or else positions. Buttons stay as they are.
     void setRelative(bool relative) { relative_ = relative; }
+    bool relative() const { return relative_; }
     /// A position, in pixels of the endpoint's picture. It replaces one that waits at the end.
     void moveTo(std::uint16_t x, std::uint16_t y);
-    /// A movement in the chip's own units, of any length.
+    /// The last position; none before the first one.
+    std::optional<std::pair<std::uint16_t, std::uint16_t>> position() const {
+        return placed_ ? std::make_optional(std::make_pair(x_, y_)) : std::nullopt;
+    }
+    /// A movement in the chip's own units. What waits to be sent ends at 32767 to each side.
     void moveByDistance(int dx, int dy);
     /// The button that is down, or none: an endpoint passes one at a time.
     void setButton(Button button);

@@ -1,4 +1,4 @@
-#include "console/control/guardian.h"
+#include <quillon/guardian.h>
 
 #include <fcntl.h>
 #include <sys/wait.h>
