@@ -1,0 +1,329 @@
+#include "gateway/desk.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <new>
+
+namespace gateway {
+namespace {
+
+using namespace std::chrono_literals;
+using quillon::ControlledEndpoint;
+
+// Least time between two drawings; how often the words are looked at; and the measured time.
+constexpr std::chrono::milliseconds kRedraw(33), kTick(500), kMeasure(2000);
+// A picture for an endpoint that has not said how large its own is.
+constexpr unsigned kWidth = 1024, kHeight = 768;
+
+std::string onOff(bool on) {
+    return on ? "on" : "off";
+}
+
+std::string lockWords(const LockState &locks) {
+    if (!locks.certain()) return "Lock keys: not known.";
+    return "Lock keys: Caps Lock is " + onOff(locks.certain()->caps) + ", Num Lock is " +
+           onOff(locks.certain()->num) + ".";
+}
+
+}  // namespace
+
+const quillon::Typist &Typists::typist(const quillon::LayoutChoice &choice,
+                                       const quillon::LockKeys &locks) {
+    const std::string name = choice.layout + "," + choice.variant + "," +
+                             std::to_string(static_cast<int>(choice.system)) +
+                             (locks.caps ? "c" : "") + (locks.num ? "n" : "");
+    auto made = made_.find(name);
+    if (made == made_.end()) made = made_.emplace(name, quillon::Typist(choice, locks)).first;
+    return made->second;
+}
+
+Desk::Desk(Setup setup, Typists &typists, volatile Leftover &leftover,
+           std::function<void()> changed)
+    : setup_(std::move(setup)),
+      typists_(typists),
+      leftover_(leftover),
+      changed_(std::move(changed)) {}
+
+Desk::~Desk() = default;
+
+void Desk::join(Sitter &sitter) {
+    if (!endpoint_) {
+        // A question for the lock keys stops records, so it is asked when there is a reason.
+        auto controlled = setup_.endpoint;
+        controlled.watchesLocks = false;
+        endpoint_ = std::make_unique<ControlledEndpoint>(controlled);
+        ++socketsVersion_;
+        ownAddress_ = endpoint_->ownAddress();
+        keeper_.emplace(setup_.taking,
+                        quillon::LinkRequest{quillon::conventionalName(setup_.user, ownAddress_),
+                                             ownAddress_, setup_.level});
+        locks_ = {};
+        mine_ = reachable_ = sized_ = false;
+    }
+    if (!surface_) {
+        surface_ = std::make_unique<Surface>(kWidth, kHeight);
+        ++surfaceNumber_;
+        followSize();
+    }
+    if (sitters_.empty()) keeper_->want();
+    sitters_.push_back(&sitter);
+    endpoint_->askLockKeys();
+    dirty_ = true;
+    changed_();
+}
+
+void Desk::leave(Sitter &sitter) {
+    const bool had = hasInput(sitter);
+    sitters_.erase(std::remove(sitters_.begin(), sitters_.end(), &sitter), sitters_.end());
+    if (had) {
+        // Another console may have keys down there, which are none of ours.
+        if (!endpoint_->atRest()) input().releaseAll();
+        endpoint_->serve(std::chrono::steady_clock::now());
+        if (!sitters_.empty()) note("The viewer with the input left; the next one has it.");
+    }
+    if (sitters_.empty()) {
+        // What nobody sees takes no memory.
+        surface_.reset();
+        picture_.forget();
+        tiles_.clear();
+        refused_.clear();
+        pointer_.reset();
+    }
+    dirty_ = true;
+    changed_();
+}
+
+const quillon::Typist &Desk::typist() {
+    return typists_.typist(setup_.layout, locks_.expected());
+}
+
+void Desk::send(Time now) {
+    noteLeftover();
+    endpoint_->serve(now);
+    changed_();
+}
+
+void Desk::lockKeySent(std::uint8_t usage, Time now) {
+    locks_.pressed(usage, now);
+    endpoint_->askLockKeys();
+    dirty_ = true;
+    tell();
+}
+
+void Desk::point(const std::optional<std::pair<unsigned, unsigned>> &at) {
+    if (pointer_ == at) return;
+    pointer_ = at;
+    dirty_ = true;
+}
+
+void Desk::note(const std::string &what) {
+    news_ = what;
+    dirty_ = true;
+    changed_();
+}
+
+void Desk::refuse(const std::string &why) {
+    if (refused_ == why) return;
+    refused_ = why;
+    dirty_ = true;
+    changed_();
+}
+
+void Desk::addTo(std::vector<pollfd> &fds) const {
+    if (endpoint_) endpoint_->addTo(fds);
+}
+
+Desk::Time Desk::due() const {
+    if (!endpoint_) return Time::max();
+    if (sitters_.empty()) return endpoint_->due();
+    return std::min(endpoint_->due(), drawn_ + (dirty_ ? kRedraw : kTick));
+}
+
+void Desk::tell() {
+    for (Sitter *sitter : sitters_) sitter->changed();
+}
+
+void Desk::letGo() {
+    if (!endpoint_) return;
+    for (Sitter *sitter : sitters_) sitter->letGo();
+    if (!endpoint_->atRest()) input().releaseAll();
+}
+
+void Desk::serve(Time now) {
+    if (!endpoint_) return;
+    endpoint_->serve(now);
+    if (sitters_.empty()) {
+        if (endpoint_->atRest()) {
+            endpoint_.reset();
+            ++socketsVersion_;
+        }
+        return noteLeftover();
+    }
+    followSize();
+    followReach(now);
+    followLocks();
+    followHolder(now);
+    endpoint_->serve(now);
+    noteLeftover();
+    draw(now);
+}
+
+void Desk::followSize() {
+    const auto &link = status().link;
+    const bool known = link && link->width > 0 && link->height > 0;
+    const auto side = [&](int said, unsigned now) {
+        return known ? Surface::bounded(static_cast<unsigned>(said)) : now;
+    };
+    const unsigned width = side(known ? link->width : 0, surface_->width());
+    const unsigned height = side(known ? link->height : 0, surface_->height());
+    const bool relative = link && link->relative;
+    if (relative != relative_) {
+        relative_ = relative;
+        point(std::nullopt);
+        tell();
+    }
+    if (sized_ != link.has_value()) {
+        sized_ = link.has_value();
+        tell();
+    }
+    if (width == surface_->width() && height == surface_->height()) return;
+    try {
+        surface_ = std::make_unique<Surface>(width, height);
+    } catch (const std::bad_alloc &) {
+        return refuse("There is no memory for a picture of that size.");
+    }
+    ++surfaceNumber_;
+    picture_.forget();
+    tiles_.clear();
+    pointer_.reset();
+    dirty_ = true;
+    tell();
+}
+
+void Desk::followReach(Time now) {
+    const auto &status = endpoint_->status();
+    if (reachable_ != status.reachable) {
+        reachable_ = status.reachable;
+        locks_.forget();
+        if (!reachable_) keeper_->doubt(now);
+        dirty_ = true;
+        note(reachable_ ? "The endpoint answers." : "The endpoint does not answer any more.");
+    }
+}
+
+void Desk::followLocks() {
+    const auto &status = endpoint_->status();
+    if (!status.locks) return;
+    const bool before = locks_.certain().has_value();
+    if (locks_.answered(*status.locks, status.locksAsked)) endpoint_->askLockKeys();
+    if (before == locks_.certain().has_value()) return;
+    dirty_ = true;
+    tell();
+}
+
+// What is down can only be let go as software's record, because an endpoint takes no others from a
+// console that lost control.
+void Desk::followHolder(Time now) {
+    const bool mine = keeper_->holds(status());
+    if (mine_ && !mine) {
+        const bool held = !input().keysAtRest() || input().button() != quillon::kNoButton;
+        letGo();
+        if (held) endpoint_->releaseAsSoftware();
+        note("Control was lost.");
+    }
+    if (mine != mine_) dirty_ = true;
+    mine_ = mine;
+    if (const auto command = keeper_->next(status(), now)) {
+        const bool asks = *command == quillon::applyRequest(keeper_->request());
+        note(asks ? "Asking for control; the holder has 10 s to answer." : "Taking control.");
+        endpoint_->command(*command, now);
+    }
+}
+
+void Desk::take(const quillon::LinkMessage &message,
+                const quillon::DatagramSocket::Received &datagram, quillon::ConsolePorts &ports) {
+    const auto now = std::chrono::steady_clock::now();
+    if (message.kind == quillon::LinkMessage::kAsked && sitters_.empty()) {
+        // Nobody here needs control.
+        std::string why;
+        const bool grants = setup_.taking != Taking::kNever;
+        if (grants)
+            ports.answer(datagram, quillon::consentAnswer(ports.address(), message, true), why);
+        return;
+    }
+    if (!endpoint_) return;
+    note(quillon::inWords(message));
+    if (message.kind != quillon::LinkMessage::kAsked) endpoint_->askWhoControls(now);
+}
+
+std::string Desk::pictureWords(const std::optional<quillon::Link> &link) const {
+    if (!link) return "Picture: not known.";
+    if (link->width <= 0 || link->height <= 0)
+        return "Picture: the endpoint has none, so the pointer has no place.";
+    return "Picture: " + std::to_string(link->width) + "x" + std::to_string(link->height) +
+           ", but no picture source.";
+}
+
+StatusLines Desk::words(Time now) {
+    const quillon::EndpointStatus &status = endpoint_->status();
+    if (now - measured_ >= kMeasure) {
+        measured_ = now;
+        char text[32];
+        snprintf(text, sizeof text, "%.1f ms",
+                 std::chrono::duration<double, std::milli>(status.roundTrip).count());
+        answers_ = text;
+    }
+    StatusLines words;
+    words.title = setup_.name;
+    words.lines.push_back("Endpoint " + setup_.endpoint.to + ": " +
+                          (status.reachable ? "answers in " + answers_ : "does not answer") + ".");
+    const bool open = status.settings && !quillon::permissionsOn(*status.settings);
+    words.lines.push_back("Control: " +
+                          (open ? "permissions are off, everybody may type."
+                                : whoWords(status.holder, status.settings, keeper_->user()) + "."));
+    words.lines.push_back(pictureWords(status.link));
+    words.lines.push_back(!status.link ? "Mouse: not known."
+                          : status.link->relative
+                              ? "Mouse: movements. A viewer that sends only positions cannot move "
+                                "it; \"quillon-console mouse-mode abs\" changes that."
+                              : "Mouse: positions.");
+    words.lines.push_back(lockWords(locks_));
+    const std::size_t others = sitters_.size() - 1;
+    words.lines.push_back("Input: from " + sitters_.front()->from() +
+                          (others == 0   ? "."
+                           : others == 1 ? "; one other viewer watches."
+                                         : "; " + std::to_string(others) + " others watch."));
+    words.lines.push_back(news_.empty() ? "" : "Last: " + news_);
+    words.trouble =
+        !refused_.empty() ? "Refused: " + refused_ : quillon::whyNotTaken(status, ownAddress_);
+    return words;
+}
+
+void Desk::draw(Time now) {
+    if (now - drawn_ < (dirty_ ? kRedraw : kTick)) return;
+    const std::uint64_t before = surface_->version();
+    dirty_ = false;
+    drawn_ = now;
+    picture_.draw(*surface_, words(now));
+    picture_.point(*surface_, pointer_);
+    if (surface_->version() != before) tell();
+}
+
+// Before something is sent, so that it is never down without being known.
+void Desk::noteLeftover() {
+    leftover_.restless = !atRest();
+    if (!leftover_.restless) return;
+    const quillon::HealedInput &input = endpoint_->input();
+    leftover_.relative = input.relative();
+    leftover_.placed = input.position().has_value();
+    if (!leftover_.placed) return;
+    leftover_.x = input.position()->first;
+    leftover_.y = input.position()->second;
+}
+
+void Desk::finish() {
+    letGo();
+    if (endpoint_) endpoint_->finish();
+}
+
+}  // namespace gateway

@@ -1,0 +1,42 @@
+// The tiles of a surface, encoded once for all viewers that take the same format.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "gateway/picture/surface.h"
+
+namespace gateway {
+
+/// Tiles in Tight for one format. Viewers hold it; it ends with the last of them.
+class EncodedTiles {
+  public:
+    explicit EncodedTiles(const rfb::PixelFormat &format) : format_(format) {}
+
+    /// The data of a tile as it is now. surface: always the same one, until clear().
+    const rfb::Bytes &tile(const Surface &surface, std::size_t tile, rfb::TightEncoder &encoder);
+    /// Forgets all, because there is another surface.
+    void clear() { entries_.clear(); }
+
+  private:
+    struct Entry {
+        std::uint64_t version = 0;
+        rfb::Bytes data;
+    };
+    const rfb::PixelFormat format_;
+    std::vector<Entry> entries_;
+};
+
+class TileCache {
+  public:
+    std::shared_ptr<EncodedTiles> forFormat(const rfb::PixelFormat &format);
+    void clear();
+    rfb::TightEncoder &encoder() { return encoder_; }
+
+  private:
+    rfb::TightEncoder encoder_;
+    std::map<rfb::PixelFormat, std::weak_ptr<EncodedTiles>> byFormat_;
+};
+
+}  // namespace gateway

@@ -1,0 +1,340 @@
+#include "gateway/viewer_session.h"
+
+#include <algorithm>
+
+#include "gateway/input/scan_codes.h"
+#include "gateway/rfb/handshake.h"
+
+namespace gateway {
+namespace {
+
+using rfb::append16, rfb::append32, rfb::append8, rfb::Bytes;
+
+constexpr std::chrono::milliseconds kLeastBetweenUpdates(20), kLeastBetweenRefreshes(250);
+constexpr std::size_t kMostReplies = 4096;
+
+void appendHeader(Bytes &to, unsigned x, unsigned y, unsigned width, unsigned height,
+                  rfb::Encoding encoding) {
+    append16(to, x);
+    append16(to, y);
+    append16(to, width);
+    append16(to, height);
+    append32(to, static_cast<std::uint32_t>(encoding));
+}
+
+void appendFence(Bytes &to, std::uint32_t flags, const Bytes &payload) {
+    constexpr unsigned kMessage = 248;
+    append8(to, kMessage);
+    to.insert(to.end(), 3, 0);
+    append32(to, flags);
+    append8(to, static_cast<unsigned>(payload.size()));
+    rfb::appendBytes(to, payload);
+}
+
+unsigned ledsOf(const quillon::LockKeys &locks) {
+    constexpr unsigned kNum = 2, kCaps = 4;
+    return (locks.num ? kNum : 0) | (locks.caps ? kCaps : 0);
+}
+
+}  // namespace
+
+ViewerSession::ViewerSession(Desk &desk, std::string from, std::size_t updateSize,
+                             std::function<void()> wake)
+    : from_(std::move(from)),
+      updateSize_(updateSize),
+      wake_(std::move(wake)),
+      desk_(desk),
+      joined_(desk, *this),
+      keys_(desk_.input(), [this]() -> const quillon::Typist & { return desk_.typist(); }),
+      pointer_(desk_.input()),
+      width_(desk_.surface().width()),
+      height_(desk_.surface().height()) {}
+
+Bytes ViewerSession::screen() {
+    width_ = desk_.surface().width();
+    height_ = desk_.surface().height();
+    Bytes bytes;
+    rfb::appendScreen(bytes, width_, height_, format_, desk_.setup().name);
+    return bytes;
+}
+
+bool ViewerSession::knows(rfb::Encoding encoding) const {
+    return std::find(encodings_.begin(), encodings_.end(), encoding) != encodings_.end();
+}
+
+void ViewerSession::take(const rfb::ViewerMessage &message, Time now) {
+    now_ = now;
+    std::visit([this](const auto &kind) { take(kind); }, message);
+}
+
+void ViewerSession::take(const rfb::PixelFormat &format) {
+    format_ = format;
+    if (format.mapped && replies_.size() < kMostReplies) rfb::appendColourMap(replies_);
+    if (encoding_ == rfb::kTight) tiles_ = desk_.tiles().forFormat(format_);
+    changed();
+}
+
+void ViewerSession::take(const rfb::SetEncodings &message) {
+    encodings_ = message.wanted;
+    encoding_ = knows(rfb::kTight) ? rfb::kTight : knows(rfb::kZrle) ? rfb::kZrle : rfb::kRaw;
+    tiles_ = encoding_ == rfb::kTight ? desk_.tiles().forFormat(format_) : nullptr;
+    toldKeys_ = toldSize_ = false;
+    leds_.reset();
+    if (!knows(rfb::kFence)) stall_ = {};
+}
+
+void ViewerSession::take(const rfb::UpdateRequest &message) {
+    requested_ = true;
+    refresh_ = refresh_ || !message.incremental;
+    changed();
+}
+
+void ViewerSession::changed() {
+    unchanged_ = false;
+    wake_();
+}
+
+void ViewerSession::send(Time now) {
+    if (sentInput_) return;
+    sentInput_ = true;
+    stall_.setHolding(holding(), now);
+    desk_.send(now);
+    wake_();
+}
+
+void ViewerSession::take(const rfb::KeyEvent &event) {
+    // Viewers also send codes that no keyboard of a PC has, beside a keysym that says it.
+    const bool byCode = event.code && usageOfScanCode(*event.code) != 0;
+    const ViewerKey key = byCode ? ViewerKey{ViewerKey::kScanCode, *event.code}
+                                 : ViewerKey{ViewerKey::kKeysym, event.keysym};
+    if (!desk_.hasInput(*this)) {
+        // What a watcher has down counts only after its release, should it get the input.
+        if (event.down)
+            keys_.ignore(key);
+        else
+            keys_.release(key);
+        return;
+    }
+    if (knows(rfb::kFence)) stall_.acted(event.down, now_);
+    if (!event.down) {
+        keys_.release(key);
+    } else if (stall_.dropping()) {
+        keys_.ignore(key);
+    } else {
+        desk_.refuse(keys_.press(key));
+        if (const std::uint8_t lock = keys_.takeLockKey()) desk_.lockKeySent(lock, now_);
+    }
+    sentInput_ = false;
+}
+
+void ViewerSession::take(const rfb::PointerEvent &event) {
+    if (!desk_.hasInput(*this)) return pointer_.ignore(event.buttons);
+    if (knows(rfb::kFence)) stall_.acted(event.buttons != 0, now_);
+    const auto &link = desk_.status().link;
+    std::string why;
+    if (stall_.dropping()) {
+        pointer_.ignore(event.buttons);
+    } else if (!link) {
+        pointer_.release(event.buttons);
+    } else if (relative_) {
+        constexpr int kStill = 0x7FFF;
+        const auto way = [](int at) {
+            constexpr int kFarthest = 508;  // four records
+            return std::clamp(at - kStill, -kFarthest, kFarthest);
+        };
+        why = link->relative ? pointer_.moveBy(event.buttons, way(event.x), way(event.y))
+                             : pointer_.press(event.buttons);
+    } else if (link->relative) {
+        why = pointer_.press(event.buttons);
+    } else {
+        why = pointer_.place(event.buttons, {event.x, event.y}, {width_, height_}, *link);
+        desk_.point(pointer_.position());
+    }
+    if (!why.empty()) desk_.refuse(why);
+    sentInput_ = false;
+}
+
+void ViewerSession::take(const rfb::FenceEvent &event) {
+    constexpr std::size_t kNumber = 4;
+    if ((event.flags & rfb::kFenceRequest) == 0) {
+        if (event.payload.size() == kNumber)
+            stall_.answered(rfb::read32(event.payload.data()), now_);
+    } else if (replies_.size() < kMostReplies) {
+        constexpr std::uint32_t kKept =
+            rfb::kFenceBlockBefore | rfb::kFenceBlockAfter | rfb::kFenceSyncNext;
+        appendFence(replies_, event.flags & kKept, event.payload);
+    }
+    wake_();
+}
+
+void ViewerSession::take(const rfb::SetDesktopSize &) {
+    constexpr unsigned kThisViewer = 1;
+    sizeAnswer_ = kThisViewer;
+    changed();
+}
+
+void ViewerSession::letGo() {
+    keys_.letGo();
+    pointer_.letGo();
+    stall_.setHolding(false, now_);
+}
+
+void ViewerSession::appendFences(Bytes &to, Time now) {
+    rfb::appendBytes(to, replies_);
+    replies_.clear();
+    runStallWatch(now);
+    if (!wantsFence_) return;
+    wantsFence_ = false;
+    Bytes number;
+    append32(number, stall_.fence());
+    appendFence(to, rfb::kFenceRequest | rfb::kFenceBlockBefore, number);
+}
+
+void ViewerSession::runStallWatch(Time now) {
+    if (!knows(rfb::kFence)) return;
+    for (auto action = stall_.due(now); action != StallWatch::kNothing; action = stall_.due(now))
+        if (action == StallWatch::kSendFence)
+            wantsFence_ = true;
+        else
+            stalled(now);
+}
+
+void ViewerSession::stalled(Time now) {
+    letGo();
+    desk_.input().releaseAll();
+    desk_.note("The viewer " + from_ + " did not react for 3 s; everything was let go.");
+    desk_.send(now);
+}
+
+void ViewerSession::watch(Time now, std::optional<Time> writing) {
+    constexpr std::chrono::seconds kPatience(3);
+    runStallWatch(now);
+    if (holding() && writing && now - *writing >= kPatience) stalled(now);
+}
+
+// What is not pixels: sizes, lock keys, and what the gateway can do.
+unsigned ViewerSession::appendState(Bytes &to) {
+    unsigned count = 0;
+    const Surface &surface = desk_.surface();
+    const bool resized = surface.width() != width_ || surface.height() != height_;
+    if (knows(rfb::kExtendedDesktopSize) && (resized || !toldSize_ || sizeAnswer_ != 0)) {
+        constexpr unsigned kProhibited = 1;
+        width_ = surface.width();
+        height_ = surface.height();
+        appendHeader(to, sizeAnswer_, sizeAnswer_ != 0 ? kProhibited : 0, width_, height_,
+                     rfb::kExtendedDesktopSize);
+        append8(to, 1);
+        to.insert(to.end(), 3, 0);
+        append32(to, 0);
+        append32(to, 0);
+        append16(to, width_);
+        append16(to, height_);
+        append32(to, 0);
+        toldSize_ = true;
+        sizeAnswer_ = 0;
+        ++count;
+    } else if (resized) {
+        if (!knows(rfb::kDesktopSize))
+            throw rfb::ProtocolError(
+                "the picture has another size now, which this viewer cannot follow");
+        width_ = surface.width();
+        height_ = surface.height();
+        appendHeader(to, 0, 0, width_, height_, rfb::kDesktopSize);
+        ++count;
+    }
+    if (surface_ != desk_.surfaceNumber()) sent_.assign(surface.tiles(), 0);
+    surface_ = desk_.surfaceNumber();
+    if (knows(rfb::kExtendedKeyEvents) && !toldKeys_) {
+        appendHeader(to, 0, 0, width_, height_, rfb::kExtendedKeyEvents);
+        toldKeys_ = true;
+        ++count;
+    }
+    const auto &link = desk_.status().link;
+    const bool relative = link && link->relative;
+    if (knows(rfb::kRelativePointer) && relative != relative_) {
+        appendHeader(to, relative ? 0 : 1, 0, width_, height_, rfb::kRelativePointer);
+        relative_ = relative;
+        ++count;
+    }
+    const auto &locks = desk_.locks().certain();
+    if (knows(rfb::kLedState) && locks && leds_ != ledsOf(*locks)) {
+        leds_ = ledsOf(*locks);
+        appendHeader(to, 0, 0, 1, 1, rfb::kLedState);
+        append8(to, *leds_);
+        ++count;
+    }
+    return count;
+}
+
+void ViewerSession::appendTile(Bytes &to, std::size_t tile) {
+    const Surface &surface = desk_.surface();
+    const Surface::Place place = surface.tile(tile);
+    appendHeader(to, place.x, place.y, place.pixels.width, place.pixels.height, encoding_);
+    if (encoding_ == rfb::kTight)
+        rfb::appendBytes(to, tiles_->tile(surface, tile, desk_.tiles().encoder()));
+    else if (encoding_ == rfb::kZrle)
+        zrle_.append(to, place.pixels, format_);
+    else
+        rfb::appendRaw(to, place.pixels, format_);
+}
+
+// What does not fit goes with the next update.
+unsigned ViewerSession::appendTiles(Bytes &to) {
+    const Surface &surface = desk_.surface();
+    constexpr unsigned kMostTiles = 600;  // one picture of 1080 lines, a few milliseconds
+    unsigned count = 0;
+    sent_.resize(surface.tiles());
+    for (std::size_t tile = 0; tile < sent_.size(); ++tile) {
+        if (sent_[tile] == surface.changed(tile)) continue;
+        if (to.size() >= updateSize_ || count == kMostTiles) break;
+        appendTile(to, tile);
+        sent_[tile] = surface.changed(tile);
+        ++count;
+    }
+    return count;
+}
+
+// The whole picture is dear; who asks for it all the time gets it four times a second.
+ViewerSession::Time ViewerSession::updateDue() const {
+    const Time next = updated_ + kLeastBetweenUpdates;
+    return refresh_ ? std::max(next, refreshed_ + kLeastBetweenRefreshes) : next;
+}
+
+void ViewerSession::appendUpdate(Bytes &to, Time now) {
+    if (!requested_ || unchanged_ || now < updateDue()) return;
+    if (refresh_) {
+        std::fill(sent_.begin(), sent_.end(), 0);
+        refresh_ = false;
+        refreshed_ = now;
+    }
+    constexpr unsigned kMessage = 0;
+    const std::size_t begin = to.size();
+    append8(to, kMessage);
+    append8(to, 0);
+    append16(to, 0);
+    unsigned count = appendState(to);
+    count += appendTiles(to);
+    if (count == 0) {
+        to.resize(begin);
+        unchanged_ = true;
+        return;
+    }
+    to[begin + 2] = static_cast<std::uint8_t>(count >> 8U);
+    to[begin + 3] = static_cast<std::uint8_t>(count);
+    requested_ = false;
+    updated_ = now;
+}
+
+Bytes ViewerSession::output(Time now) {
+    Bytes bytes;
+    appendFences(bytes, now);
+    appendUpdate(bytes, now);
+    return bytes;
+}
+
+ViewerSession::Time ViewerSession::due() const {
+    const Time fences = wantsFence_ ? Time{} : knows(rfb::kFence) ? stall_.next() : Time::max();
+    return requested_ && !unchanged_ ? std::min(fences, updateDue()) : fences;
+}
+
+}  // namespace gateway
