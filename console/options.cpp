@@ -8,14 +8,14 @@ void describe(CLI::App &app, Options &options) {
     app.description("Types, points and asks at the endpoint of a KVM extender");
     app.add_option("--to", options.to, "Address of the endpoint")
         ->type_name("ADDRESS")
-        ->check(CLI::ValidIPV4);
+        ->check(CLI::ValidIPV4.description(""));
     app.add_option("--port", options.port, "UDP port where the endpoint takes records")
         ->type_name("N")
         ->check(CLI::Range(1, 65535).description(""))
         ->capture_default_str();
     app.add_option("--from", options.from, "Address of this machine to send from")
         ->type_name("ADDRESS")
-        ->check(CLI::ValidIPV4);
+        ->check(CLI::ValidIPV4.description(""));
     app.add_option("--interval", options.intervalMs, "Milliseconds between two records")
         ->type_name("N")
         ->check(CLI::Range(0, 10000).description(""))

@@ -52,7 +52,7 @@ void addTakingCommands(CLI::App &app, Options &options) {
         auto *added = add(name, help, carryOut);
         added->add_option("--output", options.output, "Console to link; without it, this machine")
             ->type_name("ADDRESS")
-            ->check(CLI::ValidIPV4);
+            ->check(CLI::ValidIPV4.description(""));
     };
     addTaking("apply", "Ask for control: a weaker holder loses it, any other holder is asked",
               applyUser);

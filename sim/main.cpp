@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "sim/host/control_socket.h"
+#include "sim/host/outer_socket.h"
 #include "sim/host/picture_socket.h"
 #include "sim/host/private_host.h"
 #include "sim/options.h"
@@ -63,6 +64,7 @@ int run(int argc, char **argv) {
     }
     try {
         options.control = listenForControl(options.name);
+        if (options.listenPort) options.listenSocket = listenOnLoopback(*options.listenPort);
         if (options.wantsPicture)
             options.pictureSocket = listenForViewers(options.name, options.picturePath);
     } catch (const std::runtime_error &error) {

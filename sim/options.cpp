@@ -135,11 +135,11 @@ void describe(CLI::App &app, Options &options) {
         ->check(number)
         ->type_name("N");
     app.add_option("--ip", board.address, "Address of the board")
-        ->check(CLI::ValidIPV4)
+        ->check(CLI::ValidIPV4.description(""))
         ->type_name("A")
         ->capture_default_str();
     app.add_option("--console", board.consoles, "Address of a console; may be given again")
-        ->check(CLI::ValidIPV4)
+        ->check(CLI::ValidIPV4.description(""))
         ->type_name("A")
         ->expected(1)
         ->take_all()
@@ -218,9 +218,15 @@ void describe(CLI::App &app, Options &options) {
     for (const char *other : {"--config", "--keep", "--log", "--loss", "--console", "--ip",
                               "--consoles-apart", "--no-power-cycle"})
         devices->excludes(other);
-    app.add_option("command", options.command,
-                   "Command to run on the board's network; the board ends with it")
-        ->type_name("COMMAND...");
+    auto *program = app.add_option("command", options.command,
+                                   "Command to run on the board's network; the board ends with it")
+                        ->type_name("COMMAND...");
+    app.add_option("--listen", options.listenPort,
+                   "TCP port of 127.0.0.1 on this PC for COMMAND, which inherits a listening "
+                   "socket with the number in $QUILLON_LISTEN_FD; 0 stands for any free port")
+        ->check(CLI::Range(0, 65535).description(""))
+        ->needs(program)
+        ->type_name("PORT");
     app.add_option("--name", options.name, "Name of this board, for a user who runs several")
         ->type_name("NAME")
         ->capture_default_str();

@@ -2,7 +2,9 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <cstdio>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -27,6 +29,8 @@ struct Options {
     bool screen = false;  ///< shows the board live on the whole terminal
     double lossPercent = 0;
     std::vector<std::string> command;
+    std::optional<std::uint16_t> listenPort;  ///< of the PC, for the command
+    int listenSocket = -1;                    ///< see host/outer_socket.h
     std::string name = "default";
     int control = -1;  ///< listening socket for requests, see host/control_socket.h
 };

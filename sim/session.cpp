@@ -131,7 +131,13 @@ class Session {
 
     int serve(Board &board) {
         const auto startCommand = [&] {
-            command_ = launch({options_.command, {}, "", -1, -1, -1, false});
+            Launch command{options_.command, {}, "", -1, -1, -1, false};
+            if (options_.listenSocket >= 0) {
+                command.environment = {"QUILLON_LISTEN_FD=" +
+                                       std::to_string(options_.listenSocket)};
+                command.descriptors = {options_.listenSocket};
+            }
+            command_ = launch(command);
         };
         if (!options_.command.empty() && board.consoleNetwork() != nullptr)
             board.consoleNetwork()->run(startCommand);
