@@ -4,8 +4,11 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 packages=(g++ cmake ninja-build libboost-dev libcli11-dev libgtest-dev nlohmann-json3-dev
-    libbenchmark-dev libncurses-dev libtomlplusplus-dev libusbredirparser-dev libutf8proc-dev
-    libx11-data libxkbcommon-dev pkg-config xkb-data iproute2 nftables scdoc)
+    libbenchmark-dev libncurses-dev libpango1.0-dev libssl-dev libtomlplusplus-dev
+    libusbredirparser-dev libutf8proc-dev libvncserver-dev libx11-data libxkbcommon-dev pkg-config
+    xkb-data zlib1g-dev fonts-dejavu-core iproute2 nftables scdoc)
+# Node.js from elsewhere brings an npm of its own, and conflicts with Debian's.
+command -v npm >/dev/null || packages+=(npm)
 
 as_root() {
     if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi
