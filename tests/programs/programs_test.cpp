@@ -23,7 +23,7 @@ TEST(Programs, TellTheOneVersion) {
     ASSERT_NE(version, "");
     for (const std::string program :
          {"quillon-board", "quillon-console", "quillon-doctor", "quillon-fence", "quillon-flash",
-          "quillon-guard", "quillon-health"})
+          "quillon-gateway", "quillon-guard", "quillon-health"})
         EXPECT_EQ(run(program + " --version").said, program + " " + version);
     EXPECT_EQ(
         test::readFile(SOURCE_DIR "/NEWS.md").find("## " + version.substr(0, version.size() - 1)),
