@@ -17,6 +17,7 @@
 
 #include "console/options.h"
 #include "flash/options.h"
+#include "gateway/options.h"
 #include "service/options.h"
 #include "sim/options.h"
 
@@ -40,6 +41,7 @@ const std::map<std::string, std::function<void(CLI::App &)>> kPrograms{
     {"quillon-doctor", by(service::describeDoctor)},
     {"quillon-fence", by(service::describeFence)},
     {"quillon-flash", by(flash::describe)},
+    {"quillon-gateway", by(gateway::describe)},
     {"quillon-guard", by(service::describeGuard)},
     {"quillon-health", by(service::describeHealth)},
 };
@@ -71,10 +73,9 @@ std::string sentence(std::string text) {
     return plain(text);
 }
 
-// Without the names of checks, which CLI11 puts behind a colon.
+// Checks of ours have no names, which CLI11 would put behind a colon.
 std::string valueOf(const CLI::Option *option) {
-    const std::string type = option->get_type_size() == 0 ? "" : option->get_type_name();
-    return type.substr(0, type.find(':'));
+    return option->get_type_size() == 0 ? "" : option->get_type_name();
 }
 
 std::string usageOf(const CLI::App &app) {
