@@ -51,6 +51,14 @@ void HealedInput::setKeyboard(const Stroke &down, int timesBefore) {
     add(kKeys, datagram(keyboardRecord(keyboard_)));
 }
 
+void HealedInput::press(const Stroke &stroke) {
+    std::vector<Stroke> states;
+    std::uint8_t held = keyboard_.modifiers;
+    appendStroke(states, held, stroke);
+    if (stroke.usage != 0) states.pop_back();  // it stays down
+    for (const Stroke &state : states) setKeyboard(state);
+}
+
 Datagram HealedInput::pointerRecord(std::int8_t wheel) const {
     return relative_ ? datagram(relativeRecord(0, 0, button_, wheel))
                      : datagram(absoluteRecord(x_, y_, button_, wheel));

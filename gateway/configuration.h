@@ -26,7 +26,7 @@ struct Limits {
     std::chrono::seconds handshake{20};  ///< time for it
     std::chrono::seconds send{60};       ///< time for a viewer to take what was sent
     unsigned inputRate = 16384;          ///< bytes a second that are read from a viewer
-    unsigned updateSize = 1U << 20U;     ///< bytes of an update: the memory of a viewer
+    unsigned updateSize = 1U << 20U;     ///< bytes of an update, most of a viewer's memory
 };
 
 struct EndpointEntry {

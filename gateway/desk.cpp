@@ -229,12 +229,14 @@ void Desk::followHolder(Time now) {
         const bool held = !input().keysAtRest() || input().button() != quillon::kNoButton;
         letGo();
         if (held) endpoint_->releaseAsSoftware();
+        took_ = false;
         note("Control was lost.");
     }
     if (mine != mine_) dirty_ = true;
     mine_ = mine;
     if (const auto command = keeper_->next(status(), now)) {
         const bool asks = *command == quillon::applyRequest(keeper_->request());
+        took_ = true;
         note(asks ? "Asking for control; the holder has 10 s to answer." : "Taking control.");
         endpoint_->command(*command, now);
     }
@@ -244,14 +246,18 @@ void Desk::take(const quillon::LinkMessage &message,
                 const quillon::DatagramSocket::Received &datagram, quillon::ConsolePorts &ports) {
     const auto now = std::chrono::steady_clock::now();
     if (message.kind == quillon::LinkMessage::kAsked && sitters_.empty()) {
-        // Nobody here needs control.
-        std::string why;
-        const bool grants = setup_.taking != Taking::kNever;
-        if (grants)
+        // Nobody here needs the control that was taken from here. A console of the same user and
+        // address may hold what was not.
+        std::string why;  // the endpoint asks for 10 s
+        if (took_)
             ports.answer(datagram, quillon::consentAnswer(ports.address(), message, true), why);
         return;
     }
-    if (!endpoint_) return;
+    if (!endpoint_) {
+        took_ =
+            took_ && message.kind == quillon::LinkMessage::kHeld && message.user == keeper_->user();
+        return;
+    }
     note(quillon::inWords(message));
     if (message.kind != quillon::LinkMessage::kAsked) endpoint_->askWhoControls(now);
 }

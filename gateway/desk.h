@@ -151,6 +151,7 @@ class Desk {
 
     std::string news_, refused_;
     std::string answers_;  ///< how long answers take, in words
+    bool took_ = false;    ///< control was taken from here, and not lost as far as is known
     bool dirty_ = true, mine_ = false, reachable_ = false, relative_ = false, sized_ = false;
     std::optional<std::pair<unsigned, unsigned>> pointer_;
     Time drawn_{}, measured_{};

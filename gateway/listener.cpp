@@ -119,6 +119,8 @@ End otherEnd(int fd) {
 
 Listener::Listener(boost::asio::io_context &context, int fd, std::function<void(int)> take)
     : socket_(context, fd), timer_(context), take_(std::move(take)) {
+    // One that was handed in may block, and then who leaves before it is accepted stops everybody.
+    socket_.native_non_blocking(true);
     wait();
 }
 

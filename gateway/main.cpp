@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "gateway/gateway.h"
+#include "terminal/own_folder.h"
 #include "terminal/program.h"
 #include <quillon/guardian.h>
 
@@ -24,12 +25,10 @@ namespace {
 // Beside this program, or where an installation has it.
 std::string folderOfPage(const Options &options) {
     if (!options.webFiles.empty()) return options.webFiles;
-    char path[4096] = "";
-    const ssize_t n = readlink("/proc/self/exe", path, sizeof path - 1);
-    std::string self(path, static_cast<std::size_t>(std::max<ssize_t>(n, 0)));
-    self.resize(self.rfind('/') + 1);
-    for (const char *place : {"gateway/page", "../share/quillon/page"})
-        if (access((self + place + "/index.html").c_str(), R_OK) == 0) return self + place;
+    for (const char *place : {"gateway/page", "../share/quillon/page"}) {
+        const std::string folder = quillon::besideThisProgram(place);
+        if (access((folder + "/index.html").c_str(), R_OK) == 0) return folder;
+    }
     throw std::runtime_error("the page for browsers is not installed; see --web-files");
 }
 

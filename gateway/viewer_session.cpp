@@ -95,8 +95,8 @@ void ViewerSession::changed() {
 }
 
 void ViewerSession::send(Time now) {
-    if (sentInput_) return;
-    sentInput_ = true;
+    if (!inputWaits_) return;
+    inputWaits_ = false;
     stall_.setHolding(holding(), now);
     desk_.send(now);
     wake_();
@@ -124,7 +124,7 @@ void ViewerSession::take(const rfb::KeyEvent &event) {
         desk_.refuse(keys_.press(key));
         if (const std::uint8_t lock = keys_.takeLockKey()) desk_.lockKeySent(lock, now_);
     }
-    sentInput_ = false;
+    inputWaits_ = true;
 }
 
 void ViewerSession::take(const rfb::PointerEvent &event) {
@@ -151,7 +151,7 @@ void ViewerSession::take(const rfb::PointerEvent &event) {
         desk_.point(pointer_.position());
     }
     if (!why.empty()) desk_.refuse(why);
-    sentInput_ = false;
+    inputWaits_ = true;
 }
 
 void ViewerSession::take(const rfb::FenceEvent &event) {
@@ -212,37 +212,40 @@ void ViewerSession::watch(Time now, std::optional<Time> writing) {
     if (holding() && writing && now - *writing >= kPatience) stalled(now);
 }
 
-// What is not pixels: sizes, lock keys, and what the gateway can do.
-unsigned ViewerSession::appendState(Bytes &to) {
-    unsigned count = 0;
+// The size that the viewer does not know yet, and the answer to its wish for another one.
+unsigned ViewerSession::appendSize(Bytes &to) {
     const Surface &surface = desk_.surface();
     const bool resized = surface.width() != width_ || surface.height() != height_;
-    if (knows(rfb::kExtendedDesktopSize) && (resized || !toldSize_ || sizeAnswer_ != 0)) {
-        constexpr unsigned kProhibited = 1;
-        width_ = surface.width();
-        height_ = surface.height();
-        appendHeader(to, sizeAnswer_, sizeAnswer_ != 0 ? kProhibited : 0, width_, height_,
-                     rfb::kExtendedDesktopSize);
-        append8(to, 1);
-        to.insert(to.end(), 3, 0);
-        append32(to, 0);
-        append32(to, 0);
-        append16(to, width_);
-        append16(to, height_);
-        append32(to, 0);
-        toldSize_ = true;
-        sizeAnswer_ = 0;
-        ++count;
-    } else if (resized) {
-        if (!knows(rfb::kDesktopSize))
-            throw rfb::ProtocolError(
-                "the picture has another size now, which this viewer cannot follow");
-        width_ = surface.width();
-        height_ = surface.height();
+    const bool extended = knows(rfb::kExtendedDesktopSize);
+    if (!resized && !(extended && (!toldSize_ || sizeAnswer_ != 0))) return 0;
+    if (!extended && !knows(rfb::kDesktopSize))
+        throw rfb::ProtocolError(
+            "the picture has another size now, which this viewer cannot follow");
+    width_ = surface.width();
+    height_ = surface.height();
+    if (!extended) {
         appendHeader(to, 0, 0, width_, height_, rfb::kDesktopSize);
-        ++count;
+        return 1;
     }
-    if (surface_ != desk_.surfaceNumber()) sent_.assign(surface.tiles(), 0);
+    constexpr unsigned kProhibited = 1;
+    appendHeader(to, sizeAnswer_, sizeAnswer_ != 0 ? kProhibited : 0, width_, height_,
+                 rfb::kExtendedDesktopSize);
+    append8(to, 1);  // one screen, from the upper left corner on
+    to.insert(to.end(), 3, 0);
+    append32(to, 0);
+    append32(to, 0);
+    append16(to, width_);
+    append16(to, height_);
+    append32(to, 0);
+    toldSize_ = true;
+    sizeAnswer_ = 0;
+    return 1;
+}
+
+// What is not pixels: sizes, lock keys, and what the gateway can do.
+unsigned ViewerSession::appendState(Bytes &to) {
+    unsigned count = appendSize(to);
+    if (surface_ != desk_.surfaceNumber()) sent_.assign(desk_.surface().tiles(), 0);
     surface_ = desk_.surfaceNumber();
     if (knows(rfb::kExtendedKeyEvents) && !toldKeys_) {
         appendHeader(to, 0, 0, width_, height_, rfb::kExtendedKeyEvents);

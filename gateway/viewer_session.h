@@ -52,6 +52,19 @@ class ViewerSession : public Sitter {
     const std::string &from() const override { return from_; }
 
   private:
+    // Joins before what follows is made, and leaves after it has ended.
+    class Joined {
+      public:
+        Joined(Desk &desk, Sitter &sitter) : desk_(desk), sitter_(sitter) { desk_.join(sitter_); }
+        ~Joined() { desk_.leave(sitter_); }
+        Joined(const Joined &) = delete;
+        Joined &operator=(const Joined &) = delete;
+
+      private:
+        Desk &desk_;
+        Sitter &sitter_;
+    };
+
     void take(const rfb::PixelFormat &format);
     void take(const rfb::SetEncodings &message);
     void take(const rfb::UpdateRequest &message);
@@ -66,6 +79,7 @@ class ViewerSession : public Sitter {
     void stalled(Time now);
     void appendFences(rfb::Bytes &to, Time now);
     void appendUpdate(rfb::Bytes &to, Time now);
+    unsigned appendSize(rfb::Bytes &to);
     unsigned appendState(rfb::Bytes &to);
     unsigned appendTiles(rfb::Bytes &to);
     void appendTile(rfb::Bytes &to, std::size_t tile);
@@ -73,19 +87,6 @@ class ViewerSession : public Sitter {
     const std::string from_;
     const std::size_t updateSize_;
     const std::function<void()> wake_;
-    // Joins before what follows is made, and leaves after it has ended.
-    class Joined {
-      public:
-        Joined(Desk &desk, Sitter &sitter) : desk_(desk), sitter_(sitter) { desk_.join(sitter_); }
-        ~Joined() { desk_.leave(sitter_); }
-        Joined(const Joined &) = delete;
-        Joined &operator=(const Joined &) = delete;
-
-      private:
-        Desk &desk_;
-        Sitter &sitter_;
-    };
-
     Desk &desk_;
     const Joined joined_;
     ViewerKeys keys_;
@@ -102,7 +103,7 @@ class ViewerSession : public Sitter {
     rfb::Bytes replies_;  ///< to the viewer's own fences, and the map of colours
 
     bool requested_ = false, refresh_ = false;  ///< an update, and all of the picture
-    bool sentInput_ = true;                     ///< false while input waits for send()
+    bool inputWaits_ = false;                   ///< for send()
     bool unchanged_ = false;                    ///< nothing to send when it was looked at last
     Time updated_{}, refreshed_{};
     unsigned width_, height_;          ///< as the viewer knows them

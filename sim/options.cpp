@@ -16,6 +16,7 @@
 #include "sim/computer/plain_computer.h"
 #include "sim/pc/virtual_pc.h"
 #include "sim/view/trace.h"
+#include "terminal/own_folder.h"
 #include "terminal/printable.h"
 
 namespace sim {
@@ -28,17 +29,11 @@ const std::map<std::string, BoardOptions::Chip> kChips{{"ch9329", BoardOptions::
 const std::map<std::string, ReportBuffer> kChipBuffers{{"queue", ReportBuffer::kQueue},
                                                        {"one", ReportBuffer::kOne}};
 
-std::string besideThisProgram(const std::string &name) {
-    char path[4096] = "";
-    const ssize_t n = readlink("/proc/self/exe", path, sizeof path - 1);
-    const std::string self(path, static_cast<std::size_t>(std::max<ssize_t>(n, 0)));
-    return self.substr(0, self.rfind('/') + 1) + name;
-}
-
 // The first of these that exists: in the build folder, or where an installation has it.
 std::string find(const std::vector<std::string> &candidates) {
     for (const std::string &name : candidates)
-        if (access(besideThisProgram(name).c_str(), R_OK) == 0) return besideThisProgram(name);
+        if (access(quillon::besideThisProgram(name).c_str(), R_OK) == 0)
+            return quillon::besideThisProgram(name);
     throw std::runtime_error("cannot find " + candidates.front() + " beside this program");
 }
 
@@ -77,7 +72,7 @@ MakeComputer virtualPc(const Options &options) {
     static const std::map<std::string, Boot> kNames{
         {"bios", Boot::kBios}, {"grub", Boot::kGrub}, {"linux", Boot::kLinux}};
     PcOptions pc;
-    pc.folder = options.computerFiles.empty() ? besideThisProgram("computer")
+    pc.folder = options.computerFiles.empty() ? quillon::besideThisProgram("computer")
                                               : absolutePath(options.computerFiles);
     const auto name = kNames.find(options.computer);
     if (name != kNames.end()) {

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -32,6 +33,13 @@ std::string ownFolder(const std::string &name) {
         own ? runtime + ("/" + name) : "/tmp/" + name + "-" + std::to_string(getuid());
     makeOwnFolder(folder);
     return folder;
+}
+
+std::string besideThisProgram(const std::string &name) {
+    char path[4096] = "";
+    const ssize_t n = readlink("/proc/self/exe", path, sizeof path - 1);
+    const std::string self(path, static_cast<std::size_t>(std::max<ssize_t>(n, 0)));
+    return self.substr(0, self.rfind('/') + 1) + name;
 }
 
 }  // namespace quillon

@@ -1,4 +1,4 @@
-// A place for the sockets of one user.
+// Places: for the sockets of one user, and of what is installed with a program.
 #pragma once
 
 #include <string>
@@ -10,7 +10,10 @@ namespace quillon {
 /// std::runtime_error when the system refuses, and when somebody else has made it.
 std::string ownFolder(const std::string &name);
 
-/// The same for a folder with a path of its own.
+/// The path of a file or folder by its name from this program's folder on.
+std::string besideThisProgram(const std::string &name);
+
+/// Like ownFolder() for a folder with a path of its own.
 void makeOwnFolder(const std::string &path);
 
 }  // namespace quillon

@@ -4,7 +4,6 @@
 
 #include "console/control/keys.h"
 #include "layouts/unicode.h"
-#include "protocol/input.h"
 
 namespace quillon {
 namespace {
@@ -78,13 +77,8 @@ std::string Forwarder::command(const TerminalEvent &event, const Stroke &stroke)
     return "";
 }
 
-// Modifiers go down before the key.
 void Forwarder::press(const Stroke &stroke) {
-    std::vector<Stroke> states;
-    std::uint8_t held = input().keyboard().modifiers;
-    appendStroke(states, held, stroke);
-    if (stroke.usage != 0) states.pop_back();  // it stays down
-    for (const Stroke &state : states) input().setKeyboard(state);
+    input().press(stroke);
     for (const std::uint8_t usage : {kUsageCapsLock, kUsageNumLock, kUsageScrollLock})
         if (stroke.usage == usage) endpoint_.askLockKeys();
 }

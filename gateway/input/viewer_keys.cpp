@@ -5,7 +5,6 @@
 #include "gateway/input/scan_codes.h"
 #include "layouts/keysyms.h"
 #include "layouts/unicode.h"
-#include "protocol/input.h"
 #include "protocol/keys.h"
 
 namespace gateway {
@@ -59,13 +58,8 @@ bool ViewerKeys::holding() const {
     return std::any_of(down_.begin(), down_.end(), [](const Down &down) { return down.counts; });
 }
 
-// Modifiers go down before the key, in an order that no layout minds.
 void ViewerKeys::send(const Stroke &stroke) {
-    std::vector<Stroke> states;
-    std::uint8_t before = input_.keyboard().modifiers;
-    quillon::appendStroke(states, before, stroke);
-    if (stroke.usage != 0) states.pop_back();  // it stays down
-    for (const Stroke &state : states) input_.setKeyboard(state);
+    input_.press(stroke);
     if (isLockKey(stroke.usage)) lockKey_ = stroke.usage;
 }
 

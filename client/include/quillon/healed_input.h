@@ -54,6 +54,9 @@ class HealedInput {
     /// in a million is lost when one record in 33 is.
     void setKeyboard(const Stroke &down, int timesBefore = 4);
     const Stroke &keyboard() const { return keyboard_; }
+    /// Presses a key with its modifiers, which go down before it; what else is down goes up. The
+    /// key stays down.
+    void press(const Stroke &stroke);
 
     /// Whether the endpoint takes movements, or else positions. Buttons stay as they are.
     void setRelative(bool relative) { relative_ = relative; }
