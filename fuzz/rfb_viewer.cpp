@@ -70,7 +70,8 @@ class Input {
             rfb::Pixel tile[20 * 20];
             for (rfb::Pixel i = 0; i < 20 * 20; ++i) tile[i] = i % colours * 0x010203U;
             Bytes data;
-            tight_.append(data, {tile, 20, 20, 20}, format);
+            tight_.append(data, {tile, 20, 20, 20}, format,
+                          static_cast<int>(format.redShift % 11U) - 1);
             zrle_.append(data, {tile, 20, 20, 20}, format);
             fuzz::require(data.size() < 8 * sizeof tile, "a tile is small");
         }

@@ -1,7 +1,6 @@
 #include "gateway/configuration.h"
 
 #include <arpa/inet.h>
-#include <sys/stat.h>
 #include <toml++/toml.h>
 
 #include <algorithm>
@@ -121,6 +120,7 @@ EndpointEntry endpoint(const Reader &reader, const std::string &name, const toml
                        const std::string &from, Typists &typists) {
     EndpointEntry entry;
     Desk::Setup &desk = entry.desk;
+    std::string picture, user, passwordFile, authority;
     desk.name = name;
     desk.user = "gateway";
     desk.endpoint.from = from;
@@ -134,11 +134,16 @@ EndpointEntry endpoint(const Reader &reader, const std::string &name, const toml
                   {"level", reader.number("level", desk.level, std::numeric_limits<int>::min(),
                                           std::numeric_limits<int>::max())},
                   {"control", reader.oneOf("control", kTakingNames, desk.taking)},
-                  {"listen", reader.listener("listen", entry.listen)}});
+                  {"listen", reader.listener("listen", entry.listen)},
+                  {"picture", reader.text("picture", picture)},
+                  {"picture_user", reader.text("picture_user", user)},
+                  {"picture_password_file", reader.text("picture_password_file", passwordFile)},
+                  {"picture_ca", reader.text("picture_ca", authority)}});
     if (!isAddress(desk.endpoint.to))
         reader.complain(table, "endpoint." + name + " needs an address, as \"192.168.1.10\"");
     try {
         check(desk, typists);
+        setPicture(entry, picture, user, passwordFile, authority);
     } catch (const std::runtime_error &error) {
         reader.complain(table, error.what());
     }
@@ -199,6 +204,7 @@ void takeLimits(const Reader &reader, const toml::table &table, Limits &into) {
                   number("unfinished", into.unfinished, 1, kMostViewers),
                   {"handshake_seconds", reader.seconds("handshake_seconds", into.handshake)},
                   {"send_seconds", reader.seconds("send_seconds", into.send)},
+                  {"picture_seconds", reader.seconds("picture_seconds", into.picture)},
                   number("input_bytes_per_second", into.inputRate, 1024, kMiB),
                   number("update_bytes", into.updateSize, 4096, 64 * kMiB)});
 }
@@ -255,6 +261,17 @@ Configuration parseConfiguration(const std::string &text, const std::string &nam
     return configuration;
 }
 
+void setPicture(EndpointEntry &entry, const std::string &picture, const std::string &user,
+                const std::string &passwordFile, const std::string &authority) {
+    if (picture.empty()) {
+        if (!user.empty() || !passwordFile.empty() || !authority.empty())
+            throw std::runtime_error("without a picture nobody needs its user or its files");
+        return;
+    }
+    entry.picture = parseSourceAddress(picture, user, passwordFile, authority);
+    entry.desk.source = entry.picture.words;
+}
+
 void check(const Desk::Setup &setup, Typists &typists) {
     constexpr char kAnyAddress[] = "255.255.255.255";  // as long as an address can be
     const std::string objection = quillon::objection(
@@ -279,19 +296,6 @@ void check(const Configuration &configuration) {
         if (host.compare(0, 4, "127.") != 0)
             throw std::runtime_error("browsers are served on loopback alone, as 127.0.0.1:8080");
     }
-}
-
-std::string readPassword(const std::string &file) {
-    struct stat status {};
-    const auto text = quillon::readConfigText(file);
-    if (!text || stat(file.c_str(), &status) != 0)
-        throw std::runtime_error("there is no password file " + file);
-    if ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0)
-        throw std::runtime_error(file + " holds a password, but others may read it: chmod 600");
-    std::string password = text->substr(0, text->find('\n'));
-    if (!password.empty() && password.back() == '\r') password.pop_back();
-    if (password.empty()) throw std::runtime_error(file + " holds no password");
-    return password;
 }
 
 }  // namespace gateway

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "gateway/desk.h"
+#include "gateway/source/source_address.h"
 
 namespace gateway {
 
@@ -25,13 +26,15 @@ struct Limits {
     unsigned unfinished = 32;            ///< connections that are not through the handshake
     std::chrono::seconds handshake{20};  ///< time for it
     std::chrono::seconds send{60};       ///< time for a viewer to take what was sent
+    std::chrono::seconds picture{10};    ///< time for a source to give a picture, or an answer
     unsigned inputRate = 16384;          ///< bytes a second that are read from a viewer
     unsigned updateSize = 1U << 20U;     ///< bytes of an update, most of a viewer's memory
 };
 
 struct EndpointEntry {
     Desk::Setup desk;
-    std::string listen;  ///< HOST:PORT for viewers of this endpoint; empty: none
+    std::string listen;     ///< HOST:PORT for viewers of this endpoint; empty: none
+    SourceAddress picture;  ///< where its picture comes from
 };
 
 struct Configuration {
@@ -48,13 +51,14 @@ struct Configuration {
 /// called.
 Configuration parseConfiguration(const std::string &text, const std::string &name);
 
+/// Says where an endpoint's picture comes from, see parseSourceAddress(); picture may be empty.
+void setPicture(EndpointEntry &entry, const std::string &picture, const std::string &user,
+                const std::string &passwordFile, const std::string &authority);
+
 /// Throws std::runtime_error for what does not fit together, such as a listener without a password.
 void check(const Configuration &configuration);
 /// Throws std::runtime_error for a user that an endpoint would not take, and a layout that is not
 /// there. typists: keeps what it made to find out.
 void check(const Desk::Setup &setup, Typists &typists);
-
-/// The first line of a file with a password. Throws std::runtime_error when others may read it.
-std::string readPassword(const std::string &file);
 
 }  // namespace gateway

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <ctime>
 #include <new>
 
 namespace gateway {
@@ -14,6 +15,17 @@ using quillon::ControlledEndpoint;
 constexpr std::chrono::milliseconds kRedraw(33), kTick(500), kMeasure(2000);
 // A picture for an endpoint that has not said how large its own is.
 constexpr unsigned kWidth = 1024, kHeight = 768;
+
+// How long news and hints lie over a picture.
+constexpr std::chrono::seconds kNews(6);
+
+std::string clockTime() {
+    char text[16] = "";
+    const std::time_t now = std::time(nullptr);
+    std::tm parts{};
+    if (localtime_r(&now, &parts) != nullptr) strftime(text, sizeof text, "%H:%M:%S", &parts);
+    return text;
+}
 
 std::string onOff(bool on) {
     return on ? "on" : "off";
@@ -42,7 +54,11 @@ Desk::Desk(Setup setup, Typists &typists, volatile Leftover &leftover,
     : setup_(std::move(setup)),
       typists_(typists),
       leftover_(leftover),
-      changed_(std::move(changed)) {}
+      changed_(std::move(changed)),
+      picture_([this] {
+          tell();
+          changed_();
+      }) {}
 
 Desk::~Desk() = default;
 
@@ -60,9 +76,10 @@ void Desk::join(Sitter &sitter) {
         locks_ = {};
         mine_ = reachable_ = sized_ = false;
     }
-    if (!surface_) {
-        surface_ = std::make_unique<Surface>(kWidth, kHeight);
-        ++surfaceNumber_;
+    if (!picture_.isOpen()) {
+        picture_.open(kWidth, kHeight);
+        lost_.clear();
+        hint_.clear();
         followSize();
     }
     if (sitters_.empty()) keeper_->want();
@@ -83,9 +100,7 @@ void Desk::leave(Sitter &sitter) {
     }
     if (sitters_.empty()) {
         // What nobody sees takes no memory.
-        surface_.reset();
-        picture_.forget();
-        tiles_.clear();
+        picture_.close();
         refused_.clear();
         pointer_.reset();
     }
@@ -98,6 +113,7 @@ const quillon::Typist &Desk::typist() {
 }
 
 void Desk::send(Time now) {
+    worked_ = now;
     noteLeftover();
     endpoint_->serve(now);
     changed_();
@@ -118,6 +134,7 @@ void Desk::point(const std::optional<std::pair<unsigned, unsigned>> &at) {
 
 void Desk::note(const std::string &what) {
     news_ = what;
+    told_ = std::chrono::steady_clock::now();
     dirty_ = true;
     changed_();
 }
@@ -170,12 +187,6 @@ void Desk::serve(Time now) {
 
 void Desk::followSize() {
     const auto &link = status().link;
-    const bool known = link && link->width > 0 && link->height > 0;
-    const auto side = [&](int said, unsigned now) {
-        return known ? Surface::bounded(static_cast<unsigned>(said)) : now;
-    };
-    const unsigned width = side(known ? link->width : 0, surface_->width());
-    const unsigned height = side(known ? link->height : 0, surface_->height());
     const bool relative = link && link->relative;
     if (relative != relative_) {
         relative_ = relative;
@@ -186,18 +197,37 @@ void Desk::followSize() {
         sized_ = link.has_value();
         tell();
     }
-    if (width == surface_->width() && height == surface_->height()) return;
+    if (picture_.state() != Picture::kWords || !link || link->width <= 0 || link->height <= 0)
+        return;
+    const unsigned before = picture_.surfaceNumber();
     try {
-        surface_ = std::make_unique<Surface>(width, height);
+        picture_.open(static_cast<unsigned>(link->width), static_cast<unsigned>(link->height));
     } catch (const std::bad_alloc &) {
         return refuse("There is no memory for a picture of that size.");
     }
-    ++surfaceNumber_;
-    picture_.forget();
-    tiles_.clear();
+    if (picture_.surfaceNumber() == before) return;
     pointer_.reset();
     dirty_ = true;
-    tell();
+}
+
+bool Desk::sizeKnown() const {
+    if (picture_.state() != Picture::kWords) return true;
+    return sized_ && (setup_.source.empty() || !lost_.empty());
+}
+
+void Desk::pictureLost(const std::string &why) {
+    if (lost_.empty() || picture_.state() == Picture::kLive) lostAt_ = clockTime();
+    if (lost_ != why) dirty_ = true;
+    lost_ = why;
+    picture_.lose();
+    if (picture_.state() == Picture::kWords) tell();
+    changed_();
+}
+
+std::shared_ptr<const rfb::Jpeg> Desk::toDecode() {
+    const bool wanted = std::any_of(sitters_.begin(), sitters_.end(),
+                                    [](const Sitter *sitter) { return sitter->wantsPixels(); });
+    return picture_.toDecode(wanted);
 }
 
 void Desk::followReach(Time now) {
@@ -207,7 +237,9 @@ void Desk::followReach(Time now) {
         locks_.forget();
         if (!reachable_) keeper_->doubt(now);
         dirty_ = true;
+        const bool first = news_.empty();
         note(reachable_ ? "The endpoint answers." : "The endpoint does not answer any more.");
+        if (first) told_ = {};
     }
 }
 
@@ -263,11 +295,51 @@ void Desk::take(const quillon::LinkMessage &message,
 }
 
 std::string Desk::pictureWords(const std::optional<quillon::Link> &link) const {
+    if (!setup_.source.empty())
+        return lost_.empty()
+                   ? "Picture: from " + setup_.source + ", which is asked for one."
+                   : "Picture: none since " + lostAt_ + ": " + lost_ + ". It is tried again.";
     if (!link) return "Picture: not known.";
     if (link->width <= 0 || link->height <= 0)
         return "Picture: the endpoint has none, so the pointer has no place.";
     return "Picture: " + std::to_string(link->width) + "x" + std::to_string(link->height) +
            ", but no picture source.";
+}
+
+// What a person should know of a picture that seems to be in order.
+std::string Desk::hint() const {
+    const auto &link = status().link;
+    if (!link) return "";
+    if (link->relative)
+        return "The mouse takes movements. A viewer that sends only positions cannot move it.";
+    const auto size = [](auto width, auto height) {
+        return std::to_string(width) + "x" + std::to_string(height);
+    };
+    const std::string here = size(picture_.surface().width(), picture_.surface().height());
+    const std::string there = size(link->width, link->height);
+    if (link->width <= 0 || link->height <= 0)
+        return "The endpoint knows no size of its picture, so the pointer has no place.";
+    if (here == there) return "";
+    return "The picture is " + here + ", but the endpoint's is " + there + ": places are scaled.";
+}
+
+std::string Desk::trouble() const {
+    return !refused_.empty() ? "Refused: " + refused_ : quillon::whyNotTaken(status(), ownAddress_);
+}
+
+// The lines over the picture of a source.
+std::vector<std::string> Desk::cover(Time now) {
+    std::vector<std::string> lines;
+    if (picture_.state() == Picture::kLost)
+        lines.push_back("No picture since " + lostAt_ + ": " + lost_ + ". It is tried again.");
+    if (const std::string why = trouble(); !why.empty()) lines.push_back(why);
+    if (const std::string now_ = hint(); now_ != hint_) {
+        hint_ = now_;
+        hinted_ = now;
+    }
+    if (!hint_.empty() && now - hinted_ < kNews) lines.push_back(hint_);
+    if (!news_.empty() && now - told_ < kNews) lines.push_back(news_);
+    return lines;
 }
 
 StatusLines Desk::words(Time now) {
@@ -300,19 +372,19 @@ StatusLines Desk::words(Time now) {
                            : others == 1 ? "; one other viewer watches."
                                          : "; " + std::to_string(others) + " others watch."));
     words.lines.push_back(news_.empty() ? "" : "Last: " + news_);
-    words.trouble =
-        !refused_.empty() ? "Refused: " + refused_ : quillon::whyNotTaken(status, ownAddress_);
+    words.trouble = trouble();
     return words;
 }
 
 void Desk::draw(Time now) {
     if (now - drawn_ < (dirty_ ? kRedraw : kTick)) return;
-    const std::uint64_t before = surface_->version();
     dirty_ = false;
     drawn_ = now;
-    picture_.draw(*surface_, words(now));
-    picture_.point(*surface_, pointer_);
-    if (surface_->version() != before) tell();
+    if (picture_.state() == Picture::kLive) lost_.clear();
+    if (picture_.state() == Picture::kWords)
+        picture_.draw(words(now), pointer_);
+    else
+        picture_.cover(cover(now));
 }
 
 // Before something is sent, so that it is never down without being known.

@@ -10,8 +10,7 @@
 
 #include "gateway/control_keeper.h"
 #include "gateway/input/lock_keys.h"
-#include "gateway/picture/status_picture.h"
-#include "gateway/picture/tile_cache.h"
+#include "gateway/picture/picture.h"
 #include "layouts/typing.h"
 #include "protocol/link_messages.h"
 #include <quillon/console_ports.h>
@@ -40,6 +39,8 @@ class Sitter {
     virtual void letGo() = 0;
     /// Where it comes from, for the picture.
     virtual const std::string &from() const = 0;
+    /// It cannot take JPEGs, so they have to be decoded for it.
+    virtual bool wantsPixels() const = 0;
 };
 
 /// Typists for the states of the lock keys, made when they are needed and kept for all desks.
@@ -64,6 +65,7 @@ class Desk {
         std::string user;
         int level = 0;
         Taking taking = Taking::kApply;
+        std::string source;  ///< of pictures, for a person; empty: none
     };
 
     /// typists and leftover must outlive this; leftover is kept as things are. changed: called when
@@ -86,14 +88,19 @@ class Desk {
     /// Only between join() and leave().
     quillon::HealedInput &input() { return endpoint_->input(); }
     const quillon::EndpointStatus &status() const { return endpoint_->status(); }
-    /// The surface has the size that the endpoint said.
-    bool sizeKnown() const { return sized_; }
+    /// The picture has the size of the source's or the endpoint's, and not one of ours.
+    bool sizeKnown() const;
     const quillon::Typist &typist();
     const LockState &locks() const { return locks_; }
-    const Surface &surface() const { return *surface_; }
-    /// Another number: another surface, whose tiles begin anew.
-    unsigned surfaceNumber() const { return surfaceNumber_; }
-    TileCache &tiles() { return tiles_; }
+    /// Open while somebody watches; its source draws there.
+    Picture &picture() { return picture_; }
+    /// The source of pictures is lost, or could not be had.
+    void pictureLost(const std::string &why);
+    /// A JPEG of the source to decode for picture().
+    std::shared_ptr<const rfb::Jpeg> toDecode();
+    bool watched() const { return !sitters_.empty(); }
+    /// When a person did something here.
+    Time worked() const { return worked_; }
 
     /// Sends what was put into input() just now.
     void send(Time now);
@@ -131,6 +138,9 @@ class Desk {
     void draw(Time now);
     StatusLines words(Time now);
     std::string pictureWords(const std::optional<quillon::Link> &link) const;
+    std::string hint() const;
+    std::vector<std::string> cover(Time now);
+    std::string trouble() const;
     void tell();
 
     const Setup setup_;
@@ -144,17 +154,16 @@ class Desk {
 
     std::vector<Sitter *> sitters_;
     LockState locks_;
-    std::unique_ptr<Surface> surface_;
-    unsigned surfaceNumber_ = 0;
-    TileCache tiles_;
-    StatusPicture picture_;
+    Picture picture_;
+    std::string lost_, lostAt_;  ///< why the source gives no picture, and since when
 
-    std::string news_, refused_;
-    std::string answers_;  ///< how long answers take, in words
-    bool took_ = false;    ///< control was taken from here, and not lost as far as is known
+    std::string news_, refused_, hint_;
+    Time told_{}, hinted_{};  ///< when news_ and hint_ came
+    std::string answers_;     ///< how long answers take, in words
+    bool took_ = false;       ///< control was taken from here, and not lost as far as is known
     bool dirty_ = true, mine_ = false, reachable_ = false, relative_ = false, sized_ = false;
     std::optional<std::pair<unsigned, unsigned>> pointer_;
-    Time drawn_{}, measured_{};
+    Time drawn_{}, measured_{}, worked_{};
 };
 
 }  // namespace gateway

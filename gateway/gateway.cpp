@@ -7,6 +7,7 @@
 #include <system_error>
 #include <thread>
 
+#include "gateway/secrets.h"
 #include "protocol/link_messages.h"
 #include "terminal/own_folder.h"
 #include <quillon/endpoint.h>
@@ -14,6 +15,7 @@
 // Behind gateway.h, for Boost 1.74 needs <utility> before these.
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
+#include <boost/asio/post.hpp>
 
 namespace gateway {
 namespace {
@@ -33,13 +35,25 @@ struct Gateway::Seat {
         : listen(entry.listen),
           desk(entry.desk, gateway.typists_, gateway.leftovers_[number],
                [this, &gateway] { gateway.drive(*this); }),
-          driver(gateway.context_, [this, &gateway] { gateway.serve(*this); }) {}
+          driver(gateway.context_, [this, &gateway] { gateway.serve(*this); }) {
+        if (entry.picture.kind == SourceAddress::kNone) return;
+        source = std::make_shared<SourceLine>(
+            gateway.context_, desk, entry.picture, gateway.configuration_.limits.picture,
+            [&gateway](const std::string &line) { gateway.report_(line); });
+        asio::co_spawn(
+            gateway.context_,
+            [](std::shared_ptr<SourceLine> line) -> asio::awaitable<void> {
+                co_await line->run();
+            }(source),
+            asio::detached);
+    }
 
     const std::string listen;
     std::shared_ptr<unsigned> viewers = std::make_shared<unsigned>(0);
     unsigned socketsVersion = 0;
     Desk desk;
     PollDriver driver;
+    std::shared_ptr<SourceLine> source;  ///< of pictures; null: none
 };
 
 struct Gateway::Ports {
@@ -53,6 +67,12 @@ struct Gateway::Ports {
 
 Proof readProof(const Configuration &configuration) {
     Proof proof;
+    for (const EndpointEntry &entry : configuration.endpoints) {
+        const SourceAddress &picture = entry.picture;
+        if (!picture.passwordFile.empty()) readPassword(picture.passwordFile);
+        if (!picture.authority.empty() && access(picture.authority.c_str(), R_OK) != 0)
+            throw std::runtime_error("there is no file " + picture.authority);
+    }
     if (configuration.passwordFile.empty()) return proof;
     const bool tls = !configuration.certificate.empty();
     try {
@@ -221,6 +241,24 @@ void Gateway::drive(Seat &seat) {
             due = std::min(due, Clock::now() + kRetry);
         }
     seat.driver.callAt(due);
+    if (seat.source) seat.source->look();
+    decode(seat);
+}
+
+void Gateway::decode(Seat &seat) {
+    auto jpeg = seat.desk.toDecode();
+    if (!jpeg) return;
+    asio::post(decoders_, [this, &seat, jpeg = std::move(jpeg)] {
+        std::vector<Pixel> pixels;
+        try {
+            pixels = rfb::decodedJpeg(*jpeg);
+        } catch (const std::exception &) {
+            // Viewers that take JPEGs have it; the others wait for the next one.
+        }
+        asio::post(context_, [&seat, jpeg, pixels = std::move(pixels)] {
+            seat.desk.picture().decoded(jpeg, pixels);
+        });
+    });
 }
 
 void Gateway::serve(Seat &seat) {
@@ -365,6 +403,8 @@ void Gateway::end() {
     for (const auto &seat : seats_) seat->driver.stop();
     for (const auto &[address, ports] : ports_) ports->driver.stop();
     portsRetry_.cancel();
+    for (const auto &seat : seats_)
+        if (seat->source) seat->source->end();
 }
 
 }  // namespace gateway

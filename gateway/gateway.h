@@ -12,10 +12,14 @@
 #include "gateway/options.h"
 #include "gateway/poll_driver.h"
 #include "gateway/reporter.h"
+#include "gateway/source_line.h"
 #include "gateway/viewer_line.h"
 #include "gateway/waiting_room.h"
 #include "gateway/web/web_server.h"
 #include <quillon/console_ports.h>
+
+// Behind the others, for Boost 1.74 needs <utility> before it.
+#include <boost/asio/thread_pool.hpp>
 
 namespace gateway {
 
@@ -67,6 +71,7 @@ class Gateway {
     void printAddress();
 
     void drive(Seat &seat);
+    void decode(Seat &seat);
     void serve(Seat &seat);
     void servePorts(Ports &ports);
     std::chrono::milliseconds afterWrongPassword();
@@ -96,6 +101,8 @@ class Gateway {
     unsigned wrongPasswords_ = 0;
     Desk::Time lastWrong_{};
     bool ending_ = false;
+    /// Decodes JPEGs, for that takes longer than a key may wait. Ends before what it works for.
+    asio::thread_pool decoders_{1};
 };
 
 }  // namespace gateway

@@ -118,6 +118,22 @@ void describe(CLI::App &app, Options &options) {
         ->type_name("N")
         ->check(CLI::Range(0, 65535).description(""))
         ->capture_default_str();
+    auto *picture = desk(app.add_option("--picture", options.picture,
+                                        "Where the computer's picture comes from: vnc:unix:PATH, "
+                                        "vnc:HOST:PORT, or mjpeg:URL"))
+                        ->type_name("SOURCE");
+    desk(app.add_option("--picture-user", options.pictureUser, "User for an mjpeg source"))
+        ->needs(picture)
+        ->type_name("NAME");
+    desk(app.add_option("--picture-password-file", options.picturePasswordFile,
+                        "File with the password for the source"))
+        ->needs(picture)
+        ->type_name("FILE");
+    desk(app.add_option("--picture-ca", options.pictureCa,
+                        "Certificate in PEM to believe of an https source, or of who signed its; "
+                        "without it those of this machine"))
+        ->needs(picture)
+        ->type_name("FILE");
     app.add_option("--listen-fd", options.listenFds,
                    "A listening socket that another program opened, by its descriptor: web=N for "
                    "browsers, viewers=N or viewers-NAME=N for viewers; may be given again")
@@ -153,6 +169,8 @@ Configuration configurationOf(const Options &options) {
     desk.level = options.level;
     desk.taking = kTakingNames.at(options.control);
     entry.listen = options.listen;
+    setPicture(entry, options.picture, options.pictureUser, options.picturePasswordFile,
+               options.pictureCa);
     configuration.web = "127.0.0.1:" + std::to_string(options.webPort);
     configuration.certificate = options.certificate;
     configuration.key = options.key;

@@ -18,6 +18,7 @@ struct Options {
     int level = 0;
     std::string listen, certificate, key, viewerUser = "viewer", passwordFile;
     std::uint16_t webPort = 0;
+    std::string picture, pictureUser, picturePasswordFile, pictureCa;
     std::string webFiles;
     std::vector<std::string> listenFds;
     bool check = false;

@@ -8,6 +8,8 @@
 
 // Behind stream.h, for Boost 1.74 needs <utility> before these.
 #include <boost/asio/buffer.hpp>
+#include <boost/asio/ip/address.hpp>
+#include <boost/asio/ssl/host_name_verification.hpp>
 #include <boost/asio/ssl/stream.hpp>
 #include <boost/asio/use_awaitable.hpp>
 #include <boost/asio/write.hpp>
@@ -38,6 +40,24 @@ class SocketStream : public Stream {
         context_ = std::move(context);
         tls_.emplace(socket_, *context_);
         co_await tls_->async_handshake(asio::ssl::stream_base::server, asio::use_awaitable);
+    }
+
+    asio::awaitable<void> startTlsTo(const std::string &host,
+                                     const std::string &authority) override {
+        context_ = std::make_shared<asio::ssl::context>(asio::ssl::context::tls_client);
+        if (authority.empty())
+            context_->set_default_verify_paths();
+        else
+            context_->load_verify_file(authority);
+        SSL_CTX_set_min_proto_version(context_->native_handle(), TLS1_2_VERSION);
+        tls_.emplace(socket_, *context_);
+        tls_->set_verify_mode(asio::ssl::verify_peer);
+        tls_->set_verify_callback(asio::ssl::host_name_verification(host));
+        boost::system::error_code noAddress;
+        asio::ip::make_address(host, noAddress);
+        // An address is no name to choose a certificate by (RFC 6066).
+        if (noAddress) SSL_set_tlsext_host_name(tls_->native_handle(), host.c_str());
+        co_await tls_->async_handshake(asio::ssl::stream_base::client, asio::use_awaitable);
     }
 
     void close() override {

@@ -1,4 +1,4 @@
-// The connection of a viewer, whatever it runs over.
+// The connection of a viewer, or to a source of pictures, whatever it runs over.
 #pragma once
 
 #include <boost/asio/generic/stream_protocol.hpp>
@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <utility>
 
 // Boost 1.74 forgets to include <utility>, so it stands before.
@@ -29,6 +30,11 @@ class Stream {
     virtual asio::awaitable<void> write(const rfb::Bytes &bytes) = 0;
     /// Begins TLS, as the server. Throws boost::system::system_error.
     virtual asio::awaitable<void> startTls(std::shared_ptr<asio::ssl::context> context) = 0;
+    /// Begins TLS, as the client of a host, which has to have a certificate for its name.
+    /// authority: a file in PEM with what is believed, empty for what this machine believes. Throws
+    /// boost::system::system_error.
+    virtual asio::awaitable<void> startTlsTo(const std::string &host,
+                                             const std::string &authority) = 0;
     virtual void close() = 0;
     /// The socket below, for its options.
     virtual int socket() = 0;

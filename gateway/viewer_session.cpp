@@ -47,12 +47,12 @@ ViewerSession::ViewerSession(Desk &desk, std::string from, std::size_t updateSiz
       joined_(desk, *this),
       keys_(desk_.input(), [this]() -> const quillon::Typist & { return desk_.typist(); }),
       pointer_(desk_.input()),
-      width_(desk_.surface().width()),
-      height_(desk_.surface().height()) {}
+      width_(desk_.picture().surface().width()),
+      height_(desk_.picture().surface().height()) {}
 
 Bytes ViewerSession::screen() {
-    width_ = desk_.surface().width();
-    height_ = desk_.surface().height();
+    width_ = desk_.picture().surface().width();
+    height_ = desk_.picture().surface().height();
     Bytes bytes;
     rfb::appendScreen(bytes, width_, height_, format_, desk_.setup().name);
     return bytes;
@@ -70,14 +70,26 @@ void ViewerSession::take(const rfb::ViewerMessage &message, Time now) {
 void ViewerSession::take(const rfb::PixelFormat &format) {
     format_ = format;
     if (format.mapped && replies_.size() < kMostReplies) rfb::appendColourMap(replies_);
-    if (encoding_ == rfb::kTight) tiles_ = desk_.tiles().forFormat(format_);
+    chooseTiles();
     changed();
+}
+
+// Tight goes with one choice of format and quality, which viewers share.
+void ViewerSession::chooseTiles() {
+    tiles_ =
+        encoding_ == rfb::kTight ? desk_.picture().tiles().forFormat(format_, quality_) : nullptr;
+    takesJpegs_ = tiles_ && quality_ != rfb::TightEncoder::kLossless && rfb::takesJpegs(format_);
 }
 
 void ViewerSession::take(const rfb::SetEncodings &message) {
     encodings_ = message.wanted;
     encoding_ = knows(rfb::kTight) ? rfb::kTight : knows(rfb::kZrle) ? rfb::kZrle : rfb::kRaw;
-    tiles_ = encoding_ == rfb::kTight ? desk_.tiles().forFormat(format_) : nullptr;
+    quality_ = rfb::TightEncoder::kLossless;
+    for (const std::int32_t one : encodings_)
+        if (const int level = one - rfb::kQualityLevel0;
+            level >= 0 && level <= rfb::JpegEncoder::kMostLevel)
+            quality_ = level;
+    chooseTiles();
     toldKeys_ = toldSize_ = false;
     leds_.reset();
     if (!knows(rfb::kFence)) stall_ = {};
@@ -214,7 +226,7 @@ void ViewerSession::watch(Time now, std::optional<Time> writing) {
 
 // The size that the viewer does not know yet, and the answer to its wish for another one.
 unsigned ViewerSession::appendSize(Bytes &to) {
-    const Surface &surface = desk_.surface();
+    const Surface &surface = desk_.picture().surface();
     const bool resized = surface.width() != width_ || surface.height() != height_;
     const bool extended = knows(rfb::kExtendedDesktopSize);
     if (!resized && !(extended && (!toldSize_ || sizeAnswer_ != 0))) return 0;
@@ -245,8 +257,8 @@ unsigned ViewerSession::appendSize(Bytes &to) {
 // What is not pixels: sizes, lock keys, and what the gateway can do.
 unsigned ViewerSession::appendState(Bytes &to) {
     unsigned count = appendSize(to);
-    if (surface_ != desk_.surfaceNumber()) sent_.assign(desk_.surface().tiles(), 0);
-    surface_ = desk_.surfaceNumber();
+    if (surface_ != desk_.picture().surfaceNumber()) forgetPicture();
+    surface_ = desk_.picture().surfaceNumber();
     if (knows(rfb::kExtendedKeyEvents) && !toldKeys_) {
         appendHeader(to, 0, 0, width_, height_, rfb::kExtendedKeyEvents);
         toldKeys_ = true;
@@ -270,30 +282,96 @@ unsigned ViewerSession::appendState(Bytes &to) {
 }
 
 void ViewerSession::appendTile(Bytes &to, std::size_t tile) {
-    const Surface &surface = desk_.surface();
+    const Surface &surface = desk_.picture().surface();
     const Surface::Place place = surface.tile(tile);
     appendHeader(to, place.x, place.y, place.pixels.width, place.pixels.height, encoding_);
     if (encoding_ == rfb::kTight)
-        rfb::appendBytes(to, tiles_->tile(surface, tile, desk_.tiles().encoder()));
-    else if (encoding_ == rfb::kZrle)
-        zrle_.append(to, place.pixels, format_);
+        rfb::appendBytes(to, tiles_->tile(surface, tile, desk_.picture().tiles().encoder()));
     else
-        rfb::appendRaw(to, place.pixels, format_);
+        appendPixels(to, place.pixels);
 }
 
-// What does not fit goes with the next update.
+void ViewerSession::appendPixels(Bytes &to, const Pixels &pixels) {
+    if (encoding_ == rfb::kTight)
+        desk_.picture().tiles().encoder().append(to, pixels, format_, quality_);
+    else if (encoding_ == rfb::kZrle)
+        zrle_.append(to, pixels, format_);
+    else
+        rfb::appendRaw(to, pixels, format_);
+}
+
+// What does not fit, or takes long, goes with the next update, which begins where this one ends:
+// so all of a picture gets its turn that changes faster than it can be sent.
 unsigned ViewerSession::appendTiles(Bytes &to) {
-    const Surface &surface = desk_.surface();
-    constexpr unsigned kMostTiles = 600;  // one picture of 1080 lines, a few milliseconds
+    constexpr std::chrono::milliseconds kMostTime(8);
+    const auto end = std::chrono::steady_clock::now() + kMostTime;
+    const Surface &surface = desk_.picture().surface();
+    constexpr unsigned kMostTiles = 600;  // one picture of 1080 lines
     unsigned count = 0;
     sent_.resize(surface.tiles());
-    for (std::size_t tile = 0; tile < sent_.size(); ++tile) {
+    for (std::size_t i = 0; i < sent_.size(); ++i) {
+        const std::size_t tile = (next_ + i) % sent_.size();
         if (sent_[tile] == surface.changed(tile)) continue;
-        if (to.size() >= updateSize_ || count == kMostTiles) break;
+        if (to.size() >= updateSize_ || count == kMostTiles ||
+            (count > 0 && std::chrono::steady_clock::now() >= end)) {
+            next_ = tile;
+            break;
+        }
         appendTile(to, tile);
         sent_[tile] = surface.changed(tile);
         ++count;
     }
+    return count;
+}
+
+void ViewerSession::forgetPicture() {
+    sent_.assign(desk_.picture().surface().tiles(), 0);
+    jpeg_ = banner_ = 0;
+    covered_ = {};
+}
+
+// What lies under a banner that is not right any more is sent again.
+void ViewerSession::uncover() {
+    if (covered_.width == 0 || banner_ == desk_.picture().banner().number) return;
+    jpeg_ = 0;
+    sent_.resize(desk_.picture().surface().tiles());
+    desk_.picture().surface().eachTile(covered_, [this](std::size_t tile) { sent_[tile] = 0; });
+    covered_ = {};
+}
+
+unsigned ViewerSession::appendPicture(Bytes &to) {
+    const Picture &picture = desk_.picture();
+    uncover();
+    unsigned count = 0;
+    if (const rfb::Jpeg *jpeg = picture.jpeg(); jpeg == nullptr || !takesJpegs_) {
+        jpeg_ = 0;
+        count = appendTiles(to);
+    } else if (jpeg_ != picture.jpegNumber()) {
+        // No tile is what the viewer has any more.
+        sent_.assign(picture.surface().tiles(), 0);
+        appendHeader(to, 0, 0, jpeg->width, jpeg->height, rfb::kTight);
+        rfb::appendTightJpeg(to, jpeg->bytes);
+        jpeg_ = picture.jpegNumber();
+        count = 1;
+    }
+    const bool wanted = banner_ != picture.banner().number || count > 0;
+    return wanted ? count + appendBanner(to) : count;
+}
+
+unsigned ViewerSession::appendBanner(Bytes &to) {
+    const Banner &banner = desk_.picture().banner();
+    banner_ = banner.number;
+    covered_ = banner.place;
+    unsigned count = 0;
+    for (unsigned y = 0; y < covered_.height; y += Surface::kTile)
+        for (unsigned x = 0; x < covered_.width; x += Surface::kTile) {
+            const Pixels piece{banner.image.all().row(y) + x, banner.image.width,
+                               std::min(Surface::kTile, covered_.width - x),
+                               std::min(Surface::kTile, covered_.height - y)};
+            appendHeader(to, covered_.x + x, covered_.y + y, piece.width, piece.height, encoding_);
+            appendPixels(to, piece);
+            ++count;
+        }
     return count;
 }
 
@@ -306,7 +384,7 @@ ViewerSession::Time ViewerSession::updateDue() const {
 void ViewerSession::appendUpdate(Bytes &to, Time now) {
     if (!requested_ || unchanged_ || now < updateDue()) return;
     if (refresh_) {
-        std::fill(sent_.begin(), sent_.end(), 0);
+        forgetPicture();
         refresh_ = false;
         refreshed_ = now;
     }
@@ -316,7 +394,7 @@ void ViewerSession::appendUpdate(Bytes &to, Time now) {
     append8(to, 0);
     append16(to, 0);
     unsigned count = appendState(to);
-    count += appendTiles(to);
+    count += appendPicture(to);
     if (count == 0) {
         to.resize(begin);
         unchanged_ = true;

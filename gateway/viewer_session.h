@@ -36,8 +36,9 @@ class ViewerSession : public Sitter {
     void take(const rfb::ViewerMessage &message, Time now);
     /// Sends the input at once, and has the line watched while something is down.
     void send(Time now);
-    /// What is to be sent now, updateSize at most and one tile; empty for nothing. Throws
-    /// rfb::ProtocolError when the picture changed in a way that this viewer cannot follow.
+    /// What is to be sent now, updateSize at most and one tile, or one JPEG of the source; empty
+    /// for nothing. Throws rfb::ProtocolError when the picture changed in a way that this viewer
+    /// cannot follow.
     rfb::Bytes output(Time now);
     /// When output() may have something without a call of wake.
     Time due() const;
@@ -50,6 +51,7 @@ class ViewerSession : public Sitter {
     void changed() override;
     void letGo() override;
     const std::string &from() const override { return from_; }
+    bool wantsPixels() const override { return requested_ && !takesJpegs_; }
 
   private:
     // Joins before what follows is made, and leaves after it has ended.
@@ -72,6 +74,7 @@ class ViewerSession : public Sitter {
     void take(const rfb::PointerEvent &event);
     void take(const rfb::FenceEvent &event);
     void take(const rfb::SetDesktopSize &message);
+    void chooseTiles();
 
     bool knows(rfb::Encoding encoding) const;
     Time updateDue() const;
@@ -81,8 +84,13 @@ class ViewerSession : public Sitter {
     void appendUpdate(rfb::Bytes &to, Time now);
     unsigned appendSize(rfb::Bytes &to);
     unsigned appendState(rfb::Bytes &to);
+    unsigned appendPicture(rfb::Bytes &to);
     unsigned appendTiles(rfb::Bytes &to);
     void appendTile(rfb::Bytes &to, std::size_t tile);
+    unsigned appendBanner(rfb::Bytes &to);
+    void appendPixels(rfb::Bytes &to, const Pixels &pixels);
+    void uncover();
+    void forgetPicture();
 
     const std::string from_;
     const std::size_t updateSize_;
@@ -98,6 +106,8 @@ class ViewerSession : public Sitter {
     rfb::PixelFormat format_;
     std::vector<std::int32_t> encodings_;
     rfb::Encoding encoding_ = rfb::kRaw;
+    int quality_ = rfb::TightEncoder::kLossless;
+    bool takesJpegs_ = false;  ///< of any size
     std::shared_ptr<EncodedTiles> tiles_;
     rfb::ZrleEncoder zrle_;
     rfb::Bytes replies_;  ///< to the viewer's own fences, and the map of colours
@@ -109,6 +119,10 @@ class ViewerSession : public Sitter {
     unsigned width_, height_;          ///< as the viewer knows them
     unsigned surface_ = 0;             ///< the number of the one that sent_ is about
     std::vector<std::uint64_t> sent_;  ///< the version of each tile that the viewer has
+    std::size_t next_ = 0;             ///< the tile to look at first
+    unsigned jpeg_ = 0;                ///< the number of the one that it has; 0: none
+    unsigned banner_ = 0;              ///< the number of the one that it has
+    Rectangle covered_{};              ///< where that lies
 
     // What the viewer was told; none: not yet.
     bool toldKeys_ = false, toldSize_ = false, relative_ = false;

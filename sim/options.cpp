@@ -177,7 +177,8 @@ void describe(CLI::App &app, Options &options) {
         ->type_name("SIZE")
         ->capture_default_str();
     app.add_flag("--vnc", options.wantsPicture,
-                 "Offer the virtual PC's picture on a socket, whose path \"ctl status\" tells")
+                 "Offer the virtual PC's picture (RFB) on a unix socket; \"ctl status\" tells its "
+                 "path, and COMMAND finds it in $QUILLON_PICTURE")
         ->needs(computer);
     app.add_flag("--pace", board.paced, "Bytes take as long as on a real wire");
     app.add_option(

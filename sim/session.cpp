@@ -137,6 +137,8 @@ class Session {
                                        std::to_string(options_.listenSocket)};
                 command.descriptors = {options_.listenSocket};
             }
+            if (!options_.picturePath.empty())
+                command.environment.push_back("QUILLON_PICTURE=" + options_.picturePath);
             command_ = launch(command);
         };
         if (!options_.command.empty() && board.consoleNetwork() != nullptr)

@@ -106,6 +106,27 @@ Image drawnLine(const std::string &line) {
     return sheet.image(sheet.write(quillon::printable(line), kFont, kText));
 }
 
+Image drawnBox(const std::vector<std::string> &lines, unsigned width) {
+    constexpr unsigned kMargin = 8;
+    std::vector<Image> drawnLines;
+    unsigned widest = 0;
+    for (const std::string &line : lines) {
+        Sheet sheet(std::min(kWidth, width - std::min(width - 1, 2 * kMargin)), kLineHeight);
+        drawnLines.push_back(sheet.image(sheet.write(quillon::printable(line), kFont, kTrouble)));
+        widest = std::max(widest, drawnLines.back().width);
+    }
+    if (lines.empty()) return {};
+    Image box{widest + 2 * kMargin, static_cast<unsigned>(lines.size()) * kLineHeight, {}};
+    for (const Image &line : drawnLines)
+        for (unsigned y = 0; y < kLineHeight; ++y) {
+            box.pixels.resize(box.pixels.size() + kMargin);
+            const Pixel *row = line.all().row(y);
+            box.pixels.insert(box.pixels.end(), row, row + line.width);
+            box.pixels.resize(box.pixels.size() + box.width - line.width - kMargin);
+        }
+    return box;
+}
+
 void StatusPicture::draw(Surface &surface, const StatusLines &status) {
     constexpr unsigned kLines = 8;
     if (panel_.pixels.empty()) {

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "gateway/picture/image.h"
 #include "gateway/picture/surface.h"
 
 namespace gateway {
@@ -16,16 +17,10 @@ struct StatusLines {
     std::string trouble;             ///< what a person has to know first; empty for nothing
 };
 
-/// Pixels of its own.
-struct Image {
-    unsigned width = 0, height = 0;
-    std::vector<Pixel> pixels;
-
-    Pixels all() const { return {pixels.data(), width, width, height}; }
-};
-
 /// One line of the picture, as wide as its words; texts may be foreign, and come as they are.
 Image drawnLine(const std::string &line);
+/// A box with lines in it, to lie over a picture; empty without lines. Texts may be foreign.
+Image drawnBox(const std::vector<std::string> &lines, unsigned width);
 
 class StatusPicture {
   public:

@@ -52,6 +52,40 @@ void Surface::draw(unsigned x, unsigned y, const Pixels &pixels) {
         }
 }
 
+void Surface::copy(const Rectangle &from, unsigned x, unsigned y) {
+    std::vector<Pixel> row(from.width);
+    for (unsigned i = 0; i < from.height; ++i) {
+        // From the end that is not written over before it is read.
+        const unsigned line = y > from.y ? from.height - 1 - i : i;
+        const Pixel *source = at(from.x, from.y + line);
+        std::copy(source, source + from.width, row.begin());
+        draw(x, y + line, {row.data(), row.size(), from.width, 1});
+    }
+}
+
+void Surface::grey() {
+    std::vector<Pixel> row(width_);
+    for (unsigned y = 0; y < height_; ++y) {
+        for (unsigned x = 0; x < width_; ++x) {
+            // The weights of ITU-R BT.601, in parts of 512: half of the light.
+            const Pixel pixel = *at(x, y);
+            row[x] = ((pixel >> 16U & 0xFFU) * 77 + (pixel >> 8U & 0xFFU) * 150 +
+                      (pixel & 0xFFU) * 29) >>
+                     9U;
+            row[x] *= 0x010101U;
+        }
+        draw(0, y, {row.data(), width_, width_, 1});
+    }
+}
+
+void Surface::eachTile(const Rectangle &of, const std::function<void(std::size_t)> &call) const {
+    const unsigned right = std::min(width_, of.x + of.width),
+                   bottom = std::min(height_, of.y + of.height);
+    for (unsigned y = of.y / kTile * kTile; y < bottom; y += kTile)
+        for (unsigned x = of.x / kTile * kTile; x < right; x += kTile)
+            call(std::size_t{y / kTile} * columns_ + x / kTile);
+}
+
 Surface::Place Surface::tile(std::size_t tile) const {
     const auto column = static_cast<unsigned>(tile % columns_);
     const auto row = static_cast<unsigned>(tile / columns_);

@@ -3,15 +3,18 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <vector>
 
+#include "gateway/rfb/canvas.h"
 #include "gateway/rfb/encoders.h"
 
 namespace gateway {
 
 using rfb::Pixel;
 using rfb::Pixels;
+using rfb::Rectangle;
 
 struct UnmapPixels {
     std::size_t size = 0;  ///< bytes
@@ -35,6 +38,10 @@ class Surface {
 
     /// Copies pixels to a place, as far as they lie inside.
     void draw(unsigned x, unsigned y, const Pixels &pixels);
+    /// Copies a rectangle that lies inside to another place inside.
+    void copy(const Rectangle &from, unsigned x, unsigned y);
+    /// Takes the colours away, and half of the light.
+    void grey();
 
     /// Grows with each change.
     std::uint64_t version() const { return version_; }
@@ -48,6 +55,8 @@ class Surface {
         Pixels pixels;
     };
     Place tile(std::size_t tile) const;
+    /// Calls for each tile that has something of a rectangle.
+    void eachTile(const Rectangle &of, const std::function<void(std::size_t)> &call) const;
 
   private:
     unsigned width_, height_, columns_;

@@ -8,19 +8,19 @@ const rfb::Bytes &EncodedTiles::tile(const Surface &surface, std::size_t tile,
     Entry &entry = entries_[tile];
     if (entry.version != surface.changed(tile)) {
         entry.data.clear();
-        encoder.append(entry.data, surface.tile(tile).pixels, format_);
+        encoder.append(entry.data, surface.tile(tile).pixels, format_, quality_);
         entry.data.shrink_to_fit();
         entry.version = surface.changed(tile);
     }
     return entry.data;
 }
 
-std::shared_ptr<EncodedTiles> TileCache::forFormat(const rfb::PixelFormat &format) {
+std::shared_ptr<EncodedTiles> TileCache::forFormat(const rfb::PixelFormat &format, int quality) {
     for (auto it = byFormat_.begin(); it != byFormat_.end();)
         it = it->second.expired() ? byFormat_.erase(it) : std::next(it);
-    std::weak_ptr<EncodedTiles> &known = byFormat_[format];
+    std::weak_ptr<EncodedTiles> &known = byFormat_[{format, quality}];
     auto tiles = known.lock();
-    if (!tiles) known = tiles = std::make_shared<EncodedTiles>(format);
+    if (!tiles) known = tiles = std::make_shared<EncodedTiles>(format, quality);
     return tiles;
 }
 

@@ -12,7 +12,9 @@ namespace gateway {
 /// Tiles in Tight for one format. Viewers hold it; it ends with the last of them.
 class EncodedTiles {
   public:
-    explicit EncodedTiles(const rfb::PixelFormat &format) : format_(format) {}
+    /// quality: see rfb::TightEncoder::append().
+    EncodedTiles(const rfb::PixelFormat &format, int quality)
+        : format_(format), quality_(quality) {}
 
     /// The data of a tile as it is now. surface: always the same one, until clear().
     const rfb::Bytes &tile(const Surface &surface, std::size_t tile, rfb::TightEncoder &encoder);
@@ -25,18 +27,19 @@ class EncodedTiles {
         rfb::Bytes data;
     };
     const rfb::PixelFormat format_;
+    const int quality_;
     std::vector<Entry> entries_;
 };
 
 class TileCache {
   public:
-    std::shared_ptr<EncodedTiles> forFormat(const rfb::PixelFormat &format);
+    std::shared_ptr<EncodedTiles> forFormat(const rfb::PixelFormat &format, int quality);
     void clear();
     rfb::TightEncoder &encoder() { return encoder_; }
 
   private:
     rfb::TightEncoder encoder_;
-    std::map<rfb::PixelFormat, std::weak_ptr<EncodedTiles>> byFormat_;
+    std::map<std::pair<rfb::PixelFormat, int>, std::weak_ptr<EncodedTiles>> byFormat_;
 };
 
 }  // namespace gateway

@@ -24,6 +24,13 @@ void appendPacked(Bytes &to, const Pixels &pixels, const Palette &palette, unsig
     }
 }
 
+// One to three bytes, of 7 bits the first two.
+void appendLength(Bytes &to, std::size_t size) {
+    for (int i = 0; i < 2 && size >= 0x80; ++i, size >>= 7U)
+        append8(to, static_cast<unsigned>(size & 0x7FU) | 0x80U);
+    append8(to, static_cast<unsigned>(size));
+}
+
 }  // namespace
 
 void appendRaw(Bytes &to, const Pixels &pixels, const PixelFormat &format) {
@@ -56,20 +63,29 @@ std::uint8_t Palette::indexOf(Pixel pixel) const {
     return static_cast<std::uint8_t>(slots_[slot] - 1U);
 }
 
-// Behind its length, in one to three bytes of 7 bits; what is shorter than 12 bytes stays plain.
+bool takesJpegs(const PixelFormat &format) {
+    return format.bits > 8 && !format.mapped;
+}
+
+void appendTightJpeg(Bytes &to, const Bytes &jpeg) {
+    constexpr unsigned kJpeg = 0x90;
+    append8(to, kJpeg);
+    appendLength(to, jpeg.size());
+    appendBytes(to, jpeg);
+}
+
+// What is shorter than 12 bytes stays plain, and has no length.
 void TightEncoder::appendCompressed(Bytes &to) {
     constexpr std::size_t kPlain = 12;
     if (plain_.size() < kPlain) return appendBytes(to, plain_);
     Bytes compressed;
     deflate_.reset();
     deflate_.append(compressed, plain_);
-    std::size_t size = compressed.size();
-    for (int i = 0; i < 2 && size >= 0x80; ++i, size >>= 7U) append8(to, (size & 0x7FU) | 0x80U);
-    append8(to, static_cast<unsigned>(size));
+    appendLength(to, compressed.size());
     appendBytes(to, compressed);
 }
 
-void TightEncoder::append(Bytes &to, const Pixels &pixels, const PixelFormat &format) {
+void TightEncoder::append(Bytes &to, const Pixels &pixels, const PixelFormat &format, int quality) {
     constexpr unsigned kResetFirst = 0x01, kFill = 0x80, kFilter = 0x40, kByPalette = 1;
     // A pixel of one byte gains nothing by a palette of many colours.
     const bool few = palette_.read(pixels, format.bits == 8 ? 2 : Palette::kMost);
@@ -79,6 +95,8 @@ void TightEncoder::append(Bytes &to, const Pixels &pixels, const PixelFormat &fo
         append8(to, kFill | kResetFirst);
         return appendTightPixel(to, colours[0], format);
     }
+    if (!few && quality != kLossless && takesJpegs(format))
+        return appendTightJpeg(to, jpeg_.encode(pixels, quality));
     if (!few) {
         append8(to, kResetFirst);
         for (unsigned y = 0; y < pixels.height; ++y)

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "gateway/rfb/deflate.h"
+#include "gateway/rfb/jpeg.h"
 #include "gateway/rfb/pixel_format.h"
 
 namespace gateway::rfb {
@@ -33,18 +34,27 @@ class Palette {
 };
 
 /// Tight: one colour, few colours, or all of them, with a stream of zlib that begins anew in each
-/// rectangle. So the data of one viewer are good for another, whatever each has got before.
+/// rectangle. So the data of one viewer are good for another, whatever each has got before. With a
+/// quality, many colours are a JPEG.
 class TightEncoder {
   public:
-    void append(Bytes &to, const Pixels &pixels, const PixelFormat &format);
+    static constexpr int kLossless = -1;
+    /// quality: see JpegEncoder, or kLossless. Tight has JPEGs for 16 and 32 bits.
+    void append(Bytes &to, const Pixels &pixels, const PixelFormat &format, int quality);
 
   private:
     void appendCompressed(Bytes &to);
 
     Deflate deflate_;
     Palette palette_;
+    JpegEncoder jpeg_;
     Bytes plain_;
 };
+
+/// Whether a viewer with this format takes JPEGs in Tight.
+bool takesJpegs(const PixelFormat &format);
+/// The data of a rectangle in Tight that is one whole JPEG, of kMostJpegBytes at most.
+void appendTightJpeg(Bytes &to, const Bytes &jpeg);
 
 /// ZRLE: one stream of zlib for the whole connection, so each viewer has an encoder.
 class ZrleEncoder {

@@ -13,9 +13,13 @@ using Bytes = std::vector<std::uint8_t>;
 /// Encodings and pseudo-encodings, as a viewer lists them.
 enum Encoding : std::int32_t {
     kRaw = 0,
+    kCopyRect = 1,
+    kHextile = 5,
     kTight = 7,
     kZrle = 16,
+    kQualityLevel0 = -32,  ///< the worst JPEG of ten levels, up to -23
     kDesktopSize = -223,
+    kLastRectangle = -224,
     kRelativePointer = -257,    ///< QEMU's pointer motion change
     kExtendedKeyEvents = -258,  ///< QEMU's: a key by its scan code
     kLedState = -261,           ///< QEMU's: bit 0 Scroll Lock, 1 Num Lock, 2 Caps Lock

@@ -51,6 +51,10 @@ class WebSocketStream : public Stream {
         throw boost::system::system_error(asio::error::operation_not_supported);
         co_return;
     }
+    asio::awaitable<void> startTlsTo(const std::string &, const std::string &) override {
+        throw boost::system::system_error(asio::error::operation_not_supported);
+        co_return;
+    }
     void close() override {
         boost::system::error_code ignored;
         beast::get_lowest_layer(socket_).shutdown(Tcp::socket::shutdown_both, ignored);

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include "gateway/options.h"
+#include "gateway/secrets.h"
 #include "gateway/web/door.h"
 #include "tests/support/support.h"
 

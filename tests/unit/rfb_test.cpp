@@ -322,7 +322,7 @@ TEST(RfbEncoders, GiveThePixelsBack) {
                 }
                 const std::size_t size = format.bits == 32 ? 3 : format.bits / 8U;
                 Bytes data;
-                tight.append(data, pixels, format);
+                tight.append(data, pixels, format, TightEncoder::kLossless);
                 EXPECT_EQ(untight(data, tightStream, width, height, size), tightWanted)
                     << colours << " colours, " << int{format.bits} << " bits";
                 data.clear();
@@ -362,7 +362,8 @@ TEST(Surface, KnowsWhichTilesChangedAndKeepsOthers) {
     EXPECT_EQ(surface.tile(7).pixels.height, 36U);
 
     gateway::TileCache cache;
-    const auto one = cache.forFormat(PixelFormat{}), other = cache.forFormat(PixelFormat{});
+    const auto format = [&] { return cache.forFormat({}, TightEncoder::kLossless); };
+    const auto one = format(), other = format();
     EXPECT_EQ(one, other) << "viewers with one format share the data";
     const Bytes first = one->tile(surface, 0, cache.encoder());
     const std::vector<Pixel> blue(100, 0x0000FF);

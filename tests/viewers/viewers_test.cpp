@@ -241,7 +241,7 @@ TEST(ClosedBoard, IsReachedByABrowserOnThePc) {
     EXPECT_EQ(sim::awaitExit(board), 130);
     const std::string script = test::readFile(SOURCE_DIR "/scripts/run");
     test::expectHeld(script, {"--listen 0 -- sh -c '",
-                              "--from 192.168.1.20 --listen-fd \"web=$QUILLON_LISTEN_FD\"'"});
+                              "--from 192.168.1.20 --listen-fd \"web=$QUILLON_LISTEN_FD\""});
 }
 
 }  // namespace

@@ -29,6 +29,7 @@ function connect(name) {
     const viewer = new RFB(document.getElementById("screen"), address.href, { shared: true });
     rfb = viewer;
     viewer.scaleViewport = true;
+    viewer.showDotCursor = true;  // the gateway sends no shape of a pointer
     viewer.addEventListener("connect", () => {
         say(`Connected to ${name}.`);
         ctrlAltDelete.disabled = false;

@@ -1,0 +1,123 @@
+#include "gateway/rfb/jpeg.h"
+
+#include <turbojpeg.h>
+
+#include <algorithm>
+#include <memory>
+#include <new>
+#include <stdexcept>
+
+namespace gateway::rfb {
+namespace {
+
+// A pixel is a word of the machine, and libjpeg-turbo names bytes.
+#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+constexpr int kPixelFormat = TJPF_BGRX;
+#else
+constexpr int kPixelFormat = TJPF_XRGB;
+#endif
+
+[[noreturn]] void refuse(const std::string &why) {
+    throw std::runtime_error("a JPEG " + why);
+}
+
+// The markers of a JPEG up to its pixels (ITU T.81, annex B).
+class Header {
+  public:
+    explicit Header(const Bytes &bytes) : bytes_(bytes) {
+        if (bytes.size() < 4 || read16(bytes.data()) != 0xFFD8) refuse("does not begin like one");
+        while (!pixels_) readMarker();
+        if (width_ == 0 || height_ == 0) refuse("without a size");
+    }
+    unsigned width() const { return width_; }
+    unsigned height() const { return height_; }
+    /// Where the pixels begin.
+    std::size_t end() const { return at_; }
+
+  private:
+    void readMarker() {
+        while (at_ + 1 < bytes_.size() && bytes_[at_] == 0xFF && bytes_[at_ + 1] == 0xFF) ++at_;
+        if (bytes_.size() - at_ < 4) refuse("that is cut in its header");
+        const unsigned marker = read16(&bytes_[at_]), size = read16(&bytes_[at_ + 2]);
+        if (marker < 0xFF01 || size < 2) refuse("with a broken header");
+        if (bytes_.size() - at_ - 2 < size) refuse("that is cut in its header");
+        const bool frame =
+            marker >= 0xFFC0 && marker <= 0xFFCF && marker % 4 != 0;  // not DHT, JPG, DAC
+        if (marker == 0xFFC0 || marker == 0xFFC1)
+            readFrame(&bytes_[at_ + 4], size - 2);
+        else if (frame)
+            refuse("of a kind that is not taken (progressive, lossless or arithmetic)");
+        pixels_ = marker == 0xFFDA;
+        at_ += 2 + size;
+    }
+
+    void readFrame(const std::uint8_t *bytes, std::size_t size) {
+        constexpr std::size_t kFixed = 6, kComponent = 3;
+        if (width_ != 0) refuse("with two sizes");
+        if (size < kFixed || size != kFixed + kComponent * bytes[5]) refuse("with a broken header");
+        if (bytes[0] != 8) refuse("with other samples than of 8 bits");
+        if (bytes[5] != 1 && bytes[5] != 3) refuse("with other colours than grey or three");
+        height_ = read16(bytes + 1);
+        width_ = read16(bytes + 3);
+    }
+
+    const Bytes &bytes_;
+    std::size_t at_ = 2;
+    unsigned width_ = 0, height_ = 0;
+    bool pixels_ = false;
+};
+
+}  // namespace
+
+Jpeg checkedJpeg(Bytes bytes) {
+    const Header header(bytes);
+    constexpr std::uint8_t kEnd[] = {0xFF, 0xD9};
+    const auto begin = bytes.begin() + static_cast<std::ptrdiff_t>(header.end());
+    const auto end = std::find_end(begin, bytes.end(), std::begin(kEnd), std::end(kEnd));
+    if (end == bytes.end()) refuse("that is cut");
+    bytes.erase(end + sizeof kEnd, bytes.end());
+    if (bytes.size() > kMostJpegBytes) refuse("of more than 4 MiB");
+    return {std::move(bytes), header.width(), header.height()};
+}
+
+std::vector<Pixel> decodedJpeg(const Jpeg &jpeg) {
+    const std::unique_ptr<void, int (*)(tjhandle)> decompressor(tjInitDecompress(), tjDestroy);
+    if (!decompressor) throw std::bad_alloc();
+    std::vector<Pixel> pixels(std::size_t{jpeg.width} * jpeg.height);
+    const int status = tjDecompress2(
+        decompressor.get(), jpeg.bytes.data(), static_cast<unsigned long>(jpeg.bytes.size()),
+        reinterpret_cast<unsigned char *>(pixels.data()), static_cast<int>(jpeg.width), 0,
+        static_cast<int>(jpeg.height), kPixelFormat, TJFLAG_FASTUPSAMPLE);
+    if (status != 0 && tjGetErrorCode(decompressor.get()) == TJERR_FATAL)
+        throw std::runtime_error(std::string("a JPEG that cannot be read: ") +
+                                 tjGetErrorStr2(decompressor.get()));
+    for (Pixel &pixel : pixels) pixel &= 0xFFFFFFU;
+    return pixels;
+}
+
+JpegEncoder::~JpegEncoder() {
+    if (compressor_ != nullptr) tjDestroy(compressor_);
+}
+
+const Bytes &JpegEncoder::encode(const Pixels &pixels, int level) {
+    constexpr int kQuality[] = {20, 30, 40, 50, 60, 70, 78, 85, 92, 97};
+    constexpr int kFullColour = 8, kHalfColour = 6;  // levels from which colours are as fine
+    const int colours = level >= kFullColour   ? TJSAMP_444
+                        : level >= kHalfColour ? TJSAMP_422
+                                               : TJSAMP_420;
+    if (compressor_ == nullptr) compressor_ = tjInitCompress();
+    if (compressor_ == nullptr) throw std::bad_alloc();
+    const int width = static_cast<int>(pixels.width), height = static_cast<int>(pixels.height);
+    unsigned long size = tjBufSize(width, height, colours);
+    bytes_.resize(size);
+    unsigned char *to = bytes_.data();
+    const int status = tjCompress2(
+        compressor_, reinterpret_cast<const unsigned char *>(pixels.first), width,
+        static_cast<int>(pixels.stride * sizeof(Pixel)), height, kPixelFormat, &to, &size, colours,
+        kQuality[std::clamp(level, 0, kMostLevel)], TJFLAG_NOREALLOC | TJFLAG_FASTDCT);
+    if (status != 0) throw std::bad_alloc();
+    bytes_.resize(size);
+    return bytes_;
+}
+
+}  // namespace gateway::rfb
