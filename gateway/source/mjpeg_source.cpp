@@ -34,8 +34,8 @@ std::string boundaryOf(const http::fields &header) {
     if (!boost::algorithm::istarts_with(type, "multipart/"))
         throw SourceError("the server sends \"" + type.substr(0, 100) +
                           "\" instead of a stream of pictures (multipart/x-mixed-replace)");
-    for (const auto &[name, value] :
-         http::param_list(type.substr(std::min(type.size(), type.find(';')))))
+    const std::string parameters = type.substr(std::min(type.size(), type.find(';')));
+    for (const auto &[name, value] : http::param_list(parameters))
         if (boost::algorithm::iequals(name, "boundary")) {
             std::string boundary(value);
             if (boundary.size() > 1 && boundary.front() == '"' && boundary.back() == '"')
