@@ -87,6 +87,7 @@ asio::awaitable<void> SourceLine::run() {
             continue;
         }
         std::string why;
+        const auto begin = Clock::now();
         try {
             co_await talk();
         } catch (const rfb::ProtocolError &error) {
@@ -96,7 +97,7 @@ asio::awaitable<void> SourceLine::run() {
         }
         // Without a reason it ended because nobody watched.
         if (ending_ || !watched_ || why.empty()) continue;
-        if (desk_.picture().state() == Picture::kLive) {
+        if (desk_.picture().state() == Picture::kLive && Clock::now() - begin > kLongest) {
             pause = kFirst;
             told.clear();
         }

@@ -106,7 +106,8 @@ void appendDrive(Words &words, Handed &handed, const std::string &path, bool cdr
 }
 
 Words bootWords(const PcOptions &options, Handed &handed) {
-    // The firmware asks for Esc for a minute, the longest time it knows.
+    // The firmware asks for Esc for a minute, the longest time it knows; where something boots behind
+    // it, as long as a person needs to look.
     const Words uhci{"-device", "piix3-usb-uhci,id=usb"};
     Words words;
     switch (options.boot) {
@@ -115,8 +116,8 @@ Words bootWords(const PcOptions &options, Handed &handed) {
             append(words, uhci);
             break;
         case Boot::kGrub:
-            append(words, {"-m", "32", "-boot", "order=c"});
-            append(words, uhci);
+            append(words, {"-m", "96", "-boot", "menu=on,order=c,splash-time=20000", "-device",
+                           "qemu-xhci,id=usb"});
             appendDrive(words, handed, options.folder + kGrubDisk, false);
             break;
         case Boot::kLinux:

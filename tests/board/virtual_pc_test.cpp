@@ -43,6 +43,10 @@ TEST_F(ColdPc, FirmwareTakesEscapeForItsBootMenu) {
 
 TEST_F(ColdPc, BootLoaderTakesTextAndRepeatsAHeldKey) {
     power(sim::Boot::kGrub);
+    ASSERT_TRUE(shows("Press ESC for boot menu."));
+    console("key escape");
+    ASSERT_TRUE(shows("Select boot device:"));
+    console("key 1");
     ASSERT_TRUE(shows("First entry"));
     console("key e");
     ASSERT_TRUE(shows("Emacs-like"));

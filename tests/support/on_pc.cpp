@@ -13,8 +13,9 @@ OnPc::~OnPc() {
     board_.reset();  // its computer calls this object
 }
 
-void OnPc::power(sim::Boot boot, const std::string &settings) {
+void OnPc::power(sim::Boot boot, const std::string &settings, int picture) {
     sim::VirtualPc::Options options;
+    options.pictureSocket = picture;
     options.pc.boot = boot;
     options.pc.folder = PROGRAM_DIR "/computer";
     const std::string missing = missingFor(options.pc);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cstdlib>
 #include <string>
 
 #include "gateway/picture/status_picture.h"
@@ -29,6 +30,35 @@ inline bool showsLine(const gateway::Image &image, const std::string &line) {
     for (unsigned y = 0; y + words.height <= image.height; ++y)
         for (unsigned x = 0; x + words.width <= image.width; ++x)
             if (*at(x + ax, y + ay) == words.pixels[brightest] && same(x, y)) return true;
+    return false;
+}
+
+/// Whether an image has this picture somewhere in it. Of its pixels one in 200 may be another one
+/// (a cursor that blinks), and each colour as far off as a JPEG makes it.
+inline bool showsPicture(const gateway::Image &image, const gateway::Image &picture,
+                         int tolerance = 24) {
+    if (picture.width == 0 || picture.width > image.width || picture.height > image.height)
+        return false;
+    const auto alike = [&](gateway::Pixel a, gateway::Pixel b) {
+        for (const unsigned shift : {0U, 8U, 16U})
+            if (std::abs(static_cast<int>(a >> shift & 0xFFU) -
+                         static_cast<int>(b >> shift & 0xFFU)) > tolerance)
+                return false;
+        return true;
+    };
+    const std::size_t most = picture.pixels.size() / 200;
+    const auto same = [&](unsigned left, unsigned top) {
+        std::size_t others = 0;
+        for (unsigned y = 0; y < picture.height; ++y)
+            for (unsigned x = 0; x < picture.width; ++x) {
+                const gateway::Pixel pixel = image.all().row(top + y)[left + x];
+                if (!alike(pixel, picture.all().row(y)[x]) && ++others > most) return false;
+            }
+        return true;
+    };
+    for (unsigned y = 0; y + picture.height <= image.height; ++y)
+        for (unsigned x = 0; x + picture.width <= image.width; ++x)
+            if (same(x, y)) return true;
     return false;
 }
 

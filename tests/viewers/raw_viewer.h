@@ -117,8 +117,8 @@ class RawViewer {
         say(bytes);
     }
 
-    /// Reads one message into the picture, and what() of pseudo-encodings; answers fences. Raw
-    /// pixels alone. False when the connection ends.
+    /// Reads one message into the picture, and what() of pseudo-encodings; answers fences. Pixels
+    /// are Raw, and of Tight jpeg() alone is kept. False when the connection ends.
     bool read() {
         const std::string type = get(1);
         if (type.empty()) return false;
@@ -144,6 +144,8 @@ class RawViewer {
         return false;
     }
 
+    /// The last JPEG in Tight.
+    const std::string &jpeg() const { return jpeg_; }
     const gateway::Image &picture() const { return picture_; }
     unsigned width() const { return width_; }
     unsigned height() const { return height_; }
@@ -180,6 +182,7 @@ class RawViewer {
             }
             return true;
         }
+        if (encoding == gateway::rfb::kTight) return readTight(width, height);
         const std::string pixels = get(std::size_t{4} * width * height);
         if (pixels.size() != std::size_t{4} * width * height) return false;
         for (unsigned row = 0; row < height; ++row)
@@ -188,7 +191,32 @@ class RawViewer {
         return true;
     }
 
+    // The kinds of data that the gateway sends; see its TightEncoder.
+    bool readTight(unsigned width, unsigned height) {
+        const std::string control = get(1);
+        if (control.empty()) return false;
+        const unsigned kind = static_cast<unsigned char>(control[0]) >> 4U;
+        constexpr unsigned kFill = 8, kJpeg = 9, kFilter = 4;
+        if (kind == kFill) return get(3).size() == 3;
+        std::size_t size = std::size_t{3} * width * height;
+        if (kind == kFilter) {
+            const unsigned colours = number(get(2), 1, 1) + 1;
+            get(3 * colours);
+            size = std::size_t{colours == 2 ? (width + 7) / 8 : width} * height;
+        }
+        if (kind == kJpeg || size >= 12) {
+            size = 0;
+            for (unsigned shift = 0, byte = 0x80; (byte & 0x80U) != 0 && shift < 22; shift += 7)
+                size |= std::size_t{(byte = number(get(1), 0, 1)) & (shift < 14 ? 0x7FU : 0xFFU)}
+                        << shift;
+        }
+        const std::string data = get(size);
+        if (kind == kJpeg) jpeg_ = data;
+        return data.size() == size;
+    }
+
     int fd_ = -1;
+    std::string jpeg_;
     unsigned width_ = 0, height_ = 0;
     std::string name_;
     gateway::Image picture_;

@@ -1,0 +1,315 @@
+// Pictures from sources, in viewers that people have: a virtual PC's screen, streams of JPEGs, and
+// servers that misbehave.
+
+#include <cairo.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <thread>
+
+#include "sim/host/picture_socket.h"
+#include "tests/support/on_pc.h"
+#include "tests/viewers/picture.h"
+#include "tests/viewers/raw_viewer.h"
+#include "tests/viewers/test_viewer.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using namespace gateway;
+using test::comesTrue, test::GatewayProgram, test::holds, test::openViewer, test::optionsFor;
+using test::RawViewer, test::readFile, test::run, test::showsLine, test::showsPicture;
+
+Image imageOf(const std::string &png) {
+    cairo_surface_t *surface = cairo_image_surface_create_from_png(png.c_str());
+    const auto side = [](int pixels) { return static_cast<unsigned>(std::max(pixels, 0)); };
+    Image image{side(cairo_image_surface_get_width(surface)),
+                side(cairo_image_surface_get_height(surface)),
+                {}};
+    const auto stride = static_cast<std::size_t>(cairo_image_surface_get_stride(surface));
+    for (unsigned y = 0; y < image.height; ++y) {
+        const auto *row =
+            reinterpret_cast<const Pixel *>(cairo_image_surface_get_data(surface) + y * stride);
+        for (unsigned x = 0; x < image.width; ++x) image.pixels.push_back(row[x] & 0xFFFFFFU);
+    }
+    cairo_surface_destroy(surface);
+    return image;
+}
+
+// As "scripts/run --web --computer linux" does it, from the firmware on.
+TEST(PictureOfAPc, IsSeenFromItsFirmwareToItsShell) {
+    char folder[] = "/tmp/quillon-test-XXXXXX";  // which the board inside sees, too
+    ASSERT_NE(mkdtemp(folder), nullptr);
+    setenv("XDG_RUNTIME_DIR", folder, 1);
+    const std::string script = readFile(SOURCE_DIR "/scripts/run");
+    const std::size_t begin = script.find("exec \"$0\" --to"), end = script.find("}' \\\n", begin);
+    ASSERT_NE(end, std::string::npos);
+    const std::string command = script.substr(begin, end + 1 - begin);
+    test::writeFile("/data/gateway.sh", command + "\n");
+    test::expectHeld(script, {"--listen 0 -- sh -c '", "computer=(--computer grub)", "(--vnc)"});
+    const pid_t board =
+        sim::launch({{"sh", "-c",
+                      "exec quillon-board --computer grub --vnc --listen 0 -- sh -c \"$(cat "
+                      "/data/gateway.sh)\" quillon-gateway >/data/board.log 2>&1"},
+                     {},
+                     "",
+                     -1,
+                     -1,
+                     -1,
+                     true});
+    const auto said = [] { return readFile("/data/board.log"); };
+    EXPECT_TRUE(comesTrue([&] { return holds(said(), "Ctrl-C ends"); }, 30s)) << said();
+    const std::string all = said(), words = "once: ";
+    const std::size_t at = all.find(words) + words.size();
+    std::string seen;
+    const auto shows = [&](const std::string &text) {
+        const bool shown = comesTrue(
+            [&] { return holds(seen = run("quillon-board ctl screen").said, text); }, 60s);
+        EXPECT_TRUE(shown) << "no \"" << text << "\" in\n" << seen << said();
+        return shown;
+    };
+    {
+        const auto viewer = test::openBrowser(all.substr(at, all.find('\n', at) - at));
+        EXPECT_EQ(run("quillon-board ctl computer reset").status, 0);
+        EXPECT_TRUE(shows("Press ESC for boot menu."));
+        viewer->tap("Escape");
+        EXPECT_TRUE(shows("Select boot device:"));
+        viewer->tap("1");
+        EXPECT_TRUE(shows("*First entry"));
+        viewer->tap("Down");
+        EXPECT_TRUE(shows("*Second entry"));
+        viewer->tap("Down");
+        EXPECT_TRUE(shows("*Linux"));
+        viewer->tap("Return");
+        EXPECT_TRUE(shows("BusyBox"));
+        EXPECT_TRUE(shows("\n#"));
+        // Linux begins anew with the keyboard, and shows its prompt meanwhile.
+        EXPECT_TRUE(comesTrue(
+            [] { return run("quillon-board ctl status | grep '^usb *attached'").status == 0; },
+            60s));
+        viewer->type("echo seen in a browser");
+        viewer->tap("Return");
+        EXPECT_TRUE(shows("\nseen in a browser\n"));
+        EXPECT_EQ(run("cd /data && quillon-board ctl screenshot guest.png").status, 0);
+        const Image guest = imageOf("/data/guest.png");
+        EXPECT_EQ(guest.width, 720U);
+        EXPECT_TRUE(comesTrue([&] { return showsPicture(viewer->image(), guest); }, 20s));
+        if (const char *to = getenv("QUILLON_SCREENSHOT"))
+            viewer->ask(std::string("save ") + to);  // for the README
+    }
+    kill(board, SIGINT);
+    EXPECT_EQ(sim::awaitExit(board), 130);
+    run(std::string("rm -rf ") + folder);
+}
+
+class EveryPcViewer : public test::OnPc, public testing::WithParamInterface<const char *> {};
+INSTANTIATE_TEST_SUITE_P(Each, EveryPcViewer, testing::Values("TigerVNC", "gvncviewer", "noVNC"),
+                         [](const auto &test) { return std::string(test.param); });
+
+TEST_P(EveryPcViewer, ShowsTheScreenAndTypesAtIt) {
+    setenv("XDG_RUNTIME_DIR", "/data", 1);
+    std::string path;
+    const int socket = sim::listenForViewers("pc", path);
+    ASSERT_NO_FATAL_FAILURE(power(sim::Boot::kLinux, test::kFast, socket));
+    ASSERT_TRUE(shows("\n#"));
+    GatewayProgram gateway("--to 192.168.1.10 --picture vnc:unix:" + path + " " +
+                           optionsFor(GetParam()));
+    const auto viewer = openViewer(GetParam(), gateway);
+    viewer->type("echo seen here");
+    viewer->tap("Return");
+    EXPECT_TRUE(shows("\nseen here\n"));
+    test::writeFile("/data/guest.png", pc().screenshot());
+    const Image guest = imageOf("/data/guest.png");
+    EXPECT_TRUE(comesTrue([&] { return showsPicture(viewer->image(), guest); }, 20s))
+        << "hints go away after some seconds";
+}
+
+// ---- streams and servers that are not QEMU's
+
+class Pictures : public test::OnBoard {
+  protected:
+    ~Pictures() override {
+        for (const pid_t program : programs_) {
+            kill(program, SIGKILL);
+            sim::awaitExit(program);
+        }
+    }
+    pid_t launch(const std::string &command) {
+        programs_.push_back(
+            sim::launch({{"sh", "-c", "exec " + command}, {}, "", -1, -1, -1, true}));
+        return programs_.back();
+    }
+    void end(pid_t program) {
+        programs_.erase(std::find(programs_.begin(), programs_.end(), program));
+        kill(program, SIGKILL);
+        sim::awaitExit(program);
+    }
+
+    // A picture with places that a viewer's window cannot hide, as a JPEG.
+    static Image makeJpeg(const std::string &name, unsigned width, unsigned height, Pixel colour) {
+        Image image{width, height, {}};
+        for (unsigned y = 0; y < height; ++y)
+            for (unsigned x = 0; x < width; ++x)
+                image.pixels.push_back((x / 40 + y / 40) % 2 != 0 ? colour : x * 255 / width);
+        rfb::JpegEncoder encoder;
+        const auto &bytes = encoder.encode(image.all(), 8);
+        test::writeFile(name, std::string(bytes.begin(), bytes.end()));
+        image.pixels = rfb::decodedJpeg(rfb::checkedJpeg(bytes));
+        return image;
+    }
+    // Grey as the gateway makes it.
+    static bool isGrey(const RawViewer &viewer, unsigned below) {
+        const Image &image = viewer.picture();
+        for (std::size_t i = std::size_t{below} * image.width; i < image.pixels.size(); ++i)
+            if (image.pixels[i] != (image.pixels[i] & 0xFFU) * 0x10101U) return false;
+        return true;
+    }
+    static std::vector<std::int32_t> takingJpegs() {
+        return {rfb::kTight, rfb::kQualityLevel0 + 6, rfb::kExtendedDesktopSize};
+    }
+
+    std::vector<pid_t> programs_;
+};
+
+TEST_F(Pictures, OfACaptureDeviceAreShownLostAndBack) {
+    startListening(test::kFast);
+    const Image one = makeJpeg("/data/one.jpg", 800, 600, 0x40C020);
+    const Image two = makeJpeg("/data/two.jpg", 640, 480, 0xC04020);
+    test::writeFile("/data/secret", "geheim\n");
+    chmod("/data/secret", 0600);
+    const auto streamer = [&](const std::string &jpeg) {
+        return launch(
+            "ustreamer --device /dev/none --host 127.0.0.1 --port 8090 --user ann "
+            "--passwd geheim --blank " +
+            jpeg + " >/data/streamer.log 2>&1");
+    };
+    const pid_t first = streamer("/data/one.jpg");
+    GatewayProgram gateway(
+        "--to 192.168.1.10 --picture mjpeg:http://127.0.0.1:8090/stream "
+        "--picture-user ann --picture-password-file /data/secret " +
+        optionsFor("noVNC"));
+    const auto browser = openViewer("noVNC", gateway);
+    // Its image is the upper left part, of which words may hide the first lines.
+    const auto browserHas = [&](const Image &picture, unsigned width, unsigned height) {
+        Image part{width, height, {}};
+        for (unsigned y = 100; y < 100 + height; ++y)
+            part.pixels.insert(part.pixels.end(), picture.all().row(y),
+                               picture.all().row(y) + width);
+        return comesTrue([&] { return showsPicture(browser->image(), part, 8); }, 20s);
+    };
+    EXPECT_TRUE(browserHas(one, 700, 250)) << gateway.said();
+    RawViewer whole(gateway.socketPath()), pixels(gateway.socketPath());
+    ASSERT_TRUE(whole.enter() && pixels.enter());
+    EXPECT_EQ(whole.width(), 800U);
+    whole.encodings(takingJpegs());
+    pixels.encodings({rfb::kRaw, rfb::kExtendedDesktopSize});
+    EXPECT_TRUE(whole.until([&] { return whole.jpeg() == readFile("/data/one.jpg"); }))
+        << "not one byte of it is changed";
+    EXPECT_TRUE(pixels.until([&] { return showsPicture(pixels.picture(), one, 8); }));
+
+    end(first);
+    EXPECT_TRUE(pixels.until([&] { return isGrey(pixels, 60); }));
+    EXPECT_TRUE(browser->ask("ready").size() > 1);
+    streamer("/data/two.jpg");
+    EXPECT_TRUE(pixels.until([&] {
+        return pixels.width() == 640 && showsPicture(pixels.picture(), two, 8);
+    })) << gateway.said();
+    EXPECT_TRUE(browserHas(two, 600, 250));
+    EXPECT_TRUE(holds(gateway.said(), "No picture of 192.168.1.10: ")) << gateway.said();
+}
+
+TEST_F(Pictures, ThatAreWrongHarmNobody) {
+    startListening(test::kFast);
+    const Image one = makeJpeg("/data/one.jpg", 320, 240, 0x40C020);
+    const Image two = makeJpeg("/data/two.jpg", 400, 240, 0xC04020);
+    ASSERT_EQ(run("openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes "
+                  "-days 2 -subj /CN=cam -addext subjectAltName=IP:127.0.0.1 -keyout "
+                  "/data/cam.key -out /data/cam.pem")
+                  .status,
+              0);
+    launch("/usr/bin/python3 " SOURCE_DIR
+           "/tests/viewers/picture_server.py 8090 8091 5930 "
+           "/data/cam.pem /data/cam.key /data/one.jpg /data/two.jpg >/data/server.log 2>&1");
+    const auto served = [] { return readFile("/data/server.log"); };
+    ASSERT_TRUE(comesTrue([&] { return holds(served(), "ready"); }, 20s)) << served();
+    // What is shown in the end: a picture by its width, or words.
+    const struct {
+        const char *source;
+        unsigned width;
+        const char *words;
+    } sources[] = {{"mjpeg:http://127.0.0.1:8090/cut", 400, ""},
+                   {"mjpeg:http://127.0.0.1:8090/lengths", 400, ""},
+                   {"mjpeg:http://127.0.0.1:8090/five", 400, ""},
+                   {"mjpeg:http://127.0.0.1:8090/sizes", 400, ""},
+                   {"mjpeg:https://127.0.0.1:8091/good", 320, ""},
+                   {"mjpeg:http://127.0.0.1:8090/huge", 0, "sends pictures of more than 4 MiB"},
+                   {"mjpeg:http://127.0.0.1:8090/silence", 0, "no whole picture came for 2 s"},
+                   {"mjpeg:http://127.0.0.1:8090/drip", 0, "no whole picture came for 2 s"},
+                   {"mjpeg:http://127.0.0.1:8090/garbage", 0, "no answer of HTTP"},
+                   {"mjpeg:http://127.0.0.1:8090/nothing", 0, "the server answers \"HTTP 404\""},
+                   {"mjpeg:https://127.0.0.1:8091/untrusted", 0, "certificate verify failed"},
+                   {"mjpeg:http://127.0.0.1:1/", 0, "it cannot be reached (Connection refused)"},
+                   {"vnc:127.0.0.1:5930", 640, "the server has not answered for 2 s"},
+                   {"vnc:127.0.0.1:5931", 4096, ""},
+                   {"vnc:127.0.0.1:5932", 640, "it sends pixels that cannot be decompressed"},
+                   {"vnc:127.0.0.1:5933", 0, "the server does not say what it has to"},
+                   {"vnc:127.0.0.1:5934", 0, "the server wants VeNCrypt, but only None"}};
+    std::ofstream file("/data/gateway.toml");
+    file << "[limits]\npicture_seconds = 2\n[endpoint.real]\naddress = \"192.168.1.10\"\n";
+    unsigned number = 0;
+    for (const auto &source : sources) {
+        file << "[endpoint.e" << number << "]\naddress = \"127.0.1." << number + 1
+             << "\"\npicture = \"" << source.source << "\"\n";
+        ++number;
+        if (holds(source.source, "good")) file << "picture_ca = \"/data/cam.pem\"\n";
+    }
+    file.close();
+    const GatewayProgram gateway("--config /data/gateway.toml");
+    EXPECT_FALSE(holds(served(), "open")) << "nobody watches";
+    std::vector<std::unique_ptr<RawViewer>> viewers;
+    const auto open = [&](const std::string &name) -> RawViewer & {
+        viewers.push_back(std::make_unique<RawViewer>("/data/quillon-gateway/" + name + ".sock"));
+        EXPECT_TRUE(viewers.back()->enter()) << name;
+        viewers.back()->encodings(takingJpegs());
+        return *viewers.back();
+    };
+    RawViewer &typist = open("real");
+    for (unsigned i = 0; i < number; ++i) open("e" + std::to_string(i));
+    RawViewer &second = open("e4");
+    for (unsigned i = 0; i < number; ++i) {
+        RawViewer &viewer = *viewers[i + 1];
+        const std::string name = std::string("No picture of e") + std::to_string(i) + ": ";
+        if (sources[i].width != 0) {
+            EXPECT_TRUE(viewer.until([&] { return viewer.width() == sources[i].width; }))
+                << sources[i].source << " has " << viewer.width();
+        }
+        if (*sources[i].words == '\0') continue;
+        EXPECT_TRUE(comesTrue(
+            [&] {
+                const std::string log = gateway.said();
+                const std::size_t line = log.find(name);
+                return line != std::string::npos &&
+                       holds(log.substr(line, log.find('\n', line) - line), sources[i].words);
+            },
+            15s))
+            << name << sources[i].words << "\n"
+            << gateway.said();
+    }
+    // The greatest one is on its way again and again, and keys go on.
+    for (const char key : std::string("hello")) typist.tap(static_cast<unsigned char>(key));
+    EXPECT_TRUE(arrives("hello"));
+    EXPECT_TRUE(second.until([&] { return second.jpeg() == readFile("/data/one.jpg"); }));
+    const std::string log = served();
+    EXPECT_EQ(log.find("open good"), log.rfind("open good")) << "one connection for two viewers";
+    EXPECT_FALSE(holds(log, "heard 4") || holds(log, "heard 5")) << "no input goes to a source";
+    EXPECT_TRUE(holds(log, "heard 3")) << log;
+    viewers.clear();
+    EXPECT_TRUE(comesTrue([&] { return holds(served(), "closed good"); }, 10s)) << served();
+    EXPECT_LT(
+        std::stol(
+            run("sed -n 's/^VmHWM: *//p' /proc/" + std::to_string(gateway.pid()) + "/status").said),
+        400 * 1024);
+}
+
+}  // namespace
