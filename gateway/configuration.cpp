@@ -143,9 +143,14 @@ EndpointEntry endpoint(const Reader &reader, const std::string &name, const toml
         reader.complain(table, "endpoint." + name + " needs an address, as \"192.168.1.10\"");
     try {
         check(desk, typists);
-        setPicture(entry, picture, user, passwordFile, authority);
     } catch (const std::runtime_error &error) {
         reader.complain(table, error.what());
+    }
+    try {
+        setPicture(entry, picture, user, passwordFile, authority);
+    } catch (const std::runtime_error &error) {
+        const toml::node *node = table.get("picture");
+        reader.complain(node != nullptr ? *node : table, error.what());
     }
     return entry;
 }

@@ -26,10 +26,12 @@ TEST(GatewayConfiguration, HasAllKeys) {
         "[gateway]\nfrom = \"192.168.1.20\"\nweb = \"127.0.0.1:8080\"\nsocket_folder = \"/run/q\"\n"
         "certificate = \"c.pem\"\nkey = \"k.pem\"\nuser = \"u\"\npassword_file = \"p\"\n"
         "[limits]\nviewers = 9\nviewers_of_endpoint = 3\nunfinished = 4\nhandshake_seconds = 5\n"
-        "send_seconds = 6\ninput_bytes_per_second = 7000\nupdate_bytes = 8000\n"
+        "send_seconds = 6\npicture_seconds = 7\ninput_bytes_per_second = 7000\nupdate_bytes = "
+        "8000\n"
         "[endpoint.rack-1]\naddress = \"192.168.1.10\"\nport = 81\nlayout = \"de\"\n"
         "variant = \"nodeadkeys\"\nsystem = \"windows\"\nuser = \"ann\"\nlevel = 4\n"
-        "control = \"connect\"\nlisten = \"0.0.0.0:5900\"\n",
+        "control = \"connect\"\nlisten = \"0.0.0.0:5900\"\npicture = \"mjpeg:https://cam/s?t\"\n"
+        "picture_user = \"cat\"\npicture_password_file = \"q\"\npicture_ca = \"ca\"\n",
         "gateway.toml");
     ASSERT_EQ(all.endpoints.size(), 1U);
     const Desk::Setup &desk = all.endpoints[0].desk;
@@ -43,6 +45,11 @@ TEST(GatewayConfiguration, HasAllKeys) {
     EXPECT_EQ(desk.level, 4);
     EXPECT_EQ(desk.taking, Taking::kConnect);
     EXPECT_EQ(all.endpoints[0].listen, "0.0.0.0:5900");
+    const SourceAddress &picture = all.endpoints[0].picture;
+    EXPECT_EQ(picture.host + picture.target + picture.user, "cam/s?tcat");
+    EXPECT_EQ(picture.passwordFile + picture.authority, "qca");
+    EXPECT_EQ(desk.source, "mjpeg:https://cam/s");
+    EXPECT_EQ(all.limits.picture.count(), 7);
     EXPECT_EQ(all.limits.viewers + all.limits.viewersOfEndpoint + all.limits.unfinished, 16U);
     EXPECT_EQ(all.limits.handshake.count() + all.limits.send.count(), 11);
     EXPECT_EQ(all.limits.inputRate + all.limits.updateSize, 15000U);
@@ -55,6 +62,8 @@ TEST(GatewayConfiguration, NamesFileLineAndReason) {
     } mistakes[] = {
         {"", "1", "there is no endpoint"},
         {endpoint + "colour = 1\n", "3", "endpoint.a has no key \"colour\""},
+        {endpoint + "picture = \"rtsp://cam\"\n", "3", "is no source of pictures"},
+        {endpoint + "picture_user = \"u\"\n", "1", "without a picture"},
         {endpoint + "port = 70000\n", "3", "port is a number from 1 to 65535"},
         {endpoint + "port = \"80\"\n", "3", "port is a number"},
         {endpoint + "control = \"grab\"\n", "3", "control is one of: apply, connect, never"},
