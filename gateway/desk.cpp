@@ -20,10 +20,11 @@ constexpr unsigned kWidth = 1024, kHeight = 768;
 constexpr std::chrono::seconds kNews(6);
 
 std::string clockTime() {
-    char text[16] = "";
+    char text[32] = "";
     const std::time_t now = std::time(nullptr);
     std::tm parts{};
-    if (localtime_r(&now, &parts) != nullptr) strftime(text, sizeof text, "%H:%M:%S", &parts);
+    if (localtime_r(&now, &parts) != nullptr)
+        strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts);
     return text;
 }
 
@@ -79,9 +80,9 @@ void Desk::join(Sitter &sitter) {
     if (!picture_.isOpen()) {
         picture_.open(kWidth, kHeight);
         lost_.clear();
-        hint_.clear();
         followSize();
     }
+    hint_.clear();  // so that this one sees it, too
     if (sitters_.empty()) keeper_->want();
     sitters_.push_back(&sitter);
     endpoint_->askLockKeys();
@@ -330,11 +331,11 @@ std::string Desk::trouble() const {
 // The lines over the picture of a source.
 std::vector<std::string> Desk::cover(Time now) {
     std::vector<std::string> lines;
-    if (picture_.state() == Picture::kLost)
+    if (picture_.state() == Picture::kLost && !lost_.empty())
         lines.push_back("No picture since " + lostAt_ + ": " + lost_ + ". It is tried again.");
     if (const std::string why = trouble(); !why.empty()) lines.push_back(why);
-    if (const std::string now_ = hint(); now_ != hint_) {
-        hint_ = now_;
+    if (const std::string newest = hint(); newest != hint_) {
+        hint_ = newest;
         hinted_ = now;
     }
     if (!hint_.empty() && now - hinted_ < kNews) lines.push_back(hint_);

@@ -99,6 +99,8 @@ class Desk {
     /// A JPEG of the source to decode for picture().
     std::shared_ptr<const rfb::Jpeg> toDecode();
     bool watched() const { return !sitters_.empty(); }
+    /// Something may be to do, such as toDecode().
+    void look() { changed_(); }
     /// When a person did something here.
     Time worked() const { return worked_; }
 

@@ -70,8 +70,11 @@ Proof readProof(const Configuration &configuration) {
     for (const EndpointEntry &entry : configuration.endpoints) {
         const SourceAddress &picture = entry.picture;
         if (!picture.passwordFile.empty()) readPassword(picture.passwordFile);
-        if (!picture.authority.empty() && access(picture.authority.c_str(), R_OK) != 0)
-            throw std::runtime_error("there is no file " + picture.authority);
+        boost::system::error_code error;
+        if (!picture.authority.empty())
+            asio::ssl::context(asio::ssl::context::tls_client)
+                .load_verify_file(picture.authority, error);
+        if (error) throw std::runtime_error(picture.authority + " has no certificate in PEM");
     }
     if (configuration.passwordFile.empty()) return proof;
     const bool tls = !configuration.certificate.empty();

@@ -1,7 +1,10 @@
 #include "gateway/source_line.h"
 
 #include <algorithm>
+#include <new>
 #include <vector>
+
+#include "gateway/resolve.h"
 
 // Behind source_line.h, for Boost 1.74 needs <utility> before these.
 #include <boost/asio/co_spawn.hpp>
@@ -10,6 +13,7 @@
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/local/stream_protocol.hpp>
 #include <boost/asio/redirect_error.hpp>
+#include <boost/asio/ssl/error.hpp>
 #include <boost/asio/use_awaitable.hpp>
 
 namespace gateway {
@@ -61,7 +65,10 @@ void SourceLine::look() {
     if (before != watched_) {
         pause_.cancel();
         if (!watched_ && talk_) talk_->close("");
-        if (!watched_ && stopConnecting_) stopConnecting_();
+        if (!watched_ && stopConnecting_) {
+            stopped_ = true;
+            stopConnecting_();
+        }
     }
     if (!talk_ || talk_->closed || worked_ == desk_.worked()) return;
     worked_ = desk_.worked();
@@ -101,7 +108,11 @@ asio::awaitable<void> SourceLine::run() {
             pause = kFirst;
             told.clear();
         }
-        desk_.pictureLost(why);
+        try {
+            desk_.pictureLost(why);
+        } catch (const std::bad_alloc &) {
+            // Grey or not, it is tried again.
+        }
         if (why != told) report_("No picture of " + desk_.setup().name + ": " + why + ".");
         told = why;
         co_await sleep(pause_, Clock::now() + pause);
@@ -117,14 +128,9 @@ asio::awaitable<std::unique_ptr<Stream>> SourceLine::connect() {
                                       asio::use_awaitable);
         co_return socketStream(asio::generic::stream_protocol::socket(std::move(socket)));
     }
-    Tcp::resolver resolver(context_);
+    const auto found = co_await resolve(context_, address_.host, address_.port, stopConnecting_);
     Tcp::socket socket(context_);
-    stopConnecting_ = [&resolver, &socket] {
-        resolver.cancel();
-        socket.close();
-    };
-    const auto found =
-        co_await resolver.async_resolve(address_.host, address_.port, asio::use_awaitable);
+    stopConnecting_ = [&socket] { socket.close(); };
     co_await asio::async_connect(socket, found, asio::use_awaitable);
     socket.set_option(Tcp::no_delay(true));
     watchClosely(socket.native_handle(), false);
@@ -145,16 +151,21 @@ asio::awaitable<void> SourceLine::talk() {
         self->stopConnecting_();
     });
     std::unique_ptr<Stream> stream;
+    std::string failed;
+    stopped_ = false;
     try {
         stream = co_await connect();
-    } catch (const boost::system::system_error &error) {
-        stopConnecting_ = nullptr;
-        if (*late) throw SourceError("it cannot be reached");
-        throw SourceError("it cannot be reached (" + error.code().message() + ")");
+    } catch (const std::exception &error) {
+        failed = error.what();
+        if (const auto *known = dynamic_cast<const boost::system::system_error *>(&error))
+            failed = known->code().message();
     }
     stopConnecting_ = nullptr;
     deadline.cancel();
-    if (!watched_) co_return;
+    if (stopped_ || !watched_) co_return;
+    if (*late)
+        throw SourceError("it did not answer within " + std::to_string(patience_.count()) + " s");
+    if (!stream) throw SourceError("it cannot be reached (" + failed + ")");
     talk_ = std::make_shared<Talk>(context_, std::move(stream),
                                    sourceAt(address_, desk_.picture(), patience_, Clock::now()));
     const auto talk = talk_;
@@ -184,8 +195,11 @@ asio::awaitable<void> SourceLine::readAll(std::shared_ptr<Talk> talk) {
     } catch (const rfb::ProtocolError &error) {
         talk->close(std::string("it sends ") + error.what());
     } catch (const boost::system::system_error &error) {
-        talk->close(error.code() == asio::error::eof ? "the connection was closed"
-                                                     : error.code().message());
+        const bool ended =
+            error.code() == asio::error::eof || error.code() == asio::ssl::error::stream_truncated;
+        talk->close(ended ? "the connection was closed" : error.code().message());
+    } catch (const std::bad_alloc &) {
+        talk->close("there is no memory for its picture");
     } catch (const std::exception &error) {
         talk->close(error.what());
     }

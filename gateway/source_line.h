@@ -45,7 +45,7 @@ class SourceLine : public std::enable_shared_from_this<SourceLine> {
     std::shared_ptr<Talk> talk_;
     std::function<void()> stopConnecting_;
     Desk::Time worked_{};
-    bool watched_ = false, ending_ = false;
+    bool watched_ = false, stopped_ = false, ending_ = false;
 };
 
 }  // namespace gateway

@@ -86,9 +86,8 @@ void ViewerSession::take(const rfb::SetEncodings &message) {
     encoding_ = knows(rfb::kTight) ? rfb::kTight : knows(rfb::kZrle) ? rfb::kZrle : rfb::kRaw;
     quality_ = rfb::TightEncoder::kLossless;
     for (const std::int32_t one : encodings_)
-        if (const int level = one - rfb::kQualityLevel0;
-            level >= 0 && level <= rfb::JpegEncoder::kMostLevel)
-            quality_ = level;
+        if (one >= rfb::kQualityLevel0 && one <= rfb::kQualityLevel0 + rfb::JpegEncoder::kMostLevel)
+            quality_ = one - rfb::kQualityLevel0;
     chooseTiles();
     toldKeys_ = toldSize_ = false;
     leds_.reset();
@@ -99,6 +98,7 @@ void ViewerSession::take(const rfb::UpdateRequest &message) {
     requested_ = true;
     refresh_ = refresh_ || !message.incremental;
     changed();
+    if (wantsPixels() && desk_.picture().jpeg() != nullptr) desk_.look();
 }
 
 void ViewerSession::changed() {
@@ -320,6 +320,10 @@ unsigned ViewerSession::appendTiles(Bytes &to) {
         appendTile(to, tile);
         sent_[tile] = surface.changed(tile);
         ++count;
+        const Surface::Place place = surface.tile(tile);
+        bannerHidden_ = bannerHidden_ || (place.y < covered_.y + covered_.height &&
+                                          place.x < covered_.x + covered_.width &&
+                                          place.x + place.pixels.width > covered_.x);
     }
     return count;
 }
@@ -353,8 +357,9 @@ unsigned ViewerSession::appendPicture(Bytes &to) {
         rfb::appendTightJpeg(to, jpeg->bytes);
         jpeg_ = picture.jpegNumber();
         count = 1;
+        bannerHidden_ = true;
     }
-    const bool wanted = banner_ != picture.banner().number || count > 0;
+    const bool wanted = banner_ != picture.banner().number || bannerHidden_;
     return wanted ? count + appendBanner(to) : count;
 }
 
@@ -362,6 +367,7 @@ unsigned ViewerSession::appendBanner(Bytes &to) {
     const Banner &banner = desk_.picture().banner();
     banner_ = banner.number;
     covered_ = banner.place;
+    bannerHidden_ = false;
     unsigned count = 0;
     for (unsigned y = 0; y < covered_.height; y += Surface::kTile)
         for (unsigned x = 0; x < covered_.width; x += Surface::kTile) {

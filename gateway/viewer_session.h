@@ -36,9 +36,9 @@ class ViewerSession : public Sitter {
     void take(const rfb::ViewerMessage &message, Time now);
     /// Sends the input at once, and has the line watched while something is down.
     void send(Time now);
-    /// What is to be sent now, updateSize at most and one tile, or one JPEG of the source; empty
-    /// for nothing. Throws rfb::ProtocolError when the picture changed in a way that this viewer
-    /// cannot follow.
+    /// What is to be sent now: updateSize at most and one tile, or one JPEG of the source; and the
+    /// words over it, 350 kB at most where nothing is compressed. Empty for nothing. Throws
+    /// rfb::ProtocolError when the picture changed in a way that this viewer cannot follow.
     rfb::Bytes output(Time now);
     /// When output() may have something without a call of wake.
     Time due() const;
@@ -96,6 +96,9 @@ class ViewerSession : public Sitter {
     const std::size_t updateSize_;
     const std::function<void()> wake_;
     Desk &desk_;
+    // The desk asks for these from the beginning on.
+    bool requested_ = false;   ///< an update
+    bool takesJpegs_ = false;  ///< of any size
     const Joined joined_;
     ViewerKeys keys_;
     ViewerPointer pointer_;
@@ -107,14 +110,13 @@ class ViewerSession : public Sitter {
     std::vector<std::int32_t> encodings_;
     rfb::Encoding encoding_ = rfb::kRaw;
     int quality_ = rfb::TightEncoder::kLossless;
-    bool takesJpegs_ = false;  ///< of any size
     std::shared_ptr<EncodedTiles> tiles_;
     rfb::ZrleEncoder zrle_;
     rfb::Bytes replies_;  ///< to the viewer's own fences, and the map of colours
 
-    bool requested_ = false, refresh_ = false;  ///< an update, and all of the picture
-    bool inputWaits_ = false;                   ///< for send()
-    bool unchanged_ = false;                    ///< nothing to send when it was looked at last
+    bool refresh_ = false;     ///< all of the picture is asked for
+    bool inputWaits_ = false;  ///< for send()
+    bool unchanged_ = false;   ///< nothing to send when it was looked at last
     Time updated_{}, refreshed_{};
     unsigned width_, height_;          ///< as the viewer knows them
     unsigned surface_ = 0;             ///< the number of the one that sent_ is about
@@ -123,6 +125,7 @@ class ViewerSession : public Sitter {
     unsigned jpeg_ = 0;                ///< the number of the one that it has; 0: none
     unsigned banner_ = 0;              ///< the number of the one that it has
     Rectangle covered_{};              ///< where that lies
+    bool bannerHidden_ = false;        ///< pixels were sent over it
 
     // What the viewer was told; none: not yet.
     bool toldKeys_ = false, toldSize_ = false, relative_ = false;

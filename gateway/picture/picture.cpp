@@ -26,6 +26,8 @@ void Picture::close() {
     words_.forget();
     tiles_.clear();
     jpeg_.reset();
+    inWork_.reset();
+    width_ = height_ = 0;
     state_ = kWords;
 }
 
@@ -58,50 +60,69 @@ void Picture::lose() {
 }
 
 std::shared_ptr<const rfb::Jpeg> Picture::toDecode(bool wanted) {
-    if (inWork_ || !jpeg_ || pixelsAreJpegs_ || !(wanted || state_ == kLost)) return nullptr;
+    if (decoding_ || !jpeg_ || pixelsAreJpegs_ || !(wanted || state_ == kLost)) return nullptr;
+    decoding_ = true;
     return inWork_ = jpeg_;
 }
 
 void Picture::decoded(const std::shared_ptr<const rfb::Jpeg> &jpeg,
                       const std::vector<Pixel> &pixels) {
-    inWork_.reset();
-    if (!jpeg_ || jpeg->width != surface_->width() || jpeg->height != surface_->height()) return;
-    if (!pixels.empty())
+    decoding_ = false;
+    // It may have been closed, and opened again; and a newer one may have another size.
+    const bool right = jpeg == std::exchange(inWork_, nullptr) && jpeg_ &&
+                       jpeg->width == surface_->width() && jpeg->height == surface_->height();
+    if (right && !pixels.empty())
         surface_->draw(0, 0, {pixels.data(), jpeg->width, jpeg->width, jpeg->height});
-    pixelsAreJpegs_ = jpeg == jpeg_;
-    if (state_ == kLost && pixelsAreJpegs_) {
-        jpeg_.reset();
-        surface_->grey();
+    if (jpeg_ == jpeg) {
+        pixelsAreJpegs_ = true;
+        if (state_ == kLost) {
+            jpeg_.reset();
+            surface_->grey();
+        }
     }
     changed_();
 }
 
+// Words, and what a lost source left, stay until there is something to draw.
 void Picture::resize(unsigned width, unsigned height) {
-    if (!isOpen()) return;
-    if (state_ == kWords || surface_->width() != width || surface_->height() != height)
-        replaceSurface(width, height);
+    width_ = width;
+    height_ = height;
+}
+
+bool Picture::begin() {
+    if (!isOpen() || width_ == 0) return false;
+    if (state_ == kWords || surface_->width() != width_ || surface_->height() != height_) {
+        replaceSurface(width_, height_);
+        state_ = kLost;  // not yet whole
+        changed_();
+    }
+    return true;
+}
+
+void Picture::draw(unsigned x, unsigned y, const Pixels &pixels) {
+    if (begin()) surface_->draw(x, y, pixels);
+}
+
+void Picture::copy(const Rectangle &from, unsigned x, unsigned y) {
+    if (begin()) surface_->copy(from, x, y);
+}
+
+void Picture::show() {
+    if (!begin()) return;
     state_ = kLive;
     changed_();
 }
 
-void Picture::draw(unsigned x, unsigned y, const Pixels &pixels) {
-    if (isOpen()) surface_->draw(x, y, pixels);
-}
-
-void Picture::copy(const Rectangle &from, unsigned x, unsigned y) {
-    if (isOpen()) surface_->copy(from, x, y);
-}
-
-void Picture::show() {
-    if (isOpen()) changed_();
-}
-
 void Picture::show(rfb::Jpeg jpeg) {
     if (!isOpen()) return;
-    jpeg_ = std::make_shared<rfb::Jpeg>(std::move(jpeg));
+    auto shared = std::make_shared<const rfb::Jpeg>(std::move(jpeg));
+    resize(shared->width, shared->height);
+    begin();
+    jpeg_ = std::move(shared);
     ++jpegNumber_;
     pixelsAreJpegs_ = false;
-    resize(jpeg_->width, jpeg_->height);
+    state_ = kLive;
+    changed_();
 }
 
 }  // namespace gateway

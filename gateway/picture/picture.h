@@ -22,7 +22,7 @@ class Picture : public rfb::Canvas {
     enum State {
         kWords,  ///< there was no picture of a source yet
         kLive,
-        kLost  ///< the last one of the source is grey
+        kLost  ///< the last one of the source is grey, or the first one is not whole
     };
 
     /// changed: there is something new for viewers.
@@ -68,6 +68,7 @@ class Picture : public rfb::Canvas {
 
   private:
     void replaceSurface(unsigned width, unsigned height);
+    bool begin();
 
     const std::function<void()> changed_;
     State state_ = kWords;
@@ -75,7 +76,9 @@ class Picture : public rfb::Canvas {
     unsigned surfaceNumber_ = 0;
     TileCache tiles_;
     StatusPicture words_;
+    unsigned width_ = 0, height_ = 0;  ///< of the source's picture; 0: not known
     std::shared_ptr<const rfb::Jpeg> jpeg_, inWork_;
+    bool decoding_ = false;
     unsigned jpegNumber_ = 0;
     bool pixelsAreJpegs_ = false;  ///< the surface shows jpeg_
     std::vector<std::string> lines_;

@@ -25,7 +25,8 @@ constexpr int kPixelFormat = TJPF_XRGB;
 class Header {
   public:
     explicit Header(const Bytes &bytes) : bytes_(bytes) {
-        if (bytes.size() < 4 || read16(bytes.data()) != 0xFFD8) refuse("does not begin like one");
+        if (bytes.size() < 4 || read16(bytes.data()) != 0xFFD8)
+            refuse("that does not begin like one");
         while (!pixels_) readMarker();
         if (width_ == 0 || height_ == 0) refuse("without a size");
     }
@@ -67,15 +68,37 @@ class Header {
     bool pixels_ = false;
 };
 
+// Behind the end marker. Before it are pixels, and between scans segments with a length.
+std::size_t endOfPixels(const Bytes &bytes, std::size_t at) {
+    constexpr unsigned kStuffed = 0x00, kRestart0 = 0xD0, kRestart7 = 0xD7, kBegin = 0xD8,
+                       kEnd = 0xD9, kFill = 0xFF;
+    for (;;) {
+        const auto found =
+            std::find(bytes.begin() + static_cast<std::ptrdiff_t>(at), bytes.end(), 0xFF);
+        at = static_cast<std::size_t>(found - bytes.begin());
+        if (bytes.size() - at < 2) refuse("that is cut");
+        const unsigned marker = bytes[at + 1];
+        if (marker == kEnd) return at + 2;
+        if (marker == kBegin) refuse("that is cut");
+        if (marker == kFill) {
+            ++at;
+        } else if (marker == kStuffed || (marker >= kRestart0 && marker <= kRestart7)) {
+            at += 2;
+        } else {
+            if (bytes.size() - at < 4) refuse("that is cut");
+            const std::size_t size = read16(&bytes[at + 2]);
+            if (bytes.size() - at - 2 < size) refuse("that is cut");
+            at += 2 + size;
+        }
+    }
+}
+
 }  // namespace
 
 Jpeg checkedJpeg(Bytes bytes) {
     const Header header(bytes);
-    constexpr std::uint8_t kEnd[] = {0xFF, 0xD9};
-    const auto begin = bytes.begin() + static_cast<std::ptrdiff_t>(header.end());
-    const auto end = std::find_end(begin, bytes.end(), std::begin(kEnd), std::end(kEnd));
-    if (end == bytes.end()) refuse("that is cut");
-    bytes.erase(end + sizeof kEnd, bytes.end());
+    const std::size_t end = endOfPixels(bytes, header.end());
+    bytes.resize(end);
     if (bytes.size() > kMostJpegBytes) refuse("of more than 4 MiB");
     return {std::move(bytes), header.width(), header.height()};
 }

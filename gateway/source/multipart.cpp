@@ -4,7 +4,6 @@
 #include <boost/algorithm/string/predicate.hpp>
 #include <boost/algorithm/string/trim.hpp>
 #include <boost/lexical_cast/try_lexical_convert.hpp>
-#include <sstream>
 #include <utility>
 
 namespace gateway {
@@ -33,6 +32,10 @@ void MultipartReader::take(const std::uint8_t *bytes, std::size_t count) {
 
 std::optional<rfb::Bytes> MultipartReader::newest() {
     return std::exchange(newest_, std::nullopt);
+}
+
+unsigned MultipartReader::leftOut() {
+    return std::exchange(leftOut_, 0U);
 }
 
 std::size_t MultipartReader::find(const std::string &what, std::size_t from) const {
@@ -74,36 +77,45 @@ bool MultipartReader::findBorder() {
     return true;
 }
 
-// From the end of the border's line on, so that there may be no header at all.
+// From the end of the border's line on, so that there may be no header at all; up to an empty line.
 bool MultipartReader::readHeader() {
     constexpr std::size_t kMost = 8192;
-    std::size_t end = find("\n\r\n", begin_), size = 3;
-    const std::size_t plain = find("\n\n", begin_);
-    if (plain < end) {
-        end = plain;
-        size = 2;
-    }
-    if (end == std::string::npos) {
-        if (buffer_.size() - begin_ > kMost)
-            throw rfb::ProtocolError("a header of a picture that does not end");
-        return false;
-    }
+    std::string line;
     step_ = &MultipartReader::readUntilBorder;
     tooLong_ = false;
-    const std::string text(buffer_.begin() + static_cast<std::ptrdiff_t>(begin_),
-                           buffer_.begin() + static_cast<std::ptrdiff_t>(end));
-    std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);) {
-        constexpr char kLength[] = "content-length:";
-        if (!boost::algorithm::istarts_with(line, kLength)) continue;
-        const std::string number = boost::algorithm::trim_copy(line.substr(sizeof kLength - 1));
-        // What is no number counts as not there.
-        if (number.find_first_not_of("0123456789") == std::string::npos &&
-            boost::conversion::try_lexical_convert(number, size_))
-            step_ = size_ <= most_ ? &MultipartReader::readCounted : &MultipartReader::skip;
+    for (std::size_t at = begin_ + 1; at < buffer_.size(); ++at) {
+        if (buffer_[at] != '\n') {
+            line += static_cast<char>(buffer_[at]);
+            continue;
+        }
+        boost::algorithm::trim(line);
+        if (line.empty()) {
+            drop(at + 1 - begin_);
+            return true;
+        }
+        readLength(line);
+        line.clear();
+        if (at - begin_ > kMost) break;
     }
-    drop(end + size - begin_);
-    return true;
+    if (buffer_.size() - begin_ > kMost)
+        throw rfb::ProtocolError("a header of a picture that does not end");
+    step_ = &MultipartReader::readHeader;
+    return false;
+}
+
+// What is no number counts as not there.
+void MultipartReader::readLength(const std::string &line) {
+    constexpr char kLength[] = "content-length:";
+    if (!boost::algorithm::istarts_with(line, kLength)) return;
+    const std::string number = boost::algorithm::trim_copy(line.substr(sizeof kLength - 1));
+    std::size_t size = 0;
+    step_ = &MultipartReader::readUntilBorder;
+    if (number.find_first_not_of("0123456789") != std::string::npos ||
+        !boost::conversion::try_lexical_convert(number, size))
+        return;
+    size_ = size;
+    step_ = size <= most_ ? &MultipartReader::readCounted : &MultipartReader::skip;
+    if (size > most_) ++leftOut_;
 }
 
 bool MultipartReader::readCounted() {
@@ -118,7 +130,6 @@ bool MultipartReader::skip() {
     drop(count);
     size_ -= count;
     if (size_ > 0) return false;
-    ++leftOut_;
     step_ = &MultipartReader::findBorder;
     return true;
 }
@@ -128,15 +139,13 @@ bool MultipartReader::readUntilBorder() {
     if (border == std::string::npos) {
         looked_ = std::max(begin_, buffer_.size() - std::min(buffer_.size(), border_.size()));
         if (buffer_.size() - begin_ > most_ + border_.size()) {
+            if (!tooLong_) ++leftOut_;
             tooLong_ = true;
             drop(looked_ - begin_);
         }
         return false;
     }
-    if (tooLong_)
-        ++leftOut_;
-    else
-        finish(border - begin_);
+    if (!tooLong_) finish(border - begin_);
     step_ = &MultipartReader::findBorder;
     return true;
 }

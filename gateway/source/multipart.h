@@ -13,20 +13,22 @@ namespace gateway {
 class MultipartReader {
   public:
     /// boundary: as the stream's header says it; streamers differ on the dashes before it. most:
-    /// bytes of a part; longer ones are left out. Keeps twice as much at most.
+    /// bytes of a part; longer ones are left out. Keeps a part and the newest one, in memory for
+    /// three at most.
     MultipartReader(const std::string &boundary, std::size_t most);
 
     /// Throws rfb::ProtocolError for a part whose header does not end.
     void take(const std::uint8_t *bytes, std::size_t count);
     /// The last part that is complete, once.
     std::optional<rfb::Bytes> newest();
-    /// Parts that were left out so far.
-    unsigned leftOut() const { return leftOut_; }
+    /// Parts that were left out since the last call.
+    unsigned leftOut();
 
   private:
     using Step = bool (MultipartReader::*)();
     bool findBorder();
     bool readHeader();
+    void readLength(const std::string &line);
     bool readCounted();
     bool readUntilBorder();
     bool skip();

@@ -28,6 +28,7 @@ void takeHostPort(const std::string &text, const std::string &usual, SourceAddre
         if (end == std::string::npos) refuse("an address in brackets has no end");
         into.host = text.substr(1, end - 1);
         ++end;
+        if (end < text.size() && text[end] != ':') refuse("\"" + text + "\" is not HOST:PORT");
     } else {
         into.host = text.substr(0, end);
     }

@@ -11,7 +11,8 @@ namespace {
 using rfb::append16, rfb::append32, rfb::append8, rfb::Bytes, rfb::read16, rfb::read32;
 
 constexpr unsigned kNone = 1, kPassword = 2, kUncounted = 0xFFFF;
-constexpr std::chrono::milliseconds kWakePeriod(100);
+constexpr std::chrono::milliseconds kWakePeriod(100), kLeastBetweenRequests(15);
+constexpr int kWholeUpdates = 6;  // times the patience, for an update of many pieces
 
 std::string securityName(unsigned type) {
     const std::pair<unsigned, const char *> kNames[] = {{5, "RA2"},
@@ -44,8 +45,10 @@ void VncSource::take(const std::uint8_t *bytes, std::size_t count) {
 bool VncSource::work(Time now) {
     constexpr std::size_t kSlice = 2'000'000;  // pixels, a few milliseconds
     drawn_ = 0;
+    now_ = now;
     progress_ = false;
     bool more = true;
+    std::size_t steps = 0;
     while (more && drawn_ < kSlice) {
         if (skipping_ > 0) {
             const auto count =
@@ -57,9 +60,10 @@ bool VncSource::work(Time now) {
             constexpr std::size_t kStepCost = 64;  // small ones cost something, too
             more = (this->*step_)();
             drawn_ += kStepCost;
+            steps += kStepCost;
         }
     }
-    if (progress_) {
+    if (progress_ || drawn_ > steps) {
         progressed_ = now;
         probed_ = false;
     }
@@ -79,9 +83,9 @@ bool VncSource::takeVersion() {
     const std::string version(in_.data(), in_.data() + kSize);
     if (version.compare(0, 4, "RFB ") != 0) throw SourceError("it does not speak RFB");
     in_.drop(kSize);
-    // Other numbers than these three come from servers that speak the newest.
+    // What others than these three mean: below 3.7 it is 3.3, and above 3.8 the newest.
     const std::string number = version.substr(4, 7);
-    minor_ = number == "003.003" ? 3 : number == "003.007" ? 7 : 8;
+    minor_ = number < "003.007" ? 3 : number < "003.008" ? 7 : 8;
     rfb::appendBytes(out_, "RFB 003.00" + std::to_string(minor_) + "\n");
     step_ = minor_ == 3 ? &VncSource::takeSecurity33 : &VncSource::takeSecurity;
     progress_ = true;
@@ -205,8 +209,7 @@ void VncSource::begin() {
     append16(out_, static_cast<unsigned>(wanted.size()));
     for (const std::int32_t one : wanted) append32(out_, static_cast<std::uint32_t>(one));
     running_ = true;
-    resized_ = false;
-    request(false, width_, height_);
+    wanted_ = kAll;
 }
 
 void VncSource::request(bool incremental, unsigned width, unsigned height) {
@@ -226,7 +229,7 @@ void VncSource::resize(unsigned width, unsigned height) {
     height_ = height;
     canvas_.resize(width, height);
     decoder_.setPicture(width, height);
-    resized_ = true;
+    if (running_) wanted_ = kAll;
 }
 
 bool VncSource::takeMessage() {
@@ -245,6 +248,7 @@ bool VncSource::takeMessage() {
     if (type == kColourMap) skip(6 * std::size_t{read16(in_.data() + 4)});
     if (type == kCutText) skip(read32(in_.data() + 4));
     if (type == kUpdate) {
+        updating_ = now_;
         rectangles_ = read16(in_.data() + 2);
         step_ = &VncSource::takeRectangle;
     }
@@ -257,8 +261,8 @@ bool VncSource::takeRectangle() {
     constexpr std::size_t kSize = 12;
     if (rectangles_ == 0) {
         canvas_.show();
-        request(!resized_, width_, height_);
-        resized_ = false;
+        if (wanted_ == kNothing) wanted_ = kChanges;
+        updating_.reset();
         step_ = &VncSource::takeMessage;
         progress_ = true;
         return true;
@@ -316,10 +320,20 @@ bool VncSource::takeScreens() {
 // ---- time
 
 Bytes VncSource::output(Time now) {
+    const auto seconds = [](auto time) { return std::to_string(time.count() / 1000) + " s"; };
     if (now - progressed_ >= setup_.patience)
-        throw SourceError(running_ ? "the server has not answered for " +
-                                         std::to_string(setup_.patience.count() / 1000) + " s"
-                                   : "the server does not say what it has to");
+        throw SourceError(running_
+                              ? "the server has not answered for " + seconds(setup_.patience)
+                              : "the server says nothing of RFB for " + seconds(setup_.patience));
+    const auto whole = kWholeUpdates * setup_.patience;
+    if (updating_ && now - *updating_ >= whole)
+        throw SourceError("a picture has not come to its end for " + seconds(whole));
+    // The one that is asked for now has all until now; a server that answers at once gets time.
+    if (wanted_ != kNothing && !updating_ && now >= asked_ + kLeastBetweenRequests) {
+        request(wanted_ == kChanges, width_, height_);
+        wanted_ = kNothing;
+        asked_ = now;
+    }
     // Whoever has nothing new must answer this one all the same.
     if (running_ && !probed_ && now - progressed_ >= setup_.patience / 2) {
         probed_ = true;
@@ -336,6 +350,7 @@ Bytes VncSource::output(Time now) {
 
 Source::Time VncSource::due() const {
     if (!out_.empty()) return {};
+    if (wanted_ != kNothing && !updating_) return asked_ + kLeastBetweenRequests;
     const auto step = running_ && !probed_ ? setup_.patience / 2 : setup_.patience;
     return std::min(wake_, progressed_ + step);
 }

@@ -2,6 +2,7 @@
 // password or with VNC's. It gets no keys and no pointer.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "gateway/rfb/decoders.h"
@@ -57,11 +58,14 @@ class VncSource : public Source {
     unsigned rectangles_ = 0;  ///< that are still to come; kUncounted: until the last one
     rfb::Rectangle rectangle_{};
     unsigned width_ = 0, height_ = 0;
-    bool running_ = false, resized_ = false, probed_ = false;
+    bool running_ = false, probed_ = false;
+    /// What is to be asked for; never more than one request waits.
+    enum { kNothing, kChanges, kAll } wanted_ = kNothing;
     bool sleepy_ = false;  ///< it slows down when nobody says anything
     std::size_t drawn_ = 0;
     bool progress_ = false;
-    Time progressed_, awakeUntil_{}, wake_ = Time::max();
+    Time now_{}, progressed_, asked_{}, awakeUntil_{}, wake_ = Time::max();
+    std::optional<Time> updating_;  ///< since when an update comes
 };
 
 }  // namespace gateway
