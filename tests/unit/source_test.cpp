@@ -92,6 +92,8 @@ std::string said(rfb::Canvas &canvas, const Bytes &all, std::size_t piece,
             const Bytes out = source.output(now);
             answers.append(out.begin(), out.end());
         }
+        const Bytes out = source.output(now + 20ms);
+        answers.append(out.begin(), out.end());
     } catch (const std::runtime_error &error) {
         return error.what();
     }
