@@ -31,8 +31,14 @@ asio::awaitable<void> sleep(asio::steady_timer &timer, Clock::time_point until) 
 }  // namespace
 
 struct SourceLine::Talk {
-    Talk(asio::io_context &context, std::unique_ptr<Stream> way, std::unique_ptr<Source> with)
-        : stream(std::move(way)), source(std::move(with)), wake(context), rest(context) {}
+    Talk(asio::io_context &context, std::unique_ptr<Stream> way, std::unique_ptr<Source> with,
+         std::chrono::seconds time)
+        : stream(std::move(way)),
+          source(std::move(with)),
+          patience(time),
+          wake(context),
+          rest(context),
+          deadline(context) {}
 
     void close(const std::string &why) {
         if (closed) return;
@@ -41,11 +47,13 @@ struct SourceLine::Talk {
         stream->close();
         wake.cancel();
         rest.cancel();
+        deadline.cancel();
     }
 
     const std::unique_ptr<Stream> stream;
     const std::unique_ptr<Source> source;
-    asio::steady_timer wake, rest;
+    const std::chrono::seconds patience;
+    asio::steady_timer wake, rest, deadline;
     std::string reason;  ///< why it ended
     bool closed = false;
 };
@@ -87,14 +95,19 @@ asio::awaitable<void> SourceLine::run() {
     const auto self = shared_from_this();
     auto pause = kFirst;
     std::string told;
+    Clock::time_point notBefore{};
     while (!ending_) {
         if (!watched_) {
             pause = kFirst;
             co_await sleep(pause_, Clock::time_point::max());
             continue;
         }
+        // Viewers that come and go do not make it try more often.
+        co_await sleep(pause_, notBefore);
+        if (ending_ || !watched_) continue;
         std::string why;
         const auto begin = Clock::now();
+        notBefore = begin + kFirst;
         try {
             co_await talk();
         } catch (const rfb::ProtocolError &error) {
@@ -167,7 +180,8 @@ asio::awaitable<void> SourceLine::talk() {
         throw SourceError("it did not answer within " + std::to_string(patience_.count()) + " s");
     if (!stream) throw SourceError("it cannot be reached (" + failed + ")");
     talk_ = std::make_shared<Talk>(context_, std::move(stream),
-                                   sourceAt(address_, desk_.picture(), patience_, Clock::now()));
+                                   sourceAt(address_, desk_.picture(), patience_, Clock::now()),
+                                   patience_);
     const auto talk = talk_;
     asio::co_spawn(context_, writeAll(talk), asio::detached);
     co_await readAll(talk);
@@ -183,12 +197,15 @@ asio::awaitable<void> SourceLine::readAll(std::shared_ptr<Talk> talk) {
             const std::size_t count =
                 co_await talk->stream->read(chunk.data(), chunk.size(), overhead);
             if (talk->closed) break;
+            auto begin = Clock::now();
             talk->source->take(chunk.data(), count);
             for (bool more = true; more && !talk->closed;) {
-                const auto begin = Clock::now();
                 more = talk->source->work(begin);
                 // A source that keeps this thread busy gets half of its time.
-                if (more) co_await sleep(talk->rest, 2 * (Clock::now() - begin) + begin);
+                constexpr std::chrono::microseconds kLittle(300);
+                if (const auto spent = Clock::now() - begin; more || spent > kLittle)
+                    co_await sleep(talk->rest, begin + 2 * spent);
+                begin = Clock::now();
             }
             talk->wake.cancel();
         }
@@ -209,10 +226,18 @@ asio::awaitable<void> SourceLine::writeAll(std::shared_ptr<Talk> talk) {
     try {
         while (!talk->closed) {
             const rfb::Bytes bytes = talk->source->output(Clock::now());
-            if (!bytes.empty())
-                co_await talk->stream->write(bytes);
-            else
+            if (bytes.empty()) {
                 co_await sleep(talk->wake, talk->source->due());
+                continue;
+            }
+            talk->deadline.expires_after(talk->patience);
+            talk->deadline.async_wait(
+                [known = std::weak_ptr(talk)](const boost::system::error_code &error) {
+                    const auto late = known.lock();
+                    if (!error && late) late->close("it does not take what is sent");
+                });
+            co_await talk->stream->write(bytes);
+            talk->deadline.cancel();
         }
     } catch (const std::exception &error) {
         talk->close(error.what());

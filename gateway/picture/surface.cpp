@@ -53,6 +53,7 @@ void Surface::draw(unsigned x, unsigned y, const Pixels &pixels) {
 }
 
 void Surface::copy(const Rectangle &from, unsigned x, unsigned y) {
+    if (from.width == 0) return;
     std::vector<Pixel> row(from.width);
     for (unsigned i = 0; i < from.height; ++i) {
         // From the end that is not written over before it is read.

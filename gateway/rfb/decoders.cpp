@@ -143,7 +143,7 @@ void RectangleDecoder::begin(std::int32_t encoding, const Rectangle &rectangle) 
         std::int32_t encoding;
         Step step;
     } kSteps[] = {{kRaw, &RectangleDecoder::raw},
-                  {kCopyRect, &RectangleDecoder::copy},
+                  {kCopyRect, &RectangleDecoder::copyFrom},
                   {kHextile, &RectangleDecoder::hextile},
                   {kZrle, &RectangleDecoder::zrleLength}};
     const auto *known = std::find_if(std::begin(kSteps), std::end(kSteps),
@@ -160,11 +160,11 @@ void RectangleDecoder::begin(std::int32_t encoding, const Rectangle &rectangle) 
                 (encoding == kRaw || encoding == kHextile);
 }
 
-bool RectangleDecoder::step(Incoming &in, std::size_t &drawn) {
-    return !complete_ && (this->*step_)(in, drawn);
+bool RectangleDecoder::step(Incoming &in) {
+    return !complete_ && (this->*step_)(in);
 }
 
-bool RectangleDecoder::raw(Incoming &in, std::size_t &drawn) {
+bool RectangleDecoder::raw(Incoming &in) {
     const std::size_t row = whole_.width * kPixelSize;
     const auto rows = static_cast<unsigned>(
         std::min<std::size_t>({in.size() / row, whole_.height - y_,
@@ -178,22 +178,32 @@ bool RectangleDecoder::raw(Incoming &in, std::size_t &drawn) {
     }
     canvas_.draw(whole_.x, whole_.y + y_, {pixels.data(), whole_.width, whole_.width, rows});
     in.drop(rows * row);
-    drawn += pixels.size();
     y_ += rows;
     complete_ = y_ == whole_.height;
     return true;
 }
 
-bool RectangleDecoder::copy(Incoming &in, std::size_t &drawn) {
+bool RectangleDecoder::copyFrom(Incoming &in) {
     constexpr std::size_t kSize = 4;
     if (in.size() < kSize) return false;
-    const unsigned x = read16(in.data()), y = read16(in.data() + 2);
+    fromX_ = read16(in.data());
+    fromY_ = read16(in.data() + 2);
     in.drop(kSize);
-    if (x + whole_.width > pictureWidth_ || y + whole_.height > pictureHeight_)
+    if (fromX_ + whole_.width > pictureWidth_ || fromY_ + whole_.height > pictureHeight_)
         throw ProtocolError("a copy from beyond the picture");
-    canvas_.copy({x, y, whole_.width, whole_.height}, whole_.x, whole_.y);
-    drawn += std::size_t{whole_.width} * whole_.height;
-    complete_ = true;
+    complete_ = whole_.width == 0 || whole_.height == 0;
+    step_ = &RectangleDecoder::copy;
+    return true;
+}
+
+// In bands, from the end that is not written over before it is read.
+bool RectangleDecoder::copy(Incoming &) {
+    constexpr unsigned kBand = 64;
+    const unsigned rows = std::min(kBand, whole_.height - y_);
+    const unsigned first = whole_.y > fromY_ ? whole_.height - y_ - rows : y_;
+    canvas_.copy({fromX_, fromY_ + first, whole_.width, rows}, whole_.x, whole_.y + first);
+    y_ += rows;
+    complete_ = y_ == whole_.height;
     return true;
 }
 
@@ -202,16 +212,15 @@ Rectangle RectangleDecoder::nextTile(unsigned size) const {
             std::min(size, whole_.height - y_)};
 }
 
-void RectangleDecoder::finishTile(const Rectangle &tile, unsigned size, std::size_t &drawn) {
+void RectangleDecoder::finishTile(const Rectangle &tile, unsigned size) {
     canvas_.draw(tile.x, tile.y, {tile_.data(), tile.width, tile.width, tile.height});
-    drawn += std::size_t{tile.width} * tile.height;
     x_ += size;
     if (x_ < whole_.width) return;
     x_ = 0;
     y_ += size;
 }
 
-bool RectangleDecoder::hextile(Incoming &in, std::size_t &drawn) {
+bool RectangleDecoder::hextile(Incoming &in) {
     const Rectangle tile = nextTile(kHextileSize);
     Cursor cursor(in.data(), in.size());
     HextileColours colours{ground_, front_};
@@ -220,12 +229,12 @@ bool RectangleDecoder::hextile(Incoming &in, std::size_t &drawn) {
     ground_ = colours.ground;
     front_ = colours.front;
     in.drop(cursor.used());
-    finishTile(tile, kHextileSize, drawn);
+    finishTile(tile, kHextileSize);
     complete_ = y_ >= whole_.height;
     return true;
 }
 
-bool RectangleDecoder::zrleLength(Incoming &in, std::size_t &) {
+bool RectangleDecoder::zrleLength(Incoming &in) {
     constexpr std::size_t kSize = 4, kLeast = 1024;
     if (in.size() < kSize) return false;
     compressed_ = read32(in.data());
@@ -239,21 +248,21 @@ bool RectangleDecoder::zrleLength(Incoming &in, std::size_t &) {
     return true;
 }
 
-bool RectangleDecoder::zrleTile(std::size_t &drawn) {
+bool RectangleDecoder::zrleTile() {
     if (whole_.width == 0 || y_ >= whole_.height) return false;
     const Rectangle tile = nextTile(kZrleSize);
     Cursor cursor(plain_.data(), plain_.size());
     readZrleTile(cursor, tile_.data(), tile);
     if (cursor.missing()) return false;
     plain_.erase(plain_.begin(), plain_.begin() + static_cast<std::ptrdiff_t>(cursor.used()));
-    finishTile(tile, kZrleSize, drawn);
+    finishTile(tile, kZrleSize);
     return true;
 }
 
-bool RectangleDecoder::zrle(Incoming &in, std::size_t &drawn) {
+bool RectangleDecoder::zrle(Incoming &in) {
     // As much as the longest tile: runs of one pixel each, behind a byte.
     constexpr std::size_t kLongestTile = 1 + kZrleSize * kZrleSize * (kCompactSize + 1);
-    if (zrleTile(drawn)) return true;
+    if (zrleTile()) return true;
     const std::size_t before = plain_.size();
     const bool drawnAll = whole_.width == 0 || y_ >= whole_.height;
     if (before > 0 && (drawnAll || before >= kLongestTile))

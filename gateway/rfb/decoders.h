@@ -31,23 +31,24 @@ class RectangleDecoder {
     /// A rectangle begins, which lies inside of the picture. Throws ProtocolError for an encoding
     /// that is none of these.
     void begin(std::int32_t encoding, const Rectangle &rectangle);
-    /// Takes a piece of it; false when it needs more bytes, or is complete. drawn: grows by the
-    /// pixels that were drawn. Throws ProtocolError.
-    bool step(Incoming &in, std::size_t &drawn);
+    /// Takes a small piece of it; false when it needs more bytes, or is complete. Throws
+    /// ProtocolError.
+    bool step(Incoming &in);
     bool complete() const { return complete_; }
     /// width and height: of the picture, in which CopyRect has to stay.
     void setPicture(unsigned width, unsigned height);
 
   private:
-    using Step = bool (RectangleDecoder::*)(Incoming &, std::size_t &);
-    bool raw(Incoming &in, std::size_t &drawn);
-    bool copy(Incoming &in, std::size_t &drawn);
-    bool hextile(Incoming &in, std::size_t &drawn);
-    bool zrleLength(Incoming &in, std::size_t &drawn);
-    bool zrle(Incoming &in, std::size_t &drawn);
-    bool zrleTile(std::size_t &drawn);
+    using Step = bool (RectangleDecoder::*)(Incoming &);
+    bool raw(Incoming &in);
+    bool copyFrom(Incoming &in);
+    bool copy(Incoming &in);
+    bool hextile(Incoming &in);
+    bool zrleLength(Incoming &in);
+    bool zrle(Incoming &in);
+    bool zrleTile();
     Rectangle nextTile(unsigned size) const;
-    void finishTile(const Rectangle &tile, unsigned size, std::size_t &drawn);
+    void finishTile(const Rectangle &tile, unsigned size);
 
     Canvas &canvas_;
     unsigned pictureWidth_ = 0, pictureHeight_ = 0;
@@ -55,6 +56,7 @@ class RectangleDecoder {
     Rectangle whole_{};
     bool complete_ = true;
     unsigned x_ = 0, y_ = 0;  ///< of what comes next, in the rectangle
+    unsigned fromX_ = 0, fromY_ = 0;
     Pixel ground_ = 0, front_ = 0;
     std::unique_ptr<Inflate> inflate_;
     std::size_t compressed_ = 0;  ///< bytes that are still to come

@@ -21,14 +21,29 @@ constexpr int kPixelFormat = TJPF_XRGB;
     throw std::runtime_error("a JPEG " + why);
 }
 
-// The markers of a JPEG up to its pixels (ITU T.81, annex B).
+// Markers (ITU T.81, annex B).
+enum : unsigned {
+    kHuffmanTables = 0xC4,
+    kRestart0 = 0xD0,
+    kRestart7 = 0xD7,
+    kBegin = 0xD8,
+    kEnd = 0xD9,
+    kScan = 0xDA,
+    kQuantization = 0xDB,
+    kRestarts = 0xDD,
+    kApplication0 = 0xE0,
+    kApplication15 = 0xEF,
+    kComment = 0xFE,
+    kFill = 0xFF
+};
+
+// The segments of a JPEG up to its pixels. Only known ones: readers differ on the length of others.
 class Header {
   public:
     explicit Header(const Bytes &bytes) : bytes_(bytes) {
-        if (bytes.size() < 4 || read16(bytes.data()) != 0xFFD8)
+        if (bytes.size() < 4 || read16(bytes.data()) != (kFill << 8U | kBegin))
             refuse("that does not begin like one");
-        while (!pixels_) readMarker();
-        if (width_ == 0 || height_ == 0) refuse("without a size");
+        while (!pixels_) readSegment();
     }
     unsigned width() const { return width_; }
     unsigned height() const { return height_; }
@@ -36,60 +51,63 @@ class Header {
     std::size_t end() const { return at_; }
 
   private:
-    void readMarker() {
-        while (at_ + 1 < bytes_.size() && bytes_[at_] == 0xFF && bytes_[at_ + 1] == 0xFF) ++at_;
+    void readSegment() {
+        while (at_ + 1 < bytes_.size() && bytes_[at_] == kFill && bytes_[at_ + 1] == kFill) ++at_;
         if (bytes_.size() - at_ < 4) refuse("that is cut in its header");
-        const unsigned marker = read16(&bytes_[at_]), size = read16(&bytes_[at_ + 2]);
-        if (marker < 0xFF01 || size < 2) refuse("with a broken header");
+        if (bytes_[at_] != kFill) refuse("with a broken header");
+        const unsigned marker = bytes_[at_ + 1], size = read16(&bytes_[at_ + 2]);
+        if (size < 2) refuse("with a broken header");
         if (bytes_.size() - at_ - 2 < size) refuse("that is cut in its header");
-        const bool frame =
-            marker >= 0xFFC0 && marker <= 0xFFCF && marker % 4 != 0;  // not DHT, JPG, DAC
-        if (marker == 0xFFC0 || marker == 0xFFC1)
-            readFrame(&bytes_[at_ + 4], size - 2);
-        else if (frame)
-            refuse("of a kind that is not taken (progressive, lossless or arithmetic)");
-        pixels_ = marker == 0xFFDA;
+        readSegment(marker, &bytes_[at_ + 4], size - 2);
         at_ += 2 + size;
+    }
+
+    void readSegment(unsigned marker, const std::uint8_t *bytes, std::size_t size) {
+        constexpr unsigned kFrame0 = 0xC0, kFrame1 = 0xC1, kFrame15 = 0xCF;
+        if (marker == kFrame0 || marker == kFrame1) {
+            readFrame(bytes, size);
+        } else if (marker == kScan) {
+            if (width_ == 0 || height_ == 0) refuse("without a size");
+            if (size < 1 || bytes[0] != components_) refuse("of several passes");
+            pixels_ = true;
+        } else if (marker >= kFrame0 && marker <= kFrame15 && marker != kHuffmanTables) {
+            refuse("of a kind that is not taken (progressive, lossless or arithmetic)");
+        } else if (marker != kHuffmanTables && marker != kQuantization && marker != kRestarts &&
+                   marker != kComment && (marker < kApplication0 || marker > kApplication15)) {
+            refuse("with a broken header");
+        }
     }
 
     void readFrame(const std::uint8_t *bytes, std::size_t size) {
         constexpr std::size_t kFixed = 6, kComponent = 3;
-        if (width_ != 0) refuse("with two sizes");
+        if (components_ != 0) refuse("with two sizes");
         if (size < kFixed || size != kFixed + kComponent * bytes[5]) refuse("with a broken header");
+        components_ = bytes[5];
         if (bytes[0] != 8) refuse("with other samples than of 8 bits");
-        if (bytes[5] != 1 && bytes[5] != 3) refuse("with other colours than grey or three");
+        if (components_ != 1 && components_ != 3) refuse("with other colours than grey or three");
         height_ = read16(bytes + 1);
         width_ = read16(bytes + 3);
     }
 
     const Bytes &bytes_;
     std::size_t at_ = 2;
-    unsigned width_ = 0, height_ = 0;
+    unsigned width_ = 0, height_ = 0, components_ = 0;
     bool pixels_ = false;
 };
 
-// Behind the end marker. Before it are pixels, and between scans segments with a length.
+// Behind the end marker. Between the pixels there may be restarts, and nothing else.
 std::size_t endOfPixels(const Bytes &bytes, std::size_t at) {
-    constexpr unsigned kStuffed = 0x00, kRestart0 = 0xD0, kRestart7 = 0xD7, kBegin = 0xD8,
-                       kEnd = 0xD9, kFill = 0xFF;
     for (;;) {
         const auto found =
-            std::find(bytes.begin() + static_cast<std::ptrdiff_t>(at), bytes.end(), 0xFF);
+            std::find(bytes.begin() + static_cast<std::ptrdiff_t>(at), bytes.end(), kFill);
         at = static_cast<std::size_t>(found - bytes.begin());
         if (bytes.size() - at < 2) refuse("that is cut");
         const unsigned marker = bytes[at + 1];
         if (marker == kEnd) return at + 2;
         if (marker == kBegin) refuse("that is cut");
-        if (marker == kFill) {
-            ++at;
-        } else if (marker == kStuffed || (marker >= kRestart0 && marker <= kRestart7)) {
-            at += 2;
-        } else {
-            if (bytes.size() - at < 4) refuse("that is cut");
-            const std::size_t size = read16(&bytes[at + 2]);
-            if (bytes.size() - at - 2 < size) refuse("that is cut");
-            at += 2 + size;
-        }
+        const bool inside = marker == 0 || (marker >= kRestart0 && marker <= kRestart7);
+        if (!inside && marker != kFill) refuse("of several passes");
+        at += inside ? 2 : 1;
     }
 }
 
@@ -106,11 +124,17 @@ Jpeg checkedJpeg(Bytes bytes) {
 std::vector<Pixel> decodedJpeg(const Jpeg &jpeg) {
     const std::unique_ptr<void, int (*)(tjhandle)> decompressor(tjInitDecompress(), tjDestroy);
     if (!decompressor) throw std::bad_alloc();
+    int width = 0, height = 0, colours = 0, space = 0;
+    const auto size = static_cast<unsigned long>(jpeg.bytes.size());
+    if (tjDecompressHeader3(decompressor.get(), jpeg.bytes.data(), size, &width, &height, &colours,
+                            &space) != 0 ||
+        width != static_cast<int>(jpeg.width) || height != static_cast<int>(jpeg.height))
+        refuse("that says two sizes");
     std::vector<Pixel> pixels(std::size_t{jpeg.width} * jpeg.height);
-    const int status = tjDecompress2(
-        decompressor.get(), jpeg.bytes.data(), static_cast<unsigned long>(jpeg.bytes.size()),
-        reinterpret_cast<unsigned char *>(pixels.data()), static_cast<int>(jpeg.width), 0,
-        static_cast<int>(jpeg.height), kPixelFormat, TJFLAG_FASTUPSAMPLE);
+    const int status = tjDecompress2(decompressor.get(), jpeg.bytes.data(), size,
+                                     reinterpret_cast<unsigned char *>(pixels.data()),
+                                     static_cast<int>(jpeg.width), 0, static_cast<int>(jpeg.height),
+                                     kPixelFormat, TJFLAG_FASTUPSAMPLE | TJFLAG_LIMITSCANS);
     if (status != 0 && tjGetErrorCode(decompressor.get()) == TJERR_FATAL)
         throw std::runtime_error(std::string("a JPEG that cannot be read: ") +
                                  tjGetErrorStr2(decompressor.get()));

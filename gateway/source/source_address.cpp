@@ -1,6 +1,7 @@
 #include "gateway/source/source_address.h"
 
 #include <algorithm>
+#include <cctype>
 #include <stdexcept>
 
 #include "gateway/secrets.h"
@@ -36,7 +37,7 @@ void takeHostPort(const std::string &text, const std::string &usual, SourceAddre
     const bool digits = !into.port.empty() && into.port.size() <= 5 &&
                         into.port.find_first_not_of("0123456789") == std::string::npos;
     const auto isPlain = [](unsigned char c) {
-        return c > ' ' && c < 0x7F && c != '/' && c != '[';
+        return isalnum(c) != 0 || c == '.' || c == '-' || c == '_' || c == ':' || c == '%';
     };
     if (into.host.empty() || into.host.size() > 255 ||
         !std::all_of(into.host.begin(), into.host.end(), isPlain) || !digits ||
@@ -53,8 +54,6 @@ void takeUrl(std::string url, SourceAddress &into) {
     const std::string where = url.substr(0, slash);
     into.target = url.substr(slash, url.find('#') - slash);
     if (into.target.empty() || into.target[0] != '/') into.target.insert(0, "/");
-    if (where.find('@') != std::string::npos)
-        refuse("user and password do not belong into the URL; there are keys for them");
     if (std::any_of(into.target.begin(), into.target.end(),
                     [](unsigned char c) { return c <= ' ' || c >= 0x7F; }))
         refuse("a URL has no blanks and no other letters than ASCII's; write them with %");
@@ -71,7 +70,12 @@ SourceAddress parseSourceAddress(const std::string &text, const std::string &use
     address.passwordFile = passwordFile;
     address.authority = authority;
     std::string rest = text;
-    if (takePrefix(rest, "vnc:unix:")) {
+    // Nothing is quoted, for a password may be in it.
+    const bool local = takePrefix(rest, "vnc:unix:");
+    if (!local && text.substr(0, text.find('?')).find('@') != std::string::npos)
+        refuse(
+            "user and password do not belong into the name of a source; there are keys for them");
+    if (local) {
         constexpr std::size_t kMostPath = 107;  // sun_path, with the zero behind it
         address.kind = SourceAddress::kVnc;
         address.path = rest;
@@ -79,17 +83,22 @@ SourceAddress parseSourceAddress(const std::string &text, const std::string &use
             refuse("the path of a unix socket begins with / and has 107 letters at most");
     } else if (takePrefix(rest, "vnc:")) {
         address.kind = SourceAddress::kVnc;
-        takeHostPort(rest, "", address);
+        takeHostPort(rest, "5900", address);
     } else if (takePrefix(rest, "mjpeg:")) {
         takeUrl(rest, address);
+    } else if (takePrefix(rest, "http://") || takePrefix(rest, "https://")) {
+        refuse("write mjpeg: before the URL of a source of pictures");
     } else {
         refuse("\"" + address.words +
                "\" is no source of pictures: vnc:unix:PATH, vnc:HOST:PORT or mjpeg:URL");
     }
+    // A path may be as secret as a password.
+    if (address.kind == SourceAddress::kMjpeg)
+        address.words = "mjpeg:" + std::string(address.tls ? "https://" : "http://") + address.host;
     if (!user.empty() && address.kind != SourceAddress::kMjpeg)
         refuse("only a source with mjpeg: takes a user");
-    if (user.empty() && !passwordFile.empty() && address.kind == SourceAddress::kMjpeg)
-        refuse("a source with mjpeg: takes a password together with a user");
+    if (user.empty() != passwordFile.empty() && address.kind == SourceAddress::kMjpeg)
+        refuse("a source with mjpeg: takes a user together with a password file");
     if (user.find(':') != std::string::npos) refuse("the user of a source has no colon");
     if (!authority.empty() && !address.tls)
         refuse("only a source with https:// takes a certificate");

@@ -10,7 +10,7 @@
 
 namespace gateway {
 
-/// "vnc:unix:PATH", "vnc:HOST:PORT", "mjpeg:http://HOST[:PORT]/..." or "mjpeg:https://...".
+/// "vnc:unix:PATH", "vnc:HOST[:PORT]", "mjpeg:http://HOST[:PORT]/..." or "mjpeg:https://...".
 struct SourceAddress {
     enum Kind { kNone, kVnc, kMjpeg };
     Kind kind = kNone;
@@ -18,7 +18,7 @@ struct SourceAddress {
     std::string host, port;  ///< host: without the brackets of an IPv6 address
     bool tls = false;
     std::string target;                         ///< path and query of a URL
-    std::string words;                          ///< for a person, without the query of a URL
+    std::string words;                          ///< for a person, without path and query of a URL
     std::string user, passwordFile, authority;  ///< to be shown; a file in PEM to believe, or empty
 };
 

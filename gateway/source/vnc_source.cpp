@@ -43,13 +43,12 @@ void VncSource::take(const std::uint8_t *bytes, std::size_t count) {
 }
 
 bool VncSource::work(Time now) {
-    constexpr std::size_t kSlice = 2'000'000;  // pixels, a few milliseconds
-    drawn_ = 0;
+    constexpr std::chrono::milliseconds kSlice(3);
+    const auto end = std::chrono::steady_clock::now() + kSlice;
     now_ = now;
     progress_ = false;
     bool more = true;
-    std::size_t steps = 0;
-    while (more && drawn_ < kSlice) {
+    while (more && std::chrono::steady_clock::now() < end) {
         if (skipping_ > 0) {
             const auto count =
                 static_cast<std::size_t>(std::min<std::uint64_t>(skipping_, in_.size()));
@@ -57,13 +56,10 @@ bool VncSource::work(Time now) {
             skipping_ -= count;
             more = skipping_ == 0;
         } else {
-            constexpr std::size_t kStepCost = 64;  // small ones cost something, too
             more = (this->*step_)();
-            drawn_ += kStepCost;
-            steps += kStepCost;
         }
     }
-    if (progress_ || drawn_ > steps) {
+    if (progress_) {
         progressed_ = now;
         probed_ = false;
     }
@@ -303,7 +299,7 @@ bool VncSource::finishRectangle() {
 }
 
 bool VncSource::takePixels() {
-    if (decoder_.step(in_, drawn_)) return true;
+    if (decoder_.step(in_)) return progress_ = true;
     return decoder_.complete() && finishRectangle();
 }
 

@@ -62,7 +62,6 @@ class VncSource : public Source {
     /// What is to be asked for; never more than one request waits.
     enum { kNothing, kChanges, kAll } wanted_ = kNothing;
     bool sleepy_ = false;  ///< it slows down when nobody says anything
-    std::size_t drawn_ = 0;
     bool progress_ = false;
     Time now_{}, progressed_, asked_{}, awakeUntil_{}, wake_ = Time::max();
     std::optional<Time> updating_;  ///< since when an update comes

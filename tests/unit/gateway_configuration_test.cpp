@@ -48,7 +48,7 @@ TEST(GatewayConfiguration, HasAllKeys) {
     const SourceAddress &picture = all.endpoints[0].picture;
     EXPECT_EQ(picture.host + picture.target + picture.user, "cam/s?tcat");
     EXPECT_EQ(picture.passwordFile + picture.authority, "qca");
-    EXPECT_EQ(desk.source, "mjpeg:https://cam/s");
+    EXPECT_EQ(desk.source, "mjpeg:https://cam");
     EXPECT_EQ(all.limits.picture.count(), 7);
     EXPECT_EQ(all.limits.viewers + all.limits.viewersOfEndpoint + all.limits.unfinished, 16U);
     EXPECT_EQ(all.limits.handshake.count() + all.limits.send.count(), 11);

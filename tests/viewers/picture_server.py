@@ -110,8 +110,21 @@ def garbage(line):
     time.sleep(1000)
 
 
+def slow(line):
+    screen(line)
+    for byte in rectangle(0, 0, 640, 480, 0) + bytes(640 * 480 * 4):
+        line.sendall(bytes([byte]))
+        time.sleep(0.01)
+
+
+def cut(line):
+    screen(line)
+    line.sendall(rectangle(0, 0, 640, 480, 0) + bytes(1000))
+
+
 RFB = [quiet, flood, garbage, lambda line: (line.sendall(b"RFB 003.008\n"), time.sleep(1000)),
-       lambda line: (line.sendall(b"RFB 003.008\n\x01\x13"), time.sleep(1000))]
+       lambda line: (line.sendall(b"RFB 003.008\n\x01\x13"), time.sleep(1000)),
+       slow, cut]
 
 
 def answer(line, what, name):

@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <thread>
 
@@ -19,7 +20,7 @@ namespace {
 using namespace std::chrono_literals;
 using namespace gateway;
 using test::comesTrue, test::GatewayProgram, test::holds, test::openViewer, test::optionsFor;
-using test::RawViewer, test::readFile, test::run, test::showsLine, test::showsPicture;
+using test::hasPicture, test::RawViewer, test::readFile, test::run, test::showsPicture;
 
 Image imageOf(const std::string &png) {
     cairo_surface_t *surface = cairo_image_surface_create_from_png(png.c_str());
@@ -62,6 +63,7 @@ TEST(PictureOfAPc, IsSeenFromItsFirmwareToItsShell) {
     EXPECT_TRUE(comesTrue([&] { return holds(said(), "Ctrl-C ends"); }, 30s)) << said();
     const std::string all = said(), words = "once: ";
     const std::size_t at = all.find(words) + words.size();
+    EXPECT_GE(at, words.size()) << all;
     std::string seen;
     const auto shows = [&](const std::string &text) {
         const bool shown = comesTrue(
@@ -73,7 +75,11 @@ TEST(PictureOfAPc, IsSeenFromItsFirmwareToItsShell) {
         EXPECT_TRUE(shown) << "no \"" << text << "\" in\n" << seen << said();
         return shown;
     };
-    {
+    const auto screenshot = [] {
+        EXPECT_EQ(run("cd /data && quillon-board ctl screenshot guest.png").status, 0);
+        return imageOf("/data/guest.png");
+    };
+    if (at >= words.size()) {
         const auto viewer = test::openBrowser(all.substr(at, all.find('\n', at) - at));
         EXPECT_EQ(run("quillon-board ctl computer reset").status, 0);
         EXPECT_TRUE(shows("Press ESC for boot menu."));
@@ -96,13 +102,14 @@ TEST(PictureOfAPc, IsSeenFromItsFirmwareToItsShell) {
                 return holds(run("quillon-board ctl screen").said, "\n#\n#");
             },
             60s));
+        const Image before = screenshot();
         viewer->type("echo seen in a browser");
         viewer->tap("Return");
         EXPECT_TRUE(shows("\nseen in a browser\n"));
-        EXPECT_EQ(run("cd /data && quillon-board ctl screenshot guest.png").status, 0);
-        const Image guest = imageOf("/data/guest.png");
+        const Image guest = screenshot();
         EXPECT_EQ(guest.width, 720U);
         EXPECT_TRUE(comesTrue([&] { return showsPicture(viewer->image(), guest); }, 20s));
+        EXPECT_FALSE(showsPicture(viewer->image(), before)) << "another text is another picture";
         if (const char *to = getenv("QUILLON_SCREENSHOT"))
             viewer->ask(std::string("save ") + to);  // for the README
     }
@@ -166,12 +173,33 @@ class Pictures : public test::OnBoard {
         image.pixels = rfb::decodedJpeg(rfb::checkedJpeg(bytes));
         return image;
     }
-    // Grey as the gateway makes it.
-    static bool isGrey(const RawViewer &viewer, unsigned below) {
+    // Half of a picture's light and no colour, below the words.
+    static bool isGrey(const RawViewer &viewer, const Image &picture, unsigned below) {
         const Image &image = viewer.picture();
-        for (std::size_t i = std::size_t{below} * image.width; i < image.pixels.size(); ++i)
-            if (image.pixels[i] != (image.pixels[i] & 0xFFU) * 0x10101U) return false;
+        if (image.pixels.size() != picture.pixels.size()) return false;
+        for (std::size_t i = std::size_t{below} * image.width; i < image.pixels.size(); ++i) {
+            const Pixel was = picture.pixels[i], is = image.pixels[i] & 0xFFU;
+            const unsigned light =
+                (was >> 16U) * 77 + (was >> 8U & 0xFFU) * 150 + (was & 0xFFU) * 29;
+            if (image.pixels[i] != is * 0x10101U ||
+                std::abs(static_cast<int>(light >> 9U) - static_cast<int>(is)) > 4)
+                return false;
+        }
         return true;
+    }
+    // The words over a lost picture, with the second in which it was lost.
+    static bool saysSince(const Image &image, const std::string &why) {
+        const std::time_t now = std::time(nullptr);
+        for (std::time_t when = now; when > now - 60; --when) {
+            char text[32];
+            std::tm parts{};
+            strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", localtime_r(&when, &parts));
+            const std::string line =
+                std::string("No picture since ") + text + ": " + why + ". It is tried again.";
+            const Image box = drawnBox({line}, image.width);
+            if (hasPicture(image, box, (image.width - box.width) / 2, 0, {0, 0})) return true;
+        }
+        return false;
     }
     static std::vector<std::int32_t> takingJpegs() {
         return {rfb::kTight, rfb::kQualityLevel0 + 6, rfb::kExtendedDesktopSize};
@@ -204,7 +232,8 @@ TEST_F(Pictures, OfACaptureDeviceAreShownLostAndBack) {
         for (unsigned y = 100; y < 100 + height; ++y)
             part.pixels.insert(part.pixels.end(), picture.all().row(y),
                                picture.all().row(y) + width);
-        return comesTrue([&] { return showsPicture(browser->image(), part, 8); }, 20s);
+        const test::Tolerance tolerance{8, part.pixels.size() / 200};
+        return comesTrue([&] { return showsPicture(browser->image(), part, tolerance); }, 20s);
     };
     EXPECT_TRUE(browserHas(one, 700, 250)) << gateway.said();
     RawViewer whole(gateway.socketPath()), pixels(gateway.socketPath());
@@ -214,15 +243,19 @@ TEST_F(Pictures, OfACaptureDeviceAreShownLostAndBack) {
     pixels.encodings({rfb::kRaw, rfb::kExtendedDesktopSize});
     EXPECT_TRUE(whole.until([&] { return whole.jpeg() == readFile("/data/one.jpg"); }))
         << "not one byte of it is changed";
-    EXPECT_TRUE(pixels.until([&] { return showsPicture(pixels.picture(), one, 8); }));
+    // Without the words at its edge, which stay for some seconds.
+    const auto pixelsHave = [&](const Image &picture) {
+        return hasPicture(pixels.picture(), picture, 0, 0, {8, std::size_t{60} * picture.width});
+    };
+    EXPECT_TRUE(pixels.until([&] { return pixelsHave(one); }));
 
     end(first);
-    EXPECT_TRUE(pixels.until([&] { return isGrey(pixels, 60); }));
-    EXPECT_TRUE(browser->ask("ready").size() > 1);
+    EXPECT_TRUE(pixels.until([&] { return isGrey(pixels, one, 80); }));
+    EXPECT_TRUE(
+        pixels.until([&] { return saysSince(pixels.picture(), "the connection was closed"); }));
     streamer("/data/two.jpg");
-    EXPECT_TRUE(pixels.until([&] {
-        return pixels.width() == 640 && showsPicture(pixels.picture(), two, 8);
-    })) << gateway.said();
+    EXPECT_TRUE(pixels.until([&] { return pixels.width() == 640 && pixelsHave(two); }))
+        << gateway.said();
     EXPECT_TRUE(browserHas(two, 600, 250));
     EXPECT_TRUE(holds(gateway.said(), "No picture of 192.168.1.10: ")) << gateway.said();
 }
@@ -260,9 +293,11 @@ TEST_F(Pictures, ThatAreWrongHarmNobody) {
                    {"mjpeg:http://127.0.0.1:1/", 0, "it cannot be reached (Connection refused)"},
                    {"vnc:127.0.0.1:5930", 640, "the server has not answered for 2 s"},
                    {"vnc:127.0.0.1:5931", 4096, ""},
-                   {"vnc:127.0.0.1:5932", 640, "it sends pixels that cannot be decompressed"},
-                   {"vnc:127.0.0.1:5933", 0, "the server does not say what it has to"},
-                   {"vnc:127.0.0.1:5934", 0, "the server wants VeNCrypt, but only None"}};
+                   {"vnc:127.0.0.1:5932", 0, "it sends pixels that cannot be decompressed"},
+                   {"vnc:127.0.0.1:5933", 0, "the server says nothing of RFB for 2 s"},
+                   {"vnc:127.0.0.1:5934", 0, "the server wants VeNCrypt, but only None"},
+                   {"vnc:127.0.0.1:5935", 0, "the server has not answered for 2 s"},
+                   {"vnc:127.0.0.1:5936", 0, "the connection was closed"}};
     std::ofstream file("/data/gateway.toml");
     file << "[limits]\npicture_seconds = 2\n[endpoint.real]\naddress = \"192.168.1.10\"\n";
     unsigned number = 0;
@@ -274,6 +309,7 @@ TEST_F(Pictures, ThatAreWrongHarmNobody) {
     }
     file.close();
     const GatewayProgram gateway("--config /data/gateway.toml");
+    std::this_thread::sleep_for(1s);
     EXPECT_FALSE(holds(served(), "open")) << "nobody watches";
     std::vector<std::unique_ptr<RawViewer>> viewers;
     const auto open = [&](const std::string &name) -> RawViewer & {
@@ -309,15 +345,23 @@ TEST_F(Pictures, ThatAreWrongHarmNobody) {
     EXPECT_TRUE(arrives("hello"));
     EXPECT_TRUE(second.until([&] { return second.jpeg() == readFile("/data/one.jpg"); }));
     const std::string log = served();
-    EXPECT_EQ(log.find("open good"), log.rfind("open good")) << "one connection for two viewers";
+    const auto times = [&](const std::string &line) {
+        int count = 0;
+        for (std::size_t at = log.find(line); at != std::string::npos; at = log.find(line, at + 1))
+            ++count;
+        return count;
+    };
+    EXPECT_EQ(times("open good") - times("closed good"), 1) << "one connection for two viewers";
     EXPECT_FALSE(holds(log, "heard 4") || holds(log, "heard 5")) << "no input goes to a source";
     EXPECT_TRUE(holds(log, "heard 3")) << log;
     viewers.clear();
     EXPECT_TRUE(comesTrue([&] { return holds(served(), "closed good"); }, 10s)) << served();
+#ifndef __SANITIZE_ADDRESS__
     EXPECT_LT(
         std::stol(
             run("sed -n 's/^VmHWM: *//p' /proc/" + std::to_string(gateway.pid()) + "/status").said),
         400 * 1024);
+#endif
 }
 
 }  // namespace
