@@ -298,7 +298,7 @@ void Desk::take(const quillon::LinkMessage &message,
 std::string Desk::pictureWords(const std::optional<quillon::Link> &link) const {
     if (!setup_.source.empty())
         return lost_.empty()
-                   ? "Picture: from " + setup_.source + ", which is asked for one."
+                   ? "Picture: from " + setup_.source + "; it has not come yet."
                    : "Picture: none since " + lostAt_ + ": " + lost_ + ". It is tried again.";
     if (!link) return "Picture: not known.";
     if (link->width <= 0 || link->height <= 0)

@@ -103,8 +103,10 @@ asio::awaitable<void> SourceLine::run() {
             continue;
         }
         // Viewers that come and go do not make it try more often.
-        co_await sleep(pause_, notBefore);
-        if (ending_ || !watched_) continue;
+        if (Clock::now() < notBefore) {
+            co_await sleep(pause_, notBefore);
+            continue;
+        }
         std::string why;
         const auto begin = Clock::now();
         notBefore = begin + kFirst;

@@ -51,11 +51,11 @@ void Picture::cover(const std::vector<std::string> &lines) {
 }
 
 void Picture::lose() {
-    if (!isOpen() || state_ != kLive) return;
+    if (!isOpen() || state_ == kWords) return;
     state_ = kLost;
     if (jpeg_ && !pixelsAreJpegs_) return;  // it is decoded before
     jpeg_.reset();
-    surface_->grey();
+    if (std::exchange(coloured_, false)) surface_->grey();
     changed_();
 }
 
@@ -71,14 +71,13 @@ void Picture::decoded(const std::shared_ptr<const rfb::Jpeg> &jpeg,
     // It may have been closed, and opened again; and a newer one may have another size.
     const bool right = jpeg == std::exchange(inWork_, nullptr) && jpeg_ &&
                        jpeg->width == surface_->width() && jpeg->height == surface_->height();
-    if (right && !pixels.empty())
+    if (right && !pixels.empty()) {
         surface_->draw(0, 0, {pixels.data(), jpeg->width, jpeg->width, jpeg->height});
+        coloured_ = true;
+    }
     if (jpeg_ == jpeg) {
         pixelsAreJpegs_ = true;
-        if (state_ == kLost) {
-            jpeg_.reset();
-            surface_->grey();
-        }
+        if (state_ == kLost) return lose();
     }
     changed_();
 }
@@ -96,6 +95,7 @@ bool Picture::begin() {
         state_ = kLost;  // not yet whole
         changed_();
     }
+    coloured_ = true;
     return true;
 }
 
