@@ -1,8 +1,6 @@
 // Where a source of pictures puts what it gets.
 #pragma once
 
-#include <algorithm>
-
 #include "gateway/rfb/jpeg.h"
 
 namespace gateway::rfb {
@@ -18,8 +16,8 @@ class Canvas {
     static bool fits(unsigned width, unsigned height) {
         constexpr unsigned kLeast = 16, kMost = 8192;
         constexpr std::size_t kMostPixels = std::size_t{1} << 24U;
-        return std::min(width, height) >= kLeast && std::max(width, height) <= kMost &&
-               std::size_t{width} * height <= kMostPixels;
+        const auto inBounds = [](unsigned side) { return side >= kLeast && side <= kMost; };
+        return inBounds(width) && inBounds(height) && std::size_t{width} * height <= kMostPixels;
     }
 
     virtual ~Canvas() = default;
