@@ -129,9 +129,10 @@ void describe(CLI::App &app, Options &options) {
                         "File with the password for the source"))
         ->needs(picture)
         ->type_name("FILE");
-    desk(app.add_option("--picture-ca", options.pictureCa,
-                        "Certificate in PEM to believe of an https source, or of who signed its; "
-                        "without it those of this machine"))
+    desk(app.add_option(
+             "--picture-ca", options.pictureCa,
+             "File in PEM with the certificate of an https source, or of the authority that "
+             "signed it; without it, the authorities that this machine trusts count"))
         ->needs(picture)
         ->type_name("FILE");
     app.add_option("--listen-fd", options.listenFds,

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <stdexcept>
 #include <thread>
 
 // Behind resolve.h, for Boost 1.74 needs <utility> before these.
@@ -22,7 +23,7 @@ using Tcp = asio::ip::tcp;
 struct Question {
     std::string host, port;
     std::vector<Tcp::endpoint> found;
-    int error = 0;
+    std::string error;  ///< empty: none
 };
 
 void ask(Question &question) {
@@ -30,7 +31,8 @@ void ask(Question &question) {
     wanted.ai_socktype = SOCK_STREAM;
     wanted.ai_flags = AI_ADDRCONFIG | AI_NUMERICSERV;
     addrinfo *all = nullptr;
-    question.error = getaddrinfo(question.host.c_str(), question.port.c_str(), &wanted, &all);
+    const int error = getaddrinfo(question.host.c_str(), question.port.c_str(), &wanted, &all);
+    if (error != 0) question.error = error == EAI_SYSTEM ? strerror(errno) : gai_strerror(error);
     for (const addrinfo *one = all; one != nullptr; one = one->ai_next) {
         Tcp::endpoint endpoint;
         if (one->ai_addrlen > endpoint.capacity()) continue;
@@ -55,7 +57,7 @@ asio::awaitable<std::vector<Tcp::endpoint>> resolve(asio::io_context &context, s
         throw boost::system::system_error(errno, boost::system::system_category());
     asio::posix::stream_descriptor answered(context, ends[0]);
     const auto question =
-        std::make_shared<Question>(Question{std::move(host), std::move(port), {}, 0});
+        std::make_shared<Question>(Question{std::move(host), std::move(port), {}, ""});
     // The end of the thread closes the pipe, which is seen as something to read.
     try {
         std::thread([question, end = ends[1]] {
@@ -66,11 +68,13 @@ asio::awaitable<std::vector<Tcp::endpoint>> resolve(asio::io_context &context, s
         close(ends[1]);
         throw;
     }
-    cancel = [&answered] { answered.cancel(); };
+    cancel = [&answered] { answered.close(); };
     co_await answered.async_wait(asio::posix::stream_descriptor::wait_read, asio::use_awaitable);
     cancel = nullptr;
-    if (question->error != 0)
-        throw boost::system::system_error(question->error, asio::error::get_addrinfo_category());
+    // It may be cancelled when the answer is there.
+    if (!answered.is_open()) throw boost::system::system_error(asio::error::operation_aborted);
+    if (!question->error.empty()) throw std::runtime_error(question->error);
+    if (question->found.empty()) throw std::runtime_error("its name has no address");
     co_return question->found;
 }
 

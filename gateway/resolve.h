@@ -14,8 +14,8 @@
 namespace gateway {
 
 /// Asks the system in a thread that nobody waits for, because it cannot be stopped, and a dead name
-/// server takes many seconds. cancel: is set to what ends the waiting. Throws
-/// boost::system::system_error.
+/// server takes many seconds. cancel: is set to what ends the waiting. Throws std::runtime_error in
+/// words.
 boost::asio::awaitable<std::vector<boost::asio::ip::tcp::endpoint>> resolve(
     boost::asio::io_context &context, std::string host, std::string port,
     std::function<void()> &cancel);

@@ -28,6 +28,22 @@ asio::awaitable<void> sleep(asio::steady_timer &timer, Clock::time_point until) 
     co_await timer.async_wait(asio::redirect_error(asio::use_awaitable, ignored));
 }
 
+std::string inWords(const std::exception &error) {
+    if (dynamic_cast<const rfb::ProtocolError *>(&error) != nullptr)
+        return std::string("it sends ") + error.what();
+    if (dynamic_cast<const std::bad_alloc *>(&error) != nullptr)
+        return "there is no memory for its picture";
+    const auto *ofSystem = dynamic_cast<const boost::system::system_error *>(&error);
+    if (ofSystem == nullptr) return error.what();
+    for (const boost::system::error_code &end :
+         {boost::system::error_code(asio::error::eof),
+          boost::system::error_code(asio::ssl::error::stream_truncated),
+          boost::system::error_code(asio::error::connection_reset),
+          boost::system::error_code(asio::error::broken_pipe)})
+        if (ofSystem->code() == end) return "the connection was closed";
+    return ofSystem->code().message();
+}
+
 }  // namespace
 
 struct SourceLine::Talk {
@@ -99,10 +115,11 @@ asio::awaitable<void> SourceLine::run() {
     while (!ending_) {
         if (!watched_) {
             pause = kFirst;
+            told.clear();
             co_await sleep(pause_, Clock::time_point::max());
             continue;
         }
-        // Viewers that come and go do not make it try more often.
+        // Viewers that come and go do not make it try more often than once a second.
         if (Clock::now() < notBefore) {
             co_await sleep(pause_, notBefore);
             continue;
@@ -112,10 +129,8 @@ asio::awaitable<void> SourceLine::run() {
         notBefore = begin + kFirst;
         try {
             co_await talk();
-        } catch (const rfb::ProtocolError &error) {
-            why = std::string("it sends ") + error.what();
         } catch (const std::exception &error) {
-            why = error.what();
+            why = inWords(error);
         }
         // Without a reason it ended because nobody watched.
         if (ending_ || !watched_ || why.empty()) continue;
@@ -171,9 +186,7 @@ asio::awaitable<void> SourceLine::talk() {
     try {
         stream = co_await connect();
     } catch (const std::exception &error) {
-        failed = error.what();
-        if (const auto *known = dynamic_cast<const boost::system::system_error *>(&error))
-            failed = known->code().message();
+        failed = inWords(error);
     }
     stopConnecting_ = nullptr;
     deadline.cancel();
@@ -192,8 +205,10 @@ asio::awaitable<void> SourceLine::talk() {
 }
 
 asio::awaitable<void> SourceLine::readAll(std::shared_ptr<Talk> talk) {
-    std::vector<std::uint8_t> chunk(std::size_t{1} << 16U);
+    constexpr std::chrono::microseconds kLittle(300);
     try {
+        std::vector<std::uint8_t> chunk(std::size_t{1} << 16U);
+        Clock::duration busy{};
         while (!talk->closed) {
             std::size_t overhead = 0;
             const std::size_t count =
@@ -203,24 +218,16 @@ asio::awaitable<void> SourceLine::readAll(std::shared_ptr<Talk> talk) {
             talk->source->take(chunk.data(), count);
             for (bool more = true; more && !talk->closed;) {
                 more = talk->source->work(begin);
+                busy += Clock::now() - begin;
                 // A source that keeps this thread busy gets half of its time.
-                constexpr std::chrono::microseconds kLittle(300);
-                if (const auto spent = Clock::now() - begin; more || spent > kLittle)
-                    co_await sleep(talk->rest, begin + 2 * spent);
+                if (busy > kLittle)
+                    co_await sleep(talk->rest, Clock::now() + std::exchange(busy, {}));
                 begin = Clock::now();
             }
             talk->wake.cancel();
         }
-    } catch (const rfb::ProtocolError &error) {
-        talk->close(std::string("it sends ") + error.what());
-    } catch (const boost::system::system_error &error) {
-        const bool ended =
-            error.code() == asio::error::eof || error.code() == asio::ssl::error::stream_truncated;
-        talk->close(ended ? "the connection was closed" : error.code().message());
-    } catch (const std::bad_alloc &) {
-        talk->close("there is no memory for its picture");
     } catch (const std::exception &error) {
-        talk->close(error.what());
+        talk->close(inWords(error));
     }
 }
 
@@ -241,8 +248,10 @@ asio::awaitable<void> SourceLine::writeAll(std::shared_ptr<Talk> talk) {
             co_await talk->stream->write(bytes);
             talk->deadline.cancel();
         }
+    } catch (const boost::system::system_error &) {
+        // The reader sees it, too, behind what the source said last.
     } catch (const std::exception &error) {
-        talk->close(error.what());
+        talk->close(inWords(error));
     }
 }
 

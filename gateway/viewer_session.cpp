@@ -92,13 +92,20 @@ void ViewerSession::take(const rfb::SetEncodings &message) {
     toldKeys_ = toldSize_ = false;
     leds_.reset();
     if (!knows(rfb::kFence)) stall_ = {};
+    changed();
+    lookForPixels();
+}
+
+// A JPEG waits that has to be decoded for this viewer.
+void ViewerSession::lookForPixels() {
+    if (wantsPixels() && desk_.picture().jpeg() != nullptr) desk_.look();
 }
 
 void ViewerSession::take(const rfb::UpdateRequest &message) {
     requested_ = true;
     refresh_ = refresh_ || !message.incremental;
     changed();
-    if (wantsPixels() && desk_.picture().jpeg() != nullptr) desk_.look();
+    lookForPixels();
 }
 
 void ViewerSession::changed() {

@@ -75,6 +75,7 @@ class ViewerSession : public Sitter {
     void take(const rfb::FenceEvent &event);
     void take(const rfb::SetDesktopSize &message);
     void chooseTiles();
+    void lookForPixels();
 
     bool knows(rfb::Encoding encoding) const;
     Time updateDue() const;

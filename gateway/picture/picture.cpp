@@ -11,6 +11,7 @@ void Picture::replaceSurface(unsigned width, unsigned height) {
     tiles_.clear();
     lines_.clear();
     banner_ = {banner_.number + 1, {}, {}};
+    grey_ = 0;
 }
 
 void Picture::open(unsigned width, unsigned height) {
@@ -55,7 +56,10 @@ void Picture::lose() {
     state_ = kLost;
     if (jpeg_ && !pixelsAreJpegs_) return;  // it is decoded before
     jpeg_.reset();
-    if (std::exchange(coloured_, false)) surface_->grey();
+    // What is grey already stays as it is, when the source came back in vain.
+    surface_->grey(grey_);
+    grey_ = surface_->version();
+    drawn_ = false;
     changed_();
 }
 
@@ -71,10 +75,8 @@ void Picture::decoded(const std::shared_ptr<const rfb::Jpeg> &jpeg,
     // It may have been closed, and opened again; and a newer one may have another size.
     const bool right = jpeg == std::exchange(inWork_, nullptr) && jpeg_ &&
                        jpeg->width == surface_->width() && jpeg->height == surface_->height();
-    if (right && !pixels.empty()) {
+    if (right && !pixels.empty())
         surface_->draw(0, 0, {pixels.data(), jpeg->width, jpeg->width, jpeg->height});
-        coloured_ = true;
-    }
     if (jpeg_ == jpeg) {
         pixelsAreJpegs_ = true;
         if (state_ == kLost) return lose();
@@ -84,6 +86,7 @@ void Picture::decoded(const std::shared_ptr<const rfb::Jpeg> &jpeg,
 
 // Words, and what a lost source left, stay until there is something to draw.
 void Picture::resize(unsigned width, unsigned height) {
+    if (width != width_ || height != height_) drawn_ = false;
     width_ = width;
     height_ = height;
 }
@@ -95,20 +98,24 @@ bool Picture::begin() {
         state_ = kLost;  // not yet whole
         changed_();
     }
-    coloured_ = true;
     return true;
 }
 
 void Picture::draw(unsigned x, unsigned y, const Pixels &pixels) {
-    if (begin()) surface_->draw(x, y, pixels);
+    if (!begin()) return;
+    surface_->draw(x, y, pixels);
+    drawn_ = true;
 }
 
 void Picture::copy(const Rectangle &from, unsigned x, unsigned y) {
-    if (begin()) surface_->copy(from, x, y);
+    if (!begin()) return;
+    surface_->copy(from, x, y);
+    drawn_ = true;
 }
 
+// An update may hold no pixels at all.
 void Picture::show() {
-    if (!begin()) return;
+    if (!isOpen() || !drawn_) return;
     state_ = kLive;
     changed_();
 }

@@ -79,7 +79,8 @@ class Picture : public rfb::Canvas {
     unsigned width_ = 0, height_ = 0;  ///< of the source's picture; 0: not known
     std::shared_ptr<const rfb::Jpeg> jpeg_, inWork_;
     bool decoding_ = false;
-    bool coloured_ = false;  ///< the surface has more than a grey picture
+    bool drawn_ = false;      ///< since its size was told, or the source was lost
+    std::uint64_t grey_ = 0;  ///< the surface's version when it became grey; 0: it did not
     unsigned jpegNumber_ = 0;
     bool pixelsAreJpegs_ = false;  ///< the surface shows jpeg_
     std::vector<std::string> lines_;

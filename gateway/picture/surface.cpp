@@ -3,6 +3,7 @@
 #include <sys/mman.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <new>
 
@@ -53,7 +54,6 @@ void Surface::draw(unsigned x, unsigned y, const Pixels &pixels) {
 }
 
 void Surface::copy(const Rectangle &from, unsigned x, unsigned y) {
-    if (from.width == 0) return;
     std::vector<Pixel> row(from.width);
     for (unsigned i = 0; i < from.height; ++i) {
         // From the end that is not written over before it is read.
@@ -64,18 +64,22 @@ void Surface::copy(const Rectangle &from, unsigned x, unsigned y) {
     }
 }
 
-void Surface::grey() {
-    std::vector<Pixel> row(width_);
-    for (unsigned y = 0; y < height_; ++y) {
-        for (unsigned x = 0; x < width_; ++x) {
-            // The weights of ITU-R BT.601, in parts of 512: half of the light.
-            const Pixel pixel = *at(x, y);
-            row[x] = ((pixel >> 16U & 0xFFU) * 77 + (pixel >> 8U & 0xFFU) * 150 +
-                      (pixel & 0xFFU) * 29) >>
-                     9U;
-            row[x] *= 0x010101U;
-        }
-        draw(0, y, {row.data(), width_, width_, 1});
+void Surface::grey(std::uint64_t after) {
+    for (std::size_t i = 0; i < changed_.size(); ++i) {
+        if (changed_[i] <= after) continue;
+        const Place place = tile(i);
+        std::array<Pixel, std::size_t{kTile} * kTile> grey{};
+        Pixel *to = grey.data();
+        for (unsigned y = 0; y < place.pixels.height; ++y)
+            for (unsigned x = 0; x < place.pixels.width; ++x) {
+                // The weights of ITU-R BT.601, in parts of 512: half of the light.
+                const Pixel pixel = place.pixels.row(y)[x];
+                *to++ = 0x010101U * (((pixel >> 16U & 0xFFU) * 77 + (pixel >> 8U & 0xFFU) * 150 +
+                                      (pixel & 0xFFU) * 29) >>
+                                     9U);
+            }
+        const Pixels &was = place.pixels;
+        draw(place.x, place.y, {grey.data(), was.width, was.width, was.height});
     }
 }
 

@@ -40,8 +40,8 @@ class Surface {
     void draw(unsigned x, unsigned y, const Pixels &pixels);
     /// Copies a rectangle that lies inside to another place inside.
     void copy(const Rectangle &from, unsigned x, unsigned y);
-    /// Takes the colours away, and half of the light.
-    void grey();
+    /// Takes the colours away, and half of the light, in tiles that changed after a version.
+    void grey(std::uint64_t after);
 
     /// Grows with each change.
     std::uint64_t version() const { return version_; }

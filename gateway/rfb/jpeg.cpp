@@ -58,7 +58,7 @@ class Header {
         const unsigned marker = bytes_[at_ + 1], size = read16(&bytes_[at_ + 2]);
         if (size < 2) refuse("with a broken header");
         if (bytes_.size() - at_ - 2 < size) refuse("that is cut in its header");
-        readSegment(marker, &bytes_[at_ + 4], size - 2);
+        readSegment(marker, bytes_.data() + at_ + 4, size - 2);
         at_ += 2 + size;
     }
 
@@ -69,11 +69,14 @@ class Header {
         } else if (marker == kScan) {
             if (width_ == 0 || height_ == 0) refuse("without a size");
             if (size < 1 || bytes[0] != components_) refuse("of several passes");
+            if (size != 4 + 2 * components_) refuse("with a broken header");
             pixels_ = true;
+        } else if (marker == kRestarts) {
+            if (size != 2) refuse("with a broken header");
         } else if (marker >= kFrame0 && marker <= kFrame15 && marker != kHuffmanTables) {
             refuse("of a kind that is not taken (progressive, lossless or arithmetic)");
-        } else if (marker != kHuffmanTables && marker != kQuantization && marker != kRestarts &&
-                   marker != kComment && (marker < kApplication0 || marker > kApplication15)) {
+        } else if (marker != kHuffmanTables && marker != kQuantization && marker != kComment &&
+                   (marker < kApplication0 || marker > kApplication15)) {
             refuse("with a broken header");
         }
     }

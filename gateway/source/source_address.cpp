@@ -72,9 +72,11 @@ SourceAddress parseSourceAddress(const std::string &text, const std::string &use
     std::string rest = text;
     // Nothing is quoted, for a password may be in it.
     const bool local = takePrefix(rest, "vnc:unix:");
-    if (!local && text.substr(0, text.find('?')).find('@') != std::string::npos)
-        refuse(
-            "user and password do not belong into the name of a source; there are keys for them");
+    const std::size_t slashes = rest.find("//"),
+                      begin = slashes == std::string::npos ? 0 : slashes + 2;
+    if (!local &&
+        rest.substr(begin, rest.find_first_of("/?#", begin) - begin).find('@') != std::string::npos)
+        refuse("user and password do not belong in the name of a source; there are keys for them");
     if (local) {
         constexpr std::size_t kMostPath = 107;  // sun_path, with the zero behind it
         address.kind = SourceAddress::kVnc;
@@ -93,8 +95,10 @@ SourceAddress parseSourceAddress(const std::string &text, const std::string &use
                "\" is no source of pictures: vnc:unix:PATH, vnc:HOST:PORT or mjpeg:URL");
     }
     // A path may be as secret as a password.
-    if (address.kind == SourceAddress::kMjpeg)
-        address.words = "mjpeg:" + std::string(address.tls ? "https://" : "http://") + address.host;
+    if (address.kind == SourceAddress::kMjpeg) {
+        const std::size_t host = text.find("//") + 2;
+        address.words = text.substr(0, text.find_first_of("/?#", host));
+    }
     if (!user.empty() && address.kind != SourceAddress::kMjpeg)
         refuse("only a source with mjpeg: takes a user");
     if (user.empty() != passwordFile.empty() && address.kind == SourceAddress::kMjpeg)

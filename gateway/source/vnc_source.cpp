@@ -318,9 +318,9 @@ bool VncSource::takeScreens() {
 Bytes VncSource::output(Time now) {
     const auto seconds = [](auto time) { return std::to_string(time.count() / 1000) + " s"; };
     if (now - progressed_ >= setup_.patience)
-        throw SourceError(running_
-                              ? "the server has not answered for " + seconds(setup_.patience)
-                              : "the server says nothing of RFB for " + seconds(setup_.patience));
+        throw SourceError(running_ ? "the server has not answered for " + seconds(setup_.patience)
+                                   : "the server did not finish the handshake of RFB within " +
+                                         seconds(setup_.patience));
     const auto whole = kWholeUpdates * setup_.patience;
     if (updating_ && now - *updating_ >= whole)
         throw SourceError("a picture has not come to its end for " + seconds(whole));

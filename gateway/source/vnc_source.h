@@ -59,7 +59,7 @@ class VncSource : public Source {
     rfb::Rectangle rectangle_{};
     unsigned width_ = 0, height_ = 0;
     bool running_ = false, probed_ = false;
-    /// What is to be asked for; never more than one request waits.
+    /// What is to be asked for; never more than one request waits, beside the probe.
     enum { kNothing, kChanges, kAll } wanted_ = kNothing;
     bool sleepy_ = false;  ///< it slows down when nobody says anything
     bool progress_ = false;

@@ -127,7 +127,7 @@ TEST(VncSource, ShakesHandsWithAllKindsOfServers) {
 }
 
 TEST(VncSource, DrawsEveryEncodingWhereverTheStreamIsCut) {
-    constexpr unsigned kWidth = 150, kHeight = 100;
+    constexpr unsigned kWidth = 150, kHeight = 250, kRows = 180;
     const Image image = drawn(kWidth, kHeight, 1);
     Bytes all = Server().greeting(kWidth, kHeight);
     Server::update(all, 1);  // everything, Raw
@@ -142,9 +142,9 @@ TEST(VncSource, DrawsEveryEncodingWhereverTheStreamIsCut) {
     }
     Server::head(all, 0, 0, 0, 0, rfb::kLastRectangle);
     Server::update(all, 2);  // down by 10 onto itself, then back up
-    Server::head(all, 5, 40, 100, 50, rfb::kCopyRect);
+    Server::head(all, 5, 40, 100, kRows, rfb::kCopyRect);
     rfb::append32(all, 5U << 16U | 30U);
-    Server::head(all, 3, 1, 100, 50, rfb::kCopyRect);
+    Server::head(all, 3, 1, 100, kRows, rfb::kCopyRect);
     rfb::append32(all, 4U << 16U | 20U);
 
     Surface wanted(kWidth, kHeight);
@@ -152,10 +152,10 @@ TEST(VncSource, DrawsEveryEncodingWhereverTheStreamIsCut) {
     for (unsigned x = 0; x < kWidth; x += 50) wanted.draw(x, 30, drawn(50, 64, x).all());
     const auto copy = [&](unsigned fromX, unsigned fromY, unsigned x, unsigned y) {
         std::vector<Pixel> block;
-        for (unsigned row = 0; row < 50; ++row)
+        for (unsigned row = 0; row < kRows; ++row)
             block.insert(block.end(), wanted.at(fromX, fromY + row),
                          wanted.at(fromX, fromY + row) + 100);
-        wanted.draw(x, y, {block.data(), 100, 100, 50});
+        wanted.draw(x, y, {block.data(), 100, 100, kRows});
     };
     copy(5, 30, 5, 40);
     copy(4, 20, 3, 1);
@@ -237,11 +237,13 @@ TEST(VncSource, DrawsTilesOfOtherServers) {
 
 TEST(VncSource, FollowsSizesAndRefusesMonstrousOnes) {
     Bytes all = Server().greeting(20, 20);
-    Server::update(all, 2);
+    Server::update(all, 3);
     Server::head(all, 0, 0, 40, 30, rfb::kDesktopSize);
     Server::head(all, 0, 0, 50, 60, rfb::kExtendedDesktopSize);
     all.insert(all.end(), {1, 0, 0, 0});
     all.insert(all.end(), 16, 0);
+    Server::head(all, 49, 59, 1, 1, rfb::kRaw);
+    rfb::append32(all, 0x01020300);
     Recorder canvas;
     const std::string answers = said(canvas, all, 5);
     EXPECT_EQ(canvas.surface().height(), 60U);
@@ -319,6 +321,7 @@ TEST(Jpeg, IsLookedAtBeforeAnybodyGetsIt) {
     };
     EXPECT_EQ(inserted(2, {0xFF, 0xFE, 0, 3, 7}), "");
     EXPECT_TRUE(holds(inserted(2, {0xFF, 0x01, 0, 2}), "broken header"));
+    EXPECT_TRUE(holds(complaint({0xFF, 0xD8, 0xFF, 0xFE, 0, 2}), "cut in its header"));
     EXPECT_TRUE(holds(inserted(good.size() - 2, {0xFF, 0xDA, 0, 8, 1, 1, 0, 0, 63, 0}), "passes"));
     EXPECT_TRUE(holds(inserted(good.size() - 2, good), "that is cut"));
     EXPECT_TRUE(holds(complaint(Bytes(good.begin(), good.end() - 2)), "that is cut"));
@@ -473,8 +476,13 @@ TEST(Picture, IsGreyWhenItsSourceIsLostAndComesBack) {
         ((before >> 16U) * 77 + (before >> 8U & 0xFFU) * 150 + (before & 0xFFU) * 29) >> 9U;
     EXPECT_NEAR(now, light, 12U);
     picture.resize(100, 60);
+    picture.show();
+    EXPECT_EQ(picture.state(), Picture::kLost) << "nothing was drawn";
+    const Pixel white = 0xFFFFFF;
+    picture.draw(99, 59, {&white, 1, 1, 1});
     picture.lose();
     EXPECT_EQ(*picture.surface().at(50, 20) & 0xFFU, now);
+    EXPECT_EQ(*picture.surface().at(99, 59), 0x7F7F7FU);
     for (unsigned y = 0; y < 60; ++y)
         for (unsigned x = 0; x < 100; ++x)
             ASSERT_EQ(*picture.surface().at(x, y) % 0x10101, 0U) << x << "," << y;

@@ -1,4 +1,4 @@
-// Finding words of the gateway in what a viewer shows.
+// Finding words of the gateway, and pictures, in what a viewer shows.
 #pragma once
 
 #include <algorithm>

@@ -120,6 +120,8 @@ def slow(line):
 def cut(line):
     screen(line)
     line.sendall(rectangle(0, 0, 640, 480, 0) + bytes(1000))
+    line.shutdown(socket.SHUT_WR)
+    line.recv(4096)
 
 
 RFB = [quiet, flood, garbage, lambda line: (line.sendall(b"RFB 003.008\n"), time.sleep(1000)),
