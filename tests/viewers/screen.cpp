@@ -34,8 +34,15 @@ Screen::Screen() {
     setenv("DISPLAY", (":" + number.substr(0, number.find('\n'))).c_str(), 1);
     // The keyboard of xdotool is one of its own, which counts once it has been used. Without the
     // option, Ctrl+Alt+F2 changes the screen of the X server.
-    const Outcome keyboard = run("xdotool key Shift_L && setxkbmap de -option srvrkeys:none");
-    if (keyboard.status != 0) throw std::runtime_error(keyboard.said);
+    // On a busy machine the server sometimes does not get its keymap at once.
+    Outcome keyboard;
+    const bool set = comesTrue(
+        [&] {
+            keyboard = run("xdotool key Shift_L && setxkbmap de -option srvrkeys:none");
+            return keyboard.status == 0;
+        },
+        std::chrono::seconds(20));
+    if (!set) throw std::runtime_error(keyboard.said);
 }
 
 Screen::~Screen() {
