@@ -31,6 +31,8 @@ using namespace std::chrono_literals;
 
 constexpr char kGateway[] = PROGRAM_DIR "/quillon-gateway";
 constexpr char kFolder[] = "/data/sockets";
+/// With fewer keys than these it is only to be seen that the measurements work.
+constexpr int kFew = 20;
 
 inline double milliseconds(Clock::duration time) {
     return std::chrono::duration<double, std::milli>(time).count();

@@ -344,8 +344,8 @@ int measure(int keys) {
                    "&& umask 077 && echo secret >/data/password") != 0)
             throw std::runtime_error("openssl is missing");
         measureEncoding();
-        measureWayThrough(200);
-        measureGuest(100);
+        measureWayThrough(keys < kFew ? 10 : 200);
+        if (keys >= kFew) measureGuest(100);
         for (const bool tls : {false, true}) measureStreams(100, tls, keys);
     } catch (const std::runtime_error &error) {
         fprintf(stderr, "quillon-picture-bench: %s\n", error.what());

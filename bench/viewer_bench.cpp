@@ -29,7 +29,7 @@ void measureLatency(int keys) {
 }
 
 // One viewer types 8 keys a second at each of these desks.
-void measureCost(unsigned endpoints, unsigned viewersEach, bool typing) {
+void measureCost(unsigned endpoints, unsigned viewersEach, bool typing, std::chrono::seconds time) {
     const StandIns standIns(endpoints);
     std::vector<std::string> addresses;
     for (unsigned i = 0; i < endpoints; ++i) addresses.push_back(standIns.address(i));
@@ -40,10 +40,10 @@ void measureCost(unsigned endpoints, unsigned viewersEach, bool typing) {
     for (unsigned i = 0; i < endpoints * viewersEach; ++i)
         audience.add("e" + std::to_string(i % endpoints));
     audience.start();
-    std::this_thread::sleep_for(8s);
+    std::this_thread::sleep_for(time);
     const double before = gateway.cpuSeconds();
     const auto begin = Clock::now();
-    for (auto due = begin; due < begin + 10s; due += 125ms) {
+    for (auto due = begin; due < begin + time; due += 125ms) {
         std::this_thread::sleep_until(due);
         if (!typing) continue;
         for (unsigned i = 0; i < endpoints; ++i) {
@@ -60,8 +60,9 @@ void measureCost(unsigned endpoints, unsigned viewersEach, bool typing) {
 int run(int keys) {
     try {
         measureLatency(keys);
-        for (const bool typing : {false, true}) measureCost(1, 1, typing);
-        for (const bool typing : {false, true}) measureCost(100, 2, typing);
+        const auto time = keys < kFew ? 2s : 10s;
+        for (const bool typing : {false, true}) measureCost(1, 1, typing, time);
+        for (const bool typing : {false, true}) measureCost(100, 2, typing, time);
     } catch (const std::runtime_error &error) {
         fprintf(stderr, "quillon-viewer-bench: %s\n", error.what());
         return 1;
