@@ -106,8 +106,8 @@ void appendDrive(Words &words, Handed &handed, const std::string &path, bool cdr
 }
 
 Words bootWords(const PcOptions &options, Handed &handed) {
-    // The firmware asks for Esc for a minute, the longest time it knows; where something boots behind
-    // it, as long as a person needs to look.
+    // The firmware asks for Esc for a minute, the longest time it knows; where something boots
+    // behind it, as long as a person needs to look.
     const Words uhci{"-device", "piix3-usb-uhci,id=usb"};
     Words words;
     switch (options.boot) {

@@ -22,8 +22,8 @@ class OnPc : public OnBoard {
   protected:
     ~OnPc() override;
 
-    /// Starts board and computer, and waits until the computer has the keyboard. picture: a listening
-    /// socket for its picture, or -1.
+    /// Starts board and computer, and waits until the computer has the keyboard. picture: a
+    /// listening socket for its picture, or -1.
     void power(sim::Boot boot, const std::string &settings = kFast, int picture = -1);
     sim::VirtualPc &pc() { return *pc_; }
     sim::Qmp &qmp() { return pc_->qemu()->qmp(); }
