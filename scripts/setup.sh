@@ -5,8 +5,8 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 packages=(g++ cmake ninja-build libboost-dev libcli11-dev libgtest-dev nlohmann-json3-dev
     libbenchmark-dev libncurses-dev libpango1.0-dev libssl-dev libtomlplusplus-dev
-    libturbojpeg0-dev libusbredirparser-dev libutf8proc-dev libvncserver-dev libx11-data libxkbcommon-dev pkg-config
-    xkb-data zlib1g-dev fonts-dejavu-core iproute2 nftables scdoc)
+    libturbojpeg0-dev libusbredirparser-dev libutf8proc-dev libvncserver-dev libx11-data
+    libxkbcommon-dev pkg-config xkb-data zlib1g-dev fonts-dejavu-core iproute2 nftables scdoc)
 # Node.js from elsewhere brings an npm of its own, and conflicts with Debian's.
 command -v npm >/dev/null || packages+=(npm)
 
