@@ -238,9 +238,9 @@ void Desk::followReach(Time now) {
         locks_.forget();
         if (!reachable_) keeper_->doubt(now);
         dirty_ = true;
-        const bool first = news_.empty();
-        note(reachable_ ? "The endpoint answers." : "The endpoint does not answer any more.");
-        if (first) told_ = {};
+        // Over a picture stands trouble() as long as it does not answer, and then nothing.
+        news_ = reachable_ ? "The endpoint answers." : "The endpoint does not answer any more.";
+        changed_();
     }
 }
 

@@ -244,7 +244,8 @@ void Gateway::drive(Seat &seat) {
             due = std::min(due, Clock::now() + kRetry);
         }
     seat.driver.callAt(due);
-    if (seat.source) seat.source->look();
+    if (!seat.source) return;
+    seat.source->look();
     decode(seat);
 }
 

@@ -296,6 +296,9 @@ void ViewerSession::appendTile(Bytes &to, std::size_t tile) {
         rfb::appendBytes(to, tiles_->tile(surface, tile, desk_.picture().tiles().encoder()));
     else
         appendPixels(to, place.pixels);
+    bannerHidden_ = bannerHidden_ || (place.y < covered_.y + covered_.height &&
+                                      place.x < covered_.x + covered_.width &&
+                                      place.x + place.pixels.width > covered_.x);
 }
 
 void ViewerSession::appendPixels(Bytes &to, const Pixels &pixels) {
@@ -327,10 +330,6 @@ unsigned ViewerSession::appendTiles(Bytes &to) {
         appendTile(to, tile);
         sent_[tile] = surface.changed(tile);
         ++count;
-        const Surface::Place place = surface.tile(tile);
-        bannerHidden_ = bannerHidden_ || (place.y < covered_.y + covered_.height &&
-                                          place.x < covered_.x + covered_.width &&
-                                          place.x + place.pixels.width > covered_.x);
     }
     return count;
 }

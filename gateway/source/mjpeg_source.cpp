@@ -2,6 +2,7 @@
 
 #include <openssl/evp.h>
 
+#include <array>
 #include <boost/algorithm/string/predicate.hpp>
 #include <boost/asio/buffer.hpp>
 #include <boost/beast/http/buffer_body.hpp>
@@ -126,7 +127,7 @@ void MjpegSource::take(const std::uint8_t *bytes, std::size_t count) {
 bool MjpegSource::work(Time now) {
     auto &parts = response_->parts();
     if (!parts) return false;
-    if (parts->leftOut() > 0) trouble_ = "it sends pictures of more than 4 MiB";
+    if (parts->leftOut()) trouble_ = "it sends pictures of more than 4 MiB";
     auto bytes = parts->newest();
     if (!bytes) return false;
     try {

@@ -34,8 +34,8 @@ std::optional<rfb::Bytes> MultipartReader::newest() {
     return std::exchange(newest_, std::nullopt);
 }
 
-unsigned MultipartReader::leftOut() {
-    return std::exchange(leftOut_, 0U);
+bool MultipartReader::leftOut() {
+    return std::exchange(leftOut_, false);
 }
 
 std::size_t MultipartReader::find(const std::string &what, std::size_t from) const {
@@ -115,7 +115,7 @@ void MultipartReader::readLength(const std::string &line) {
         return;
     size_ = size;
     step_ = size <= most_ ? &MultipartReader::readCounted : &MultipartReader::skip;
-    if (size > most_) ++leftOut_;
+    leftOut_ = leftOut_ || size > most_;
 }
 
 bool MultipartReader::readCounted() {
@@ -139,8 +139,7 @@ bool MultipartReader::readUntilBorder() {
     if (border == std::string::npos) {
         looked_ = std::max(begin_, buffer_.size() - std::min(buffer_.size(), border_.size()));
         if (buffer_.size() - begin_ > most_ + border_.size()) {
-            if (!tooLong_) ++leftOut_;
-            tooLong_ = true;
+            tooLong_ = leftOut_ = true;
             drop(looked_ - begin_);
         }
         return false;

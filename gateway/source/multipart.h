@@ -21,8 +21,8 @@ class MultipartReader {
     void take(const std::uint8_t *bytes, std::size_t count);
     /// The last part that is complete, once.
     std::optional<rfb::Bytes> newest();
-    /// Parts that were left out since the last call.
-    unsigned leftOut();
+    /// A part was left out since the last call.
+    bool leftOut();
 
   private:
     using Step = bool (MultipartReader::*)();
@@ -44,7 +44,7 @@ class MultipartReader {
     std::size_t size_ = 0;  ///< of the part, or what of it is to be skipped
     bool tooLong_ = false;
     std::optional<rfb::Bytes> newest_;
-    unsigned leftOut_ = 0;
+    bool leftOut_ = false;
 };
 
 }  // namespace gateway

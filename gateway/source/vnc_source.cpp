@@ -15,22 +15,18 @@ constexpr std::chrono::milliseconds kWakePeriod(100), kLeastBetweenRequests(15);
 constexpr int kWholeUpdates = 6;  // times the patience, for an update of many pieces
 
 std::string securityName(unsigned type) {
-    const std::pair<unsigned, const char *> kNames[] = {{5, "RA2"},
-                                                        {6, "RA2ne"},
-                                                        {16, "Tight"},
-                                                        {17, "Ultra"},
-                                                        {18, "TLS"},
-                                                        {19, "VeNCrypt"},
-                                                        {20, "SASL"},
-                                                        {21, "MD5"},
-                                                        {22, "xvp"},
-                                                        {30, "a Mac's account"},
-                                                        {129, "RA2-256"},
-                                                        {kNone, "None"},
-                                                        {kPassword, "VNC password"}};
+    const std::pair<unsigned, const char *> kNames[] = {
+        {5, "RA2"},       {6, "RA2ne"}, {16, "Tight"}, {17, "Ultra"}, {18, "TLS"},
+        {19, "VeNCrypt"}, {20, "SASL"}, {21, "MD5"},   {22, "xvp"},   {30, "a Mac's account"},
+        {129, "RA2-256"}};
     for (const auto &[number, name] : kNames)
         if (number == type) return name;
     return "type " + std::to_string(type);
+}
+
+[[noreturn]] void refuseSecurity(const std::string &names) {
+    throw SourceError("the server wants " + names +
+                      ", but only None and VNC password are spoken here");
 }
 
 }  // namespace
@@ -66,9 +62,8 @@ bool VncSource::work(Time now) {
     return more;
 }
 
-bool VncSource::skip(std::size_t bytes) {
+void VncSource::skip(std::size_t bytes) {
     skipping_ = bytes;
-    return true;
 }
 
 // ---- the handshake
@@ -97,9 +92,7 @@ bool VncSource::takeSecurity33() {
         step_ = &VncSource::takeReason;
         return true;
     }
-    if (type != kNone && type != kPassword)
-        throw SourceError("the server wants " + securityName(type) +
-                          ", but only None and VNC password are spoken here");
+    if (type != kNone && type != kPassword) refuseSecurity(securityName(type));
     startSecurity(type);
     return true;
 }
@@ -122,8 +115,7 @@ bool VncSource::takeSecurity() {
         std::string names;
         for (const std::uint8_t one : types)
             names += (names.empty() ? "" : ", ") + securityName(one);
-        throw SourceError("the server wants " + names +
-                          ", but only None and VNC password are spoken here");
+        refuseSecurity(names);
     }
     append8(out_, type);
     startSecurity(type);

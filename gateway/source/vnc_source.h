@@ -40,7 +40,7 @@ class VncSource : public Source {
     bool takeRectangle();
     bool takePixels();
     bool takeScreens();
-    bool skip(std::size_t bytes);
+    void skip(std::size_t bytes);
     void startSecurity(unsigned type);
     void begin();
     void request(bool incremental, unsigned width, unsigned height);
