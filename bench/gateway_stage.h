@@ -6,6 +6,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -149,13 +150,16 @@ class Gateway {
             file << "[endpoint.e" << i << "]\naddress = \"" << endpoints[i] << "\"\n"
                  << (keys ? keys(i) : "");
         file.close();
-        const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        const int said = open("/data/said", O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
         pid_ = sim::launch(
-            {{kGateway, "--config", "/data/gateway.toml"}, {}, "", -1, nowhere, -1, true});
-        close(nowhere);
-        const std::string last = kFolder + ("/e" + std::to_string(endpoints.size() - 1)) + ".sock";
-        for (int i = 0; i < 500 && access(last.c_str(), F_OK) != 0; ++i)
-            std::this_thread::sleep_for(20ms);
+            {{kGateway, "--config", "/data/gateway.toml"}, {}, "", -1, said, -1, true});
+        close(said);
+        // Its last line, when it listens everywhere.
+        while (!saidThat("Ctrl-C ends the gateway.")) {
+            if (waitpid(pid_, nullptr, WNOHANG) != 0)
+                throw std::runtime_error("the gateway did not start");
+            std::this_thread::sleep_for(10ms);
+        }
     }
     ~Gateway() {
         kill(pid_, SIGTERM);
@@ -180,6 +184,13 @@ class Gateway {
     }
 
   private:
+    static bool saidThat(const std::string &wanted) {
+        std::ifstream file("/data/said");
+        for (std::string line; std::getline(file, line);)
+            if (line == wanted) return true;
+        return false;
+    }
+
     pid_t pid_;
 };
 
