@@ -151,8 +151,8 @@ class Gateway {
                  << (keys ? keys(i) : "");
         file.close();
         const int said = open("/data/said", O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-        pid_ = sim::launch(
-            {{kGateway, "--config", "/data/gateway.toml"}, {}, "", -1, said, -1, true});
+        pid_ =
+            sim::launch({{kGateway, "--config", "/data/gateway.toml"}, {}, "", -1, said, -1, true});
         close(said);
         // Its last line, when it listens everywhere.
         while (!saidThat("Ctrl-C ends the gateway.")) {

@@ -1,10 +1,7 @@
 // The fence on the simulated board, whose consoles stand on a network of their own: what they send
 // passes eth0.
 
-#include <arpa/inet.h>
 #include <sys/mount.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <thread>
 
@@ -76,17 +73,15 @@ TEST_F(Fence, StrangersReachNothing) {
     startListening(test::kFast);
     EXPECT_NE(askFrom(kThird, kRecords, "link"), "no answer") << "the consoles' network is cut off";
     raise(kList);
-    const struct {
-        std::uint16_t port;
-        std::string bytes;
-    } sent[] = {{kRecords, kKeyA},
-                {kRecords, "software=" + kKeyA},
-                {kRecords, "link"},
-                {quillon::kOperatorPort, "query"},
-                {quillon::kOperatorPort, "per_enable=1"},
-                {quillon::kConsentPort, "reply|192.168.1.30|eve|1"},
-                {quillon::kHeartbeatPort, "ackheart"}};
-    for (const auto &datagram : sent) send(kThird, datagram.port, datagram.bytes);
+    const std::pair<std::uint16_t, std::string> sent[] = {
+        {kRecords, kKeyA},
+        {kRecords, "software=" + kKeyA},
+        {kRecords, "link"},
+        {quillon::kOperatorPort, "query"},
+        {quillon::kOperatorPort, "per_enable=1"},
+        {quillon::kConsentPort, "reply|192.168.1.30|eve|1"},
+        {quillon::kHeartbeatPort, "ackheart"}};
+    for (const auto &[port, bytes] : sent) send(kThird, port, bytes);
     send(kThird, quillon::kAnnouncePort, "query");
     // Another console may type and not command.
     send(kOther, quillon::kOperatorPort, "per_enable=1");
@@ -103,61 +98,42 @@ TEST_F(Fence, StrangersReachNothing) {
 
 TEST_F(Fence, LetsInWhatTheProtocolHas) {
     raise(kList);
-    unsigned long records = 0, questions = 0, commands = 0, answers = 0, software = 0;
-    for (const std::string &record : {kKeyA, kKeyUp, kAbs, kRel})
-        send(kConsole, kRecords, record), ++records;
+    const auto count = [&](const char *reason, const std::string &from, std::uint16_t port,
+                           const std::vector<std::string> &all) {
+        const unsigned long wanted = counted(reason) + all.size();
+        for (const std::string &bytes : all) send(from, port, bytes);
+        EXPECT_EQ(counted(reason, wanted), wanted) << reason;
+    };
+    count("records", kConsole, kRecords, {kKeyA, kKeyUp, kAbs, kRel});
     EXPECT_TRUE(arrives("a"));
-    for (const char *text :
-         {"link", "syncled", "capslock", "numlock", "out=on&num=off", "out=off&num=off"})
-        send(kConsole, kRecords, text), ++questions;
-    for (const std::string &record : {kKeyA, kAbs})
-        send(kOther, kRecords, "software=" + record), ++software;
-    for (const char *text :
-         {"query", "getKvmInfo", "getKvmInfo:192.168.1.10", "chip=rel", "chip=abs", "per_enable=1",
-          "connect|192.168.1.20-ann|192.168.1.20|3", "apply|192.168.1.20-ann|192.168.1.20|3",
-          "disconnect|192.168.1.20-ann|3",
-          "[seq]\n[controlled]=192.168.1.10\n[answer]=0.0.0.0000000:0\nusb_is_link_pc"})
-        send(kConsole, quillon::kOperatorPort, text), ++commands;
-    send(kConsole, quillon::kConsentPort, "reply|192.168.1.20|192.168.1.20-eve|0"), ++answers;
-    send(kConsole, quillon::kHeartbeatPort, "ackheart"), ++answers;
-    EXPECT_EQ(counted("records", records), records);
-    EXPECT_EQ(counted("questions", questions), questions);
-    EXPECT_EQ(counted("software_records", software), software);
-    EXPECT_EQ(counted("commands", commands), commands);
-    EXPECT_EQ(counted("closed_port", 0U), 0U);
-    EXPECT_EQ(counted("answers", answers), answers);
+    count("questions", kConsole, kRecords,
+          {"link", "syncled", "capslock", "numlock", "out=on&num=off", "out=off&num=off"});
+    count("software_records", kOther, kRecords, {"software=" + kKeyA, "software=" + kAbs});
+    count("commands", kConsole, quillon::kOperatorPort,
+          {"query", "getKvmInfo", "getKvmInfo:192.168.1.10", "chip=rel", "chip=abs", "per_enable=1",
+           "connect|192.168.1.20-ann|192.168.1.20|3", "apply|192.168.1.20-ann|192.168.1.20|3",
+           "disconnect|192.168.1.20-ann|3",
+           "[seq]\n[controlled]=192.168.1.10\n[answer]=0.0.0.0000000:0\nusb_is_link_pc"});
+    count("answers", kConsole, quillon::kConsentPort, {"reply|192.168.1.20|192.168.1.20-eve|0"});
+    count("answers", kConsole, quillon::kHeartbeatPort, {"ackheart"});
+    EXPECT_EQ(counted("closed_port"), 0U);
 
-    // A console that is not in software, with the word at every place where a record has room.
-    unsigned long odd = 0;
-    const auto refused = [&](const std::string &bytes) { send(kConsole, kRecords, bytes), ++odd; };
-    refused("software=" + kKeyA);
-    refused("xxx software=" + kKeyA.substr(0, 7));
-    refused(
-        "\x57\xAB"
-        "software="s);
-    refused("link software=" + kKeyA);
-    refused(kKeyA + "\0"s);
-    refused(kKeyA.substr(0, 10));
-    refused("\x57\xAB\x40\x02"s);  // commands of the CH9350
-    refused("\x57\xAB\x80\x40"s);
-    refused("\x57\xAB\x40\x02\0\0\0"s);
-    refused("linkx");
-    refused("");
-    refused(std::string(1400, 'a'));
-    refused(std::string(9000, 'a'));  // in fragments
-    EXPECT_EQ(counted("odd_record", odd), odd);
-    odd = 0;
-    for (const std::string &text :
-         {"query "s, "queryx"s, "chip=relx"s, "per_enable=12"s, "connect"s, "xconnect|a|b|1"s,
-          "connect|" + std::string(80, 'a'), ""s})
-        send(kConsole, quillon::kOperatorPort, text), ++odd;
-    EXPECT_EQ(counted("odd_command", odd), odd);
-    EXPECT_EQ(counted("closed_port", 0U), 0U);
-    send(kConsole, quillon::kConsentPort, "reply");
-    send(kConsole, quillon::kHeartbeatPort, "ackheart ");
-    EXPECT_EQ(counted("odd_answer", 2U), 2U);
-    EXPECT_EQ(counted("stranger", 0U), 0U);
-    EXPECT_EQ(counted("too_fast", 0U), 0U);
+    // A console that is not in software, with the word at every place where a record has room;
+    // commands of the CH9350; and what comes in fragments.
+    count("odd_record", kConsole, kRecords,
+          {"software=" + kKeyA, "xxx software=" + kKeyA.substr(0, 7),
+           "\x57\xAB"
+           "software="s,
+           "link software=" + kKeyA, kKeyA + "\0"s, kKeyA.substr(0, 10), "\x57\xAB\x40\x02"s,
+           "\x57\xAB\x80\x40"s, "\x57\xAB\x40\x02\0\0\0"s, "linkx", "", std::string(1400, 'a'),
+           std::string(9000, 'a')});
+    count("odd_command", kConsole, quillon::kOperatorPort,
+          {"query ", "queryx", "chip=relx", "per_enable=12", "connect", "xconnect|a|b|1",
+           "connect|" + std::string(80, 'a'), ""});
+    count("odd_answer", kConsole, quillon::kConsentPort, {"reply"});
+    count("odd_answer", kConsole, quillon::kHeartbeatPort, {"ackheart "});
+    for (const char *reason : {"closed_port", "stranger", "too_fast"})
+        EXPECT_EQ(counted(reason), 0U) << reason;
     test::expectHeld(
         run("quillon-fence status").said,
         {"The fence stands.", "13  turned away: neither a record nor a known question"});
@@ -176,21 +152,14 @@ TEST_F(Fence, OtherInterfacesAreShut) {
 // A person far away must still be able to log in, and other services to work.
 TEST_F(Fence, IsForThePortsOfTheDaemonAlone) {
     raise("");
-    const int listening = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in ssh{};
-    ssh.sin_family = AF_INET;
-    ssh.sin_port = htons(22);
-    inet_pton(AF_INET, kBoard, &ssh.sin_addr);
-    const auto *address = reinterpret_cast<const sockaddr *>(&ssh);
-    ASSERT_EQ(bind(listening, address, sizeof ssh), 0);
-    ASSERT_EQ(listen(listening, 1), 0);
+    const test::Background ssh("python3 -m http.server --bind 192.168.1.10 22 >/dev/null 2>&1");
     const quillon::DatagramSocket dns("", 53, "");
-    board_->consoleNetwork()->run([&] {
-        const int far = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        EXPECT_EQ(connect(far, address, sizeof ssh), 0) << "port 22 is shut";
-        close(far);
+    board_->consoleNetwork()->run([] {
+        const auto connects = [] {
+            return run("timeout 1 bash -c '</dev/tcp/192.168.1.10/22'").status == 0;
+        };
+        EXPECT_TRUE(test::comesTrue(connects, std::chrono::seconds(10))) << "port 22 is shut";
     });
-    close(listening);
     send(kThird, 53, "name?");
     EXPECT_TRUE(
         test::comesTrue([] { return sim::udpBytesWaiting(53) != 0; }, std::chrono::seconds(5)));

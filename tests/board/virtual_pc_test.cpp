@@ -82,64 +82,27 @@ TEST_F(ColdPc, LinuxEchoesALongLine) {
 
 // ---- restored
 
-// Kernel names of keys that are not the key's own name in capitals. What follows "KEY_".
-const std::map<std::string, std::string> kAliases{
-    {"escape", "ESC"},      {"printscreen", "SYSRQ"}, {"-", "MINUS"},
-    {"=", "EQUAL"},         {"[", "LEFTBRACE"},       {"]", "RIGHTBRACE"},
-    {"\\", "BACKSLASH"},    {";", "SEMICOLON"},       {"'", "APOSTROPHE"},
-    {"`", "GRAVE"},         {",", "COMMA"},           {".", "DOT"},
-    {"/", "SLASH"},         {"menu", "COMPOSE"},      {"ctrl", "LEFTCTRL"},
-    {"shift", "LEFTSHIFT"}, {"alt", "LEFTALT"},       {"gui", "LEFTMETA"},
-    {"rctrl", "RIGHTCTRL"}, {"rshift", "RIGHTSHIFT"}, {"altgr", "RIGHTALT"},
-    {"rgui", "RIGHTMETA"}};
+// What follows "KEY_" in the kernel's names: of keys whose own name in capitals it is not, and, by
+// the HID usage tables' own names, of positions without a name of ours.
+constexpr char kKernelNames[] =
+    "escape ESC printscreen SYSRQ - MINUS = EQUAL [ LEFTBRACE ] RIGHTBRACE \\ BACKSLASH ; "
+    "SEMICOLON "
+    "' APOSTROPHE ` GRAVE , COMMA . DOT / SLASH menu COMPOSE ctrl LEFTCTRL shift LEFTSHIFT "
+    "alt LEFTALT gui LEFTMETA rctrl RIGHTCTRL rshift RIGHTSHIFT altgr RIGHTALT rgui RIGHTMETA "
+    "0x32 BACKSLASH 0x54 KPSLASH 0x55 KPASTERISK 0x56 KPMINUS 0x57 KPPLUS 0x58 KPENTER 0x59 KP1 "
+    "0x5A KP2 0x5B KP3 0x5C KP4 0x5D KP5 0x5E KP6 0x5F KP7 0x60 KP8 0x61 KP9 0x62 KP0 0x63 KPDOT "
+    "0x64 102ND 0x66 POWER 0x67 KPEQUAL 0x74 OPEN 0x75 HELP 0x76 PROPS 0x77 FRONT 0x78 STOP "
+    "0x79 AGAIN 0x7A UNDO 0x7B CUT 0x7C COPY 0x7D PASTE 0x7E FIND 0x7F MUTE 0x80 VOLUMEUP "
+    "0x81 VOLUMEDOWN 0x85 KPCOMMA 0x87 RO 0x88 KATAKANAHIRAGANA 0x89 YEN 0x8A HENKAN "
+    "0x8B MUHENKAN 0x8C KPJPCOMMA 0x90 HANGEUL 0x91 HANJA 0x92 KATAKANA 0x93 HIRAGANA "
+    "0x94 ZENKAKUHANKAKU";
 
-// Positions without a name of ours, by the HID usage tables' own names.
-const std::map<int, std::string> kPositions{{0x32, "BACKSLASH"},
-                                            {0x54, "KPSLASH"},
-                                            {0x55, "KPASTERISK"},
-                                            {0x56, "KPMINUS"},
-                                            {0x57, "KPPLUS"},
-                                            {0x58, "KPENTER"},
-                                            {0x59, "KP1"},
-                                            {0x5A, "KP2"},
-                                            {0x5B, "KP3"},
-                                            {0x5C, "KP4"},
-                                            {0x5D, "KP5"},
-                                            {0x5E, "KP6"},
-                                            {0x5F, "KP7"},
-                                            {0x60, "KP8"},
-                                            {0x61, "KP9"},
-                                            {0x62, "KP0"},
-                                            {0x63, "KPDOT"},
-                                            {0x64, "102ND"},
-                                            {0x66, "POWER"},
-                                            {0x67, "KPEQUAL"},
-                                            {0x74, "OPEN"},
-                                            {0x75, "HELP"},
-                                            {0x76, "PROPS"},
-                                            {0x77, "FRONT"},
-                                            {0x78, "STOP"},
-                                            {0x79, "AGAIN"},
-                                            {0x7A, "UNDO"},
-                                            {0x7B, "CUT"},
-                                            {0x7C, "COPY"},
-                                            {0x7D, "PASTE"},
-                                            {0x7E, "FIND"},
-                                            {0x7F, "MUTE"},
-                                            {0x80, "VOLUMEUP"},
-                                            {0x81, "VOLUMEDOWN"},
-                                            {0x85, "KPCOMMA"},
-                                            {0x87, "RO"},
-                                            {0x88, "KATAKANAHIRAGANA"},
-                                            {0x89, "YEN"},
-                                            {0x8A, "HENKAN"},
-                                            {0x8B, "MUHENKAN"},
-                                            {0x8C, "KPJPCOMMA"},
-                                            {0x90, "HANGEUL"},
-                                            {0x91, "HANJA"},
-                                            {0x92, "KATAKANA"},
-                                            {0x93, "HIRAGANA"},
-                                            {0x94, "ZENKAKUHANKAKU"}};
+std::map<std::string, std::string> kernelNamesOfOurs() {
+    std::map<std::string, std::string> names;
+    std::istringstream words(kKernelNames);
+    for (std::string ours, theirs; words >> ours >> theirs;) names[ours] = theirs;
+    return names;
+}
 
 // The kernel's names for its codes, without "KEY_".
 std::map<unsigned, std::set<std::string>> kernelNames() {
@@ -155,23 +118,23 @@ std::map<unsigned, std::set<std::string>> kernelNames() {
 
 TEST_F(VirtualPc, KernelReadsEveryKeyAndModifier) {
     power(sim::Boot::kLinux);
+    auto aliases = kernelNamesOfOurs();
     std::string combos;
     std::vector<std::string> expected;
     std::set<int> unknown;  // to Linux
     constexpr int kLast = 0x94;
     for (int usage = quillon::kUsageA; usage <= kLast; ++usage) {
+        char number[8];
+        snprintf(number, sizeof number, "0x%02X", usage);
+        combos += std::string(" usage:") + number;
         std::string name = quillon::keyName(static_cast<std::uint8_t>(usage));
-        const auto position = kPositions.find(usage);
-        char combo[32];
-        snprintf(combo, sizeof combo, " usage:0x%02x", usage);
-        combos += combo;
-        if (position != kPositions.end()) {
-            name = position->second;
+        if (aliases.count(number) != 0) {
+            name = aliases[number];
         } else if (name.rfind("key ", 0) == 0) {
             unknown.insert(usage);
             name = "UNKNOWN";
-        } else if (kAliases.count(name) != 0) {
-            name = kAliases.at(name);
+        } else if (aliases.count(name) != 0) {
+            name = aliases[name];
         } else {
             std::transform(name.begin(), name.end(), name.begin(), ::toupper);
         }
@@ -181,7 +144,7 @@ TEST_F(VirtualPc, KernelReadsEveryKeyAndModifier) {
     EXPECT_EQ(unknown, (std::set<int>{0x82, 0x83, 0x84, 0x86, 0x8D, 0x8E, 0x8F}));
     for (const char *name : {"ctrl", "shift", "alt", "gui", "rctrl", "rshift", "altgr", "rgui"}) {
         combos += std::string(" ") + name;
-        expected.push_back(kAliases.at(name));
+        expected.push_back(aliases.at(name));
     }
     console("key" + combos);
     const auto names = kernelNames();
@@ -209,15 +172,12 @@ TEST_F(VirtualPc, KernelReadsEveryKeyAndModifier) {
 
 TEST_F(VirtualPc, PointerIsWhereTheConsolePutsIt) {
     power(sim::Boot::kLinux);
-    const auto axis = [&](unsigned code) {
-        return event([=](const Event &e) { return e.type == EV_ABS && e.code == code; }).value;
-    };
     const auto expectMoves = [&](int width, int height) {
         for (const auto &[x, y] :
              {std::pair(1, 1), {width / 3, height / 2}, {width - 1, height - 1}}) {
             console("mouse move " + std::to_string(x) + " " + std::to_string(y));
-            EXPECT_NEAR(axis(ABS_X), 4096 * x / width, 1) << width;
-            EXPECT_NEAR(axis(ABS_Y), 4096 * y / height, 1) << height;
+            EXPECT_NEAR(value(EV_ABS, ABS_X), 4096 * x / width, 1) << width;
+            EXPECT_NEAR(value(EV_ABS, ABS_Y), 4096 * y / height, 1) << height;
         }
     };
     expectMoves(1920, 1080);
@@ -228,26 +188,16 @@ TEST_F(VirtualPc, PointerIsWhereTheConsolePutsIt) {
         {"left", BTN_LEFT}, {"right", BTN_RIGHT}, {"middle", BTN_MIDDLE}};
     for (const auto &[name, code] : buttons) {
         console(std::string("mouse click --at 10 10 ") + name);
-        for (const int value : {1, 0}) {
-            const Event seen = event([](const Event &e) { return e.type == EV_KEY; });
-            EXPECT_EQ(seen.code, code);
-            EXPECT_EQ(seen.value, value);
-        }
+        for (const int is : {1, 0}) EXPECT_EQ(value(EV_KEY, code), is);
     }
     console("mouse wheel --at 10 10 3");
     console("mouse wheel --at 10 10 -- -2");
-    for (const int notches : {3, -2})
-        EXPECT_EQ(
-            event([](const Event &e) { return e.type == EV_REL && e.code == REL_WHEEL; }).value,
-            notches);
+    for (const int notches : {3, -2}) EXPECT_EQ(value(EV_REL, REL_WHEEL), notches);
 
     console("mouse-mode rel");
     console("mouse by 100 -- -120");
-    for (const auto &[code, way] : {std::pair(REL_X, 100), {REL_Y, -120}}) {
-        const unsigned which = static_cast<unsigned>(code);
-        EXPECT_EQ(event([=](const Event &e) { return e.type == EV_REL && e.code == which; }).value,
-                  way);
-    }
+    EXPECT_EQ(value(EV_REL, REL_X), 100);
+    EXPECT_EQ(value(EV_REL, REL_Y), -120);
 }
 
 TEST_F(VirtualPc, RawChipHasAnAbsoluteAndARelativeMouse) {
@@ -256,9 +206,6 @@ TEST_F(VirtualPc, RawChipHasAnAbsoluteAndARelativeMouse) {
     power(sim::Boot::kLinux);
     console("key a");
     EXPECT_EQ(event([](const Event &e) { return e.type == EV_KEY; }).code, unsigned{KEY_A});
-    const auto value = [&](unsigned type, unsigned code) {
-        return event([=](const Event &e) { return e.type == type && e.code == code; }).value;
-    };
     for (const auto &[x, y] : {std::pair(1440, 270), {7, 1079}, {1919, 3}}) {
         console("mouse move " + std::to_string(x) + " " + std::to_string(y));
         EXPECT_NEAR(value(EV_ABS, ABS_X), 1024 * x / 1920, 1);

@@ -1,6 +1,5 @@
 #include "tests/guest/guest.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -36,63 +35,27 @@ void makePair(sim::Descriptor &here, sim::Descriptor &there) {
     there = sim::Descriptor(ends[1]);
 }
 
-void makeEmpty(const std::string &file, off_t size) {
-    const int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    if (fd < 0 || ftruncate(fd, size) != 0) throw std::runtime_error("cannot make " + file);
-    close(fd);
-}
-
 }  // namespace
 
 Guest::Guest(const std::string &folder) : folder_(folder) {
     sim::Descriptor qmp, qmpThere, shellThere;
     makePair(qmp, qmpThere);
     makePair(shell_, shellThere);
-    const std::string settings = folder + "/settings.img";
-    makeEmpty(settings, 32 << 20);
-    sim::runTool({"mke2fs", "-q", "-t", "ext4", "-F", settings}, "");
-    const auto drive = [&](const std::string &name, const char *more) {
-        return "file=" + folder + "/" + name + ",format=raw,if=virtio" + more;
-    };
-    const auto chardev = [](const char *id, const sim::Descriptor &fd) {
-        return std::string("socket,id=") + id + ",fd=" + std::to_string(fd.get());
-    };
+    sim::runTool({"mke2fs", "-q", "-t", "ext4", "-F", folder + "/settings.img", "32M"}, "");
     sim::Launch qemu;
-    qemu.arguments = {"qemu-system-x86_64",
-                      "-nodefaults",
-                      "-display",
-                      "none",
-                      "-accel",
-                      "tcg",
-                      "-smp",
-                      "2",
-                      "-cpu",
-                      "max",
-                      "-m",
-                      "512",
-                      "-kernel",
-                      folder + "/vmlinuz",
-                      "-initrd",
-                      folder + "/initrd.gz",
-                      "-append",
-                      "console=ttyS0 mitigations=off quiet panic=5",
-                      "-no-reboot",
-                      "-drive",
-                      drive("root.img", ",snapshot=on"),
-                      "-drive",
-                      drive("packages.img", ",snapshot=on"),
-                      "-drive",
-                      drive("settings.img", ""),
-                      "-serial",
-                      "file:" + folder + "/console.log",
-                      "-chardev",
-                      chardev("shell", shellThere),
-                      "-serial",
-                      "chardev:shell",
-                      "-chardev",
-                      chardev("qmp", qmpThere),
-                      "-mon",
-                      "chardev=qmp,mode=control"};
+    qemu.directory = folder;
+    qemu.arguments = {
+        "sh", "-c",
+        "exec qemu-system-x86_64 -nodefaults -display none -accel tcg -smp 2 -cpu max -m 512 "
+        "-kernel vmlinuz -initrd initrd.gz -no-reboot "
+        "-append 'console=ttyS0 mitigations=off quiet panic=5' "
+        "-drive file=root.img,format=raw,if=virtio,snapshot=on "
+        "-drive file=packages.img,format=raw,if=virtio,snapshot=on "
+        "-drive file=settings.img,format=raw,if=virtio "
+        "-serial file:console.log -serial chardev:shell -mon chardev=qmp,mode=control "
+        "-chardev socket,id=shell,fd=" +
+            std::to_string(shellThere.get()) +
+            " -chardev socket,id=qmp,fd=" + std::to_string(qmpThere.get())};
     qemu.descriptors = {qmpThere.get(), shellThere.get()};
     pid_ = sim::launch(qemu);
     machine = pid_;

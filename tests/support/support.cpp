@@ -1,10 +1,14 @@
 #include "tests/support/support.h"
 
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <thread>
+#include <utility>
+
+#include "sim/host/process.h"
 
 namespace test {
 
@@ -39,6 +43,18 @@ Outcome run(const std::string &command) {
     const int status = pclose(pipe);
     outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return outcome;
+}
+
+Background::Background(const std::string &command)
+    : pid_(sim::launch({{"sh", "-c", "exec " + command}, {}, "", -1, -1, -1, true})) {}
+
+Background::~Background() {
+    if (pid_ > 0) end(SIGKILL);
+}
+
+int Background::end(int signal) {
+    kill(pid_, signal);
+    return sim::awaitExit(std::exchange(pid_, -1));
 }
 
 bool holds(const std::string &all, const std::string &text) {

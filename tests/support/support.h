@@ -25,6 +25,24 @@ struct Outcome {
 };
 /// Runs a shell command; its status, and what it said on both outputs.
 Outcome run(const std::string &command);
+
+/// A shell command that runs beside the test, in a session of its own; it is killed with the
+/// object.
+class Background {
+  public:
+    explicit Background(const std::string &command);
+    ~Background();
+    Background(const Background &) = delete;
+    Background &operator=(const Background &) = delete;
+
+    /// Its exit status, or 128 plus the signal that ended it.
+    int end(int signal);
+    pid_t pid() const { return pid_; }
+
+  private:
+    pid_t pid_;
+};
+
 bool holds(const Outcome &outcome, const std::string &text);
 bool holds(const std::string &all, const std::string &text);
 /// Expects each of the texts, anywhere in all.
