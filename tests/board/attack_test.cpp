@@ -2,7 +2,6 @@
 
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -54,21 +53,6 @@ class Responder {
     std::thread thread_;
 };
 
-// Does something as another user of the machine. False in a user namespace that has one user only.
-// Descriptors that deed opens stay open until the test ends.
-bool asStranger(const std::function<void()> &deed) {
-    bool became = false;
-    std::thread([&] {
-        constexpr uid_t kNobody = 65534;
-        // System calls change this thread alone; the library's functions change all threads.
-        became = syscall(SYS_setgroups, 0, nullptr) == 0 &&
-                 syscall(SYS_setresgid, kNobody, kNobody, kNobody) == 0 &&
-                 syscall(SYS_setresuid, kNobody, kNobody, kNobody) == 0;
-        if (became) deed();
-    }).join();
-    return became;
-}
-
 // A socket for a name of the abstract name space; take is bind or connect.
 int abstractSocket(const char *name, int (*take)(int, const sockaddr *, socklen_t)) {
     sockaddr_un address{};
@@ -114,7 +98,7 @@ TEST(Escapes, OfAnEndpointReachNoTerminal) {
 }
 
 TEST(BoardControl, BelievesNobodyElsesBoard) {
-    if (!asStranger([] { listenAt("quillon-board/0/default", "usb attached"); }))
+    if (!test::asStranger([] { listenAt("quillon-board/0/default", "usb attached"); }))
         GTEST_SKIP() << "one user only";
     for (const char *arguments : {"ctl status", "enter -- touch /entered", "-- touch /entered"}) {
         const Outcome outcome = run(std::string("quillon-board ") + arguments);
@@ -129,7 +113,7 @@ TEST(BoardControl, SilentStrangersHoldNobodyUp) {
     run("quillon-board --name busy >/dev/null 2>&1 & "
         "until quillon-board --name busy ctl status 2>/dev/null | grep -q :80; do sleep 0.02; "
         "done");
-    asStranger([] {
+    test::asStranger([] {
         for (int i = 0; i < 9; ++i) abstractSocket("quillon-board/0/busy", connect);
     });
     const auto begin = sim::Clock::now();
@@ -185,7 +169,7 @@ TEST(Wait, ForAnAnswerEndsWithCtrlC) {
 
 TEST(Relay, NameThatAnotherUserHoldsKeepsNobodyFromAnsweringHeartbeats) {
     sim::makeEth0({kConsole});
-    const bool isHeld = asStranger([] {
+    const bool isHeld = test::asStranger([] {
         listenAt("quillon-watch-192.168.1.20", "");
         listenAt("quillon-watch/0/192.168.1.20", "");
     });
@@ -205,7 +189,7 @@ TEST(Relay, AnotherUserHearsNothing) {
     run("quillon-console --from 192.168.1.22 watch --refuse >/dev/null 2>/data/said & "
         "until grep -q watching /data/said; do sleep 0.02; done");
     // Returns when the console closes the connection.
-    asStranger([] {
+    test::asStranger([] {
         char text[256];
         const int fd = abstractSocket("quillon-watch/0/192.168.1.22", connect);
         while (recv(fd, text, sizeof text, 0) > 0) continue;

@@ -70,22 +70,17 @@ TEST(Computer, WhatIsMissingOrWrongIsSaid) {
                   "printf 'QFI\\373\\0\\0\\0\\2\\0\\0\\0\\0\\0\\0\\0\\110' >/data/backed")
                   .status,
               0);
-    const std::pair<const char *, const char *> wrong[] = {
-        {"--computer windows",
-         "--computer takes bios, grub, linux, or a file; there is no windows"},
-        {"--computer linux --computer-files /data", "cannot open /data/vmlinuz"},
-        {"--computer linux --layout de", "--layout"},
-        {"--computer bios --chip-buffer two", "two"},
-        {"--computer /data", "is no file"},
-        {"--computer /data/pipe", "is no file"},
-        {"--computer /data/backed", "needs another file"},
-        {"--vnc", "--computer"},
-        {"--computer bios --computer-files /nowhere", "/nowhere"}};
-    for (const auto &[arguments, message] : wrong) {
-        const Outcome outcome = run(std::string("quillon-board ") + arguments);
-        EXPECT_EQ(outcome.status, 2) << arguments;
-        EXPECT_TRUE(holds(outcome, message)) << outcome.said;
-    }
+    test::expectRefused("quillon-board", 2,
+                        {{"--computer windows",
+                          "--computer takes bios, grub, linux, or a file; there is no windows"},
+                         {"--computer linux --computer-files /data", "cannot open /data/vmlinuz"},
+                         {"--computer linux --layout de", "--layout"},
+                         {"--computer bios --chip-buffer two", "two"},
+                         {"--computer /data", "is no file"},
+                         {"--computer /data/pipe", "is no file"},
+                         {"--computer /data/backed", "needs another file"},
+                         {"--vnc", "--computer"},
+                         {"--computer bios --computer-files /nowhere", "/nowhere"}});
     EXPECT_TRUE(holds(run("PATH=/nowhere /quillon-programs/quillon-board --computer bios"),
                       "qemu-system-x86_64 is missing; Debian's package qemu-system-x86"));
     EXPECT_TRUE(holds(run("quillon-board --quiet 2>/dev/null & "

@@ -18,34 +18,16 @@ constexpr char kControl[] =
 
 class Terminal : public test::OnBoard {
   protected:
-    // Collects every event at the computer, except typed text, in seen_.
     void startControl(const std::string &arguments = "", const std::string &settings = "") {
         startListening(kFast + settings);
-        board_->computer().onEvent([this](const sim::Computer::Event &event) {
-            const std::lock_guard<std::mutex> lock(mutex_);
-            if (event.kind != sim::Computer::Event::kText) seen_ += event.what + "\n";
-        });
+        collectEvents();
         terminal_ = std::make_unique<Tmux>(kControl + arguments);
         ASSERT_TRUE(terminal_->shows("answers in")) << terminal_->screen();
     }
 
-    void TearDown() override {
-        if (board_) board_->computer().onEvent(nullptr);
-    }
+    // A cell of the terminal is some pixels of the picture.
+    bool points(int x, int y) { return at(x, y, 15, 35); }
 
-    bool sees(const std::string &what) {
-        return becomes([&](const auto &) {
-            const std::lock_guard<std::mutex> lock(mutex_);
-            return test::holds(seen_, what);
-        });
-    }
-    bool at(int x, int y) {
-        return becomes(
-            [&](const auto &s) { return std::abs(s.x - x) < 15 && std::abs(s.y - y) < 35; });
-    }
-
-    std::mutex mutex_;
-    std::string seen_;
     std::unique_ptr<Tmux> terminal_;
 };
 
@@ -54,7 +36,7 @@ TEST_F(Terminal, TypesPastesAndSendsCombinations) {
     terminal_->send("Hello, World!\r");
     EXPECT_TRUE(arrives("Hello, World!\n"));
     terminal_->press("C-c F5 M-x");
-    EXPECT_TRUE(sees("ctrl+c\nf5\nalt+x\n")) << seen_;
+    EXPECT_TRUE(sees("ctrl+c\nf5\nalt+x\n")) << seen();
     terminal_->press("C-]");
     EXPECT_TRUE(terminal_->shows("x  ctrl+alt+delete"));
     terminal_->press("x");
@@ -82,18 +64,18 @@ TEST_F(Terminal, TypesPastesAndSendsCombinations) {
 TEST_F(Terminal, MousePointsClicksAndFollowsTheWindow) {
     startControl();
     terminal_->send("\x1b[<35;40;11M");  // the middle of the picture: columns 2 to 79, rows 3 to 19
-    EXPECT_TRUE(at(960, 540));
+    EXPECT_TRUE(points(960, 540));
     terminal_->send("\x1b[<0;40;11M\x1b[<0;40;11m\x1b[<2;40;11M\x1b[<2;40;11m\x1b[<65;40;11M");
-    EXPECT_TRUE(sees("turned by -1")) << seen_;
-    test::expectHeld(seen_, {"left down", "right down"});
+    EXPECT_TRUE(sees("turned by -1")) << seen();
+    test::expectHeld(seen(), {"left down", "right down"});
     terminal_->resize(120, 40);
     EXPECT_TRUE(terminal_->shows("mouse: positions"));
     terminal_->send("\x1b[<35;119;35M");
-    EXPECT_TRUE(at(1911, 1063));
+    EXPECT_TRUE(points(1911, 1063));
     terminal_->press("C-] m");
     ASSERT_TRUE(terminal_->shows("mouse: movements"));
     terminal_->send("\x1b[<35;60;20M\x1b[<35;50;20M");
-    EXPECT_TRUE(at(1911 - 10 * (1920 / 118), 1063));
+    EXPECT_TRUE(points(1911 - 10 * (1920 / 118), 1063));
 }
 
 TEST_F(Terminal, KeysAreHeldWhereTheTerminalTellsReleases) {

@@ -29,17 +29,13 @@ TEST(QuillonConsole, AsksAndSwitchesFromTheCommandLine) {
 
 TEST(QuillonConsole, ErrorsComeBeforeAnythingIsSent) {
     const std::string nobody = "quillon-console --to 127.0.0.1 --port 9 ";
-    const std::pair<const char *, const char *> wrong[] = {
-        {"type 'na\xC3\xAFve'",
-         "cannot type character 3 (U+00EF): the layout us has no key for it; nothing was typed"},
-        {"key ctrl+alt+nokey", "unknown key \"nokey\""},
-        {"key a+b", "only one reaches the computer"},
-        {"mouse by 1 1", "nobody listens at 127.0.0.1:41302"}};
-    for (const auto &[arguments, message] : wrong) {
-        const Outcome outcome = run(nobody + arguments);
-        EXPECT_EQ(outcome.status, 1) << arguments;
-        EXPECT_TRUE(holds(outcome, message)) << outcome.said;
-    }
+    test::expectRefused(
+        nobody, 1,
+        {{"type 'na\xC3\xAFve'",
+          "cannot type character 3 (U+00EF): the layout us has no key for it; nothing was typed"},
+         {"key ctrl+alt+nokey", "unknown key \"nokey\""},
+         {"key a+b", "only one reaches the computer"},
+         {"mouse by 1 1", "nobody listens at 127.0.0.1:41302"}});
     for (const char *arguments : {"", "type a b c", "mouse move 1", "mouse click up --at 1 1",
                                   "mouse move 70000 1", "--port 0 type a", "dance"}) {
         const Outcome outcome = run(nobody + arguments);

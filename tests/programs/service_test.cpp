@@ -4,9 +4,9 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <optional>
 
 #include "protocol/ports.h"
-#include "sim/host/process.h"
 #include "software_config.h"
 #include "tests/support/on_board.h"
 #include "tests/support/tmux.h"
@@ -24,8 +24,7 @@ class Service : public test::OnBoard {
 
 TEST_F(Service, GuardCopiesEachCompleteWriteUntilItIsEnded) {
     ASSERT_EQ(mkdir("/data/state", 0755), 0);
-    const pid_t guard = sim::launch(
-        {{"quillon-guard", "watch", "--folder", "/data/state"}, {}, "", -1, -1, -1, false});
+    test::Background guard("quillon-guard watch --folder /data/state");
     SoftwareConfig config;
     const auto write = [&](const char *user) {
         config.SetConfig(SoftwareConfig::kConnectName, user);
@@ -50,8 +49,7 @@ TEST_F(Service, GuardCopiesEachCompleteWriteUntilItIsEnded) {
     EXPECT_EQ(run("quillon-guard restore --folder /data/state").said,
               "quillon.ini was incomplete: the copy is back in its place\n");
     EXPECT_EQ(run("quillon-guard --folder /data/state status").status, 0);
-    kill(guard, SIGTERM);
-    EXPECT_EQ(sim::awaitExit(guard), 128 + SIGTERM);
+    EXPECT_EQ(guard.end(SIGTERM), 128 + SIGTERM);
 
     const test::Outcome nowhere = run("quillon-guard watch --folder /nowhere");
     EXPECT_EQ(nowhere.status, 1);
@@ -88,23 +86,6 @@ TEST_F(Service, HealthCheckDoesNotTakeABusyDaemonForAHungOne) {
     const test::Outcome busy = run("quillon-health --folder /data/quillon --patience 15");
     EXPECT_EQ(busy.status, 0) << busy.said;
     EXPECT_EQ(busy.said, "The daemon is busy with the commands of operators.\n");
-}
-
-TEST_F(Service, HealthCheckReportsAMissingRecordPort) {
-    {
-        // When another program has it at the start, the daemon goes on without.
-        const quillon::DatagramSocket taken("", 80, "", quillon::DatagramSocket::kAlone);
-        start(test::kFast);
-        ASSERT_TRUE(logs("bind error"));
-    }
-    std::string said;
-    EXPECT_TRUE(comesTrue(
-        [&] {
-            said = run("quillon-health --folder /data/quillon").said;
-            return test::holds(said, "The daemon answers.\nWARNING: no program has UDP port 80,");
-        },
-        seconds(10)))
-        << said;
 }
 
 TEST_F(Service, DoctorFindsTheSimulatedBoardFitAndSaysWhatIsNot) {
@@ -150,46 +131,36 @@ TEST_F(Service, DoctorLeavesARunningDaemonAlone) {
     EXPECT_TRUE(arrives("a"));
 
     // A program of another user has the port for heartbeats, which the daemon has only sometimes.
-    int ready[2];
-    ASSERT_EQ(pipe(ready), 0);
-    const pid_t stranger = fork();
-    if (stranger == 0) {
-        const bool other = setresuid(1, 1, 1) == 0;  // not where there is only one user
-        const quillon::DatagramSocket taken("", quillon::kHeartbeatPort, "");
-        _exit(write(ready[1], other ? "y" : "n", 1) == 1 ? pause() : 1);
-    }
-    char other = 'n';
-    ASSERT_EQ(read(ready[0], &other, 1), 1);
+    std::optional<quillon::DatagramSocket> taken;
+    const bool other = test::asStranger([&] { taken.emplace("", quillon::kHeartbeatPort, ""); });
     const std::string said = run("quillon-doctor --folder /data/quillon").said;
     EXPECT_EQ(test::holds(said, "WRONG  UDP port 41301 (heartbeats) is taken by another program"),
-              other == 'y');
-    kill(stranger, SIGKILL);
-    sim::awaitExit(stranger);
+              other);
 }
 
-TEST_F(Service, DoctorSeesADaemonThatNobodyReaches) {
+TEST_F(Service, ADaemonWithoutItsRecordPortIsToldByBoth) {
     {
-        // Another program has its port at its start.
+        // When another program has it at the start, the daemon goes on without.
         const quillon::DatagramSocket taken("", 80, "", quillon::DatagramSocket::kAlone);
         start(test::kFast);
         ASSERT_TRUE(logs("bind error"));
     }
+    std::string said;
+    EXPECT_TRUE(comesTrue(
+        [&] {
+            said = run("quillon-health --folder /data/quillon").said;
+            return test::holds(said, "The daemon answers.\nWARNING: no program has UDP port 80,");
+        },
+        seconds(10)))
+        << said;
     const test::Outcome deaf = run("quillon-doctor --folder /data/quillon");
     EXPECT_EQ(deaf.status, 1);
-    EXPECT_TRUE(test::holds(deaf.said,
-                            "WRONG  UDP port 80 (records) is not in use although the daemon runs"));
+    expectHeld(deaf.said, {"WRONG  UDP port 80 (records) is not in use although the daemon runs"});
 }
 
 TEST_F(Service, ABoardWithoutSystemdHasAScript) {
     make(test::kFast);
-    const pid_t script =
-        sim::launch({{SOURCE_DIR "/packaging/start-without-systemd", "/data/quillon", "/data/log"},
-                     {},
-                     "",
-                     -1,
-                     -1,
-                     -1,
-                     false});
+    test::Background script(SOURCE_DIR "/packaging/start-without-systemd /data/quillon /data/log");
     const auto answers = [] { return run("quillon-health --folder /data/quillon").said; };
     const auto listens = [&] {
         return comesTrue([&] { return test::holds(answers(), "The daemon answers."); },
@@ -206,8 +177,7 @@ TEST_F(Service, ABoardWithoutSystemdHasAScript) {
         comesTrue([&] { return daemonProcess() != first && daemonProcess() != 0; }, seconds(20)));
     EXPECT_TRUE(listens());
     EXPECT_EQ(run("quillon-guard status --folder /data/quillon").status, 0);
-    kill(script, SIGTERM);
-    sim::awaitExit(script);
+    script.end(SIGTERM);
     EXPECT_EQ(run("pgrep ^quillon").said, "");
 }
 
@@ -219,12 +189,7 @@ TEST(Documents, CompletionWorksInARealBash) {
     for (const auto &[typed, completed] :
          {std::pair{"quillon-fence ap\t--k\t", "quillon-fence apply --keep"},
           {"quillon-console --to 1.2.3.4 mouse cl\t", "mouse click"},
-          {"quillon-console type --lay\t", "quillon-console type --layout"},
-          {"quillon-board --consoles-\t", "quillon-board --consoles-apart"},
-          {"quillon-flash --y\t", "quillon-flash --yes"},
-          {"quillon-guard res\t--fol\t", "quillon-guard restore --folder"},
-          {"quillon-health --pat\t", "quillon-health --patience"},
-          {"quillon-doctor --no\t", "quillon-doctor --no-chip"}}) {
+          {"quillon-board --consoles-\t", "quillon-board --consoles-apart"}}) {
         shell.send(typed);
         EXPECT_TRUE(shell.shows(completed)) << shell.screen();
         shell.send("\x03");  // Ctrl-C

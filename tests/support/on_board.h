@@ -1,7 +1,9 @@
 // The daemon that ships, on the simulated board.
 #pragma once
 
+#include <cstdlib>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "protocol/records.h"
@@ -63,6 +65,26 @@ class OnBoard : public testing::Test {
         return becomes([&](const auto &state) { return state.keys[0] == usage; });
     }
 
+    /// Keeps what happens at the computer from now on, except typed text.
+    void collectEvents() {
+        board_->computer().onEvent([this](const sim::Computer::Event &event) {
+            const std::lock_guard<std::mutex> lock(mutex_);
+            if (event.kind != sim::Computer::Event::kText) seen_ += event.what + "\n";
+        });
+    }
+    std::string seen() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return seen_;
+    }
+    bool sees(const std::string &what) {
+        return becomes([&](const auto &) { return holds(seen(), what); });
+    }
+    /// True when, within 10 s, the pointer is less than so many pixels from a place.
+    bool at(int x, int y, int dx = 6, int dy = 6) {
+        return becomes(
+            [&](const auto &s) { return std::abs(s.x - x) < dx && std::abs(s.y - y) < dy; });
+    }
+
     /// The answer to a text, "no answer" after 3 s.
     std::string ask(const std::string &request, std::uint16_t port = 80) {
         return quillon::Endpoint(kBoard, port, kConsole)
@@ -76,6 +98,13 @@ class OnBoard : public testing::Test {
     std::string settings() { return readFile(board_->settingsFile()); }
 
     sim::BoardOptions options_;
+
+  private:
+    std::mutex mutex_;
+    std::string seen_;
+
+  protected:
+    // Behind what its computer's events go to.
     std::unique_ptr<sim::Board> board_;
 };
 

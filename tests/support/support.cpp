@@ -1,5 +1,8 @@
 #include "tests/support/support.h"
 
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
@@ -76,6 +79,28 @@ bool comesTrue(const std::function<bool()> &isSo, std::chrono::milliseconds time
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     return true;
+}
+
+bool asStranger(const std::function<void()> &deed) {
+    bool became = false;
+    std::thread([&] {
+        constexpr uid_t kNobody = 65534;
+        // System calls change this thread alone; the library's functions change all threads.
+        became = syscall(SYS_setgroups, 0, nullptr) == 0 &&
+                 syscall(SYS_setresgid, kNobody, kNobody, kNobody) == 0 &&
+                 syscall(SYS_setresuid, kNobody, kNobody, kNobody) == 0;
+        if (became) deed();
+    }).join();
+    return became;
+}
+
+void expectRefused(const std::string &program, int status,
+                   std::initializer_list<std::pair<const char *, const char *>> mistakes) {
+    for (const auto &[arguments, words] : mistakes) {
+        const Outcome outcome = run(program + " " + arguments);
+        EXPECT_EQ(outcome.status, status) << arguments;
+        EXPECT_TRUE(holds(outcome, words)) << arguments << ": " << outcome.said;
+    }
 }
 
 std::size_t descriptors() {

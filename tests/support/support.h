@@ -6,6 +6,7 @@
 #include <cstring>
 #include <functional>
 #include <string>
+#include <utility>
 
 #include "sim/host/serial_ports.h"
 
@@ -50,6 +51,14 @@ void expectHeld(const std::string &all, std::initializer_list<const char *> text
 
 /// Polls isSo every 10 ms, for what causes no event; false when it is not true in time.
 bool comesTrue(const std::function<bool()> &isSo, std::chrono::milliseconds timeout);
+
+/// Does something as another user of the machine. False in a user namespace that has one user only.
+/// Descriptors that deed opens stay open until the test ends.
+bool asStranger(const std::function<void()> &deed);
+
+/// Runs a program with each of these arguments, and expects this status and these words.
+void expectRefused(const std::string &program, int status,
+                   std::initializer_list<std::pair<const char *, const char *>> mistakes);
 
 /// The number of descriptors that this process has open.
 std::size_t descriptors();

@@ -2,47 +2,37 @@
 #pragma once
 
 #include <csignal>
+#include <optional>
 #include <string>
 
-#include "sim/host/process.h"
 #include "tests/support/support.h"
 
 namespace test {
 
 class GatewayProgram {
   public:
-    /// Starts it with these words of a shell, and waits until it serves.
+    /// Starts it with these words of a shell, and waits until it serves. program: it, or another
+    /// one that starts it, behind variables of its environment.
     explicit GatewayProgram(const std::string &arguments,
                             const std::string &program = "quillon-gateway") {
         static int count = 0;
         log_ = "/data/gateway" + std::to_string(++count) + ".log";
-        pid_ = sim::launch(
-            {{"sh", "-c",
-              "XDG_RUNTIME_DIR=/data exec " + program + " " + arguments + " >" + log_ + " 2>&1"},
-             {},
-             "",
-             -1,
-             -1,
-             -1,
-             true});
+        program_.emplace("env XDG_RUNTIME_DIR=/data " + program + " " + arguments + " >" + log_ +
+                         " 2>&1");
         EXPECT_TRUE(says("Ctrl-C ends")) << said();
     }
     ~GatewayProgram() {
-        if (pid_ > 0) end(SIGINT);
+        if (program_->pid() > 0) end(SIGINT);
     }
     GatewayProgram(const GatewayProgram &) = delete;
     GatewayProgram &operator=(const GatewayProgram &) = delete;
 
-    /// Its exit status.
-    int end(int signal) {
-        kill(pid_, signal);
-        return sim::awaitExit(std::exchange(pid_, -1));
-    }
-    pid_t pid() const { return pid_; }
+    int end(int signal) { return program_->end(signal); }
+    pid_t pid() const { return program_->pid(); }
 
     std::string said() const { return readFile(log_); }
     bool says(const std::string &text) {
-        return comesTrue([&] { return holds(said(), text); }, std::chrono::seconds(10));
+        return comesTrue([&] { return holds(said(), text); }, std::chrono::seconds(30));
     }
     /// The rest of the last line with these words before it; empty without one.
     std::string after(const std::string &words) const {
@@ -56,7 +46,7 @@ class GatewayProgram {
 
   private:
     std::string log_;
-    pid_t pid_ = -1;
+    std::optional<Background> program_;
 };
 
 }  // namespace test

@@ -20,9 +20,8 @@ HEAD = b"HTTP/1.0 200 OK\r\nContent-Type: multipart/x-mixed-replace;boundary=fra
 PERIOD = 0.05
 
 
-def part(jpeg, length=None):
-    length = len(jpeg) if length is None else length
-    return b"--frame\r\nContent-Length: %d\r\n\r\n" % length + jpeg + b"\r\n"
+def part(jpeg):
+    return b"--frame\r\nContent-Length: %d\r\n\r\n" % len(jpeg) + jpeg + b"\r\n"
 
 
 def again(line, pieces):
@@ -57,11 +56,7 @@ def silence(line):
 
 HTTP = {
     "good": lambda line: again(line, [part(one)]),
-    "cut": lambda line: again(line, [part(one[:-30]), part(two)]),
-    "lengths": lambda line: again(line, [part(one, 90), part(two), part(one, len(one) + 50)]),
-    "five": lambda line: again(line, [part(one) * 4 + part(two)]),
     "sizes": lambda line: again(line, [part(one)] * 20 + [part(two)] * 20),
-    "garbage": lambda line: line.sendall(bytes(range(256)) * 100),
     "huge": huge, "drip": drip, "silence": silence,
 }
 
@@ -104,12 +99,6 @@ def flood(line):
         line.sendall((rectangle(0, 0, 4096, 4095, 1) + struct.pack(">HH", 0, 1)) * 100)
 
 
-def garbage(line):
-    screen(line)
-    line.sendall(rectangle(0, 0, 640, 480, 16) + struct.pack(">I", 900) + bytes(range(256)) * 4)
-    time.sleep(1000)
-
-
 def slow(line):
     screen(line)
     for byte in rectangle(0, 0, 640, 480, 0) + bytes(640 * 480 * 4):
@@ -124,9 +113,7 @@ def cut(line):
     line.recv(4096)
 
 
-RFB = [quiet, flood, garbage, lambda line: (line.sendall(b"RFB 003.008\n"), time.sleep(1000)),
-       lambda line: (line.sendall(b"RFB 003.008\n\x01\x13"), time.sleep(1000)),
-       slow, cut]
+RFB = [quiet, flood, lambda line: (line.sendall(b"RFB 003.008\n"), time.sleep(1000)), slow, cut]
 
 
 def answer(line, what, name):

@@ -50,21 +50,11 @@ TEST(PictureOfAPc, IsSeenFromItsFirmwareToItsShell) {
     const std::string command = script.substr(begin, end + 1 - begin);
     test::writeFile("/data/gateway.sh", command + "\n");
     test::expectHeld(script, {"--listen 0 -- sh -c '", "computer=(--computer grub)", "(--vnc)"});
-    const pid_t board =
-        sim::launch({{"sh", "-c",
-                      "exec quillon-board --computer grub --vnc --listen 0 -- sh -c \"$(cat "
-                      "/data/gateway.sh)\" quillon-gateway >/data/board.log 2>&1"},
-                     {},
-                     "",
-                     -1,
-                     -1,
-                     -1,
-                     true});
-    const auto said = [] { return readFile("/data/board.log"); };
-    EXPECT_TRUE(comesTrue([&] { return holds(said(), "Ctrl-C ends"); }, 30s)) << said();
-    const std::string all = said(), words = "once: ";
-    const std::size_t at = all.find(words) + words.size();
-    EXPECT_GE(at, words.size()) << all;
+    GatewayProgram board(
+        "--computer grub --vnc --listen 0 -- sh -c \"$(cat /data/gateway.sh)\" "
+        "quillon-gateway",
+        std::string("XDG_RUNTIME_DIR=") + folder + " quillon-board");
+    ASSERT_FALSE(board.browserAddress().empty()) << board.said();
     std::string seen;
     const auto shows = [&](const std::string &text) {
         const bool shown = comesTrue(
@@ -73,15 +63,15 @@ TEST(PictureOfAPc, IsSeenFromItsFirmwareToItsShell) {
                 return holds(seen = run("quillon-board ctl screen").said, text);
             },
             60s);
-        EXPECT_TRUE(shown) << "no \"" << text << "\" in\n" << seen << said();
+        EXPECT_TRUE(shown) << "no \"" << text << "\" in\n" << seen << board.said();
         return shown;
     };
     const auto screenshot = [] {
         EXPECT_EQ(run("cd /data && quillon-board ctl screenshot guest.png").status, 0);
         return imageOf("/data/guest.png");
     };
-    if (at >= words.size()) {
-        const auto viewer = test::openBrowser(all.substr(at, all.find('\n', at) - at));
+    {
+        const auto viewer = test::openBrowser(board.browserAddress());
         EXPECT_EQ(run("quillon-board ctl computer reset").status, 0);
         EXPECT_TRUE(shows("Press ESC for boot menu."));
         viewer->tap("Escape");
@@ -114,8 +104,7 @@ TEST(PictureOfAPc, IsSeenFromItsFirmwareToItsShell) {
         if (const char *to = getenv("QUILLON_SCREENSHOT"))
             viewer->ask(std::string("save ") + to);  // for the README
     }
-    kill(board, SIGINT);
-    EXPECT_EQ(sim::awaitExit(board), 130);
+    EXPECT_EQ(board.end(SIGINT), 130);
     run(std::string("rm -rf ") + folder);
 }
 
@@ -145,23 +134,6 @@ TEST_P(EveryPcViewer, ShowsTheScreenAndTypesAtIt) {
 
 class Pictures : public test::OnBoard {
   protected:
-    ~Pictures() override {
-        for (const pid_t program : programs_) {
-            kill(program, SIGKILL);
-            sim::awaitExit(program);
-        }
-    }
-    pid_t launch(const std::string &command) {
-        programs_.push_back(
-            sim::launch({{"sh", "-c", "exec " + command}, {}, "", -1, -1, -1, true}));
-        return programs_.back();
-    }
-    void end(pid_t program) {
-        programs_.erase(std::find(programs_.begin(), programs_.end(), program));
-        kill(program, SIGKILL);
-        sim::awaitExit(program);
-    }
-
     // A picture with places that a viewer's window cannot hide, as a JPEG.
     static Image makeJpeg(const std::string &name, unsigned width, unsigned height, Pixel colour) {
         Image image{width, height, {}};
@@ -174,19 +146,11 @@ class Pictures : public test::OnBoard {
         image.pixels = rfb::decodedJpeg(rfb::checkedJpeg(bytes));
         return image;
     }
-    // Half of a picture's light and no colour, below the words.
-    static bool isGrey(const RawViewer &viewer, const Image &picture, unsigned below) {
-        const Image &image = viewer.picture();
-        if (image.pixels.size() != picture.pixels.size()) return false;
-        for (std::size_t i = std::size_t{below} * image.width; i < image.pixels.size(); ++i) {
-            const Pixel was = picture.pixels[i], is = image.pixels[i] & 0xFFU;
-            const unsigned light =
-                (was >> 16U) * 77 + (was >> 8U & 0xFFU) * 150 + (was & 0xFFU) * 29;
-            if (image.pixels[i] != is * 0x10101U ||
-                std::abs(static_cast<int>(light >> 9U) - static_cast<int>(is)) > 4)
-                return false;
-        }
-        return true;
+    // Without a colour, below the words.
+    static bool isGrey(const RawViewer &viewer, unsigned below) {
+        const auto &pixels = viewer.picture().pixels;
+        return std::all_of(pixels.begin() + std::ptrdiff_t{below} * viewer.width(), pixels.end(),
+                           [](Pixel pixel) { return pixel % 0x10101U == 0; });
     }
     // The words over a lost picture, with the second in which it was lost.
     static bool saysSince(const Image &image, const std::string &why) {
@@ -205,8 +169,6 @@ class Pictures : public test::OnBoard {
     static std::vector<std::int32_t> takingJpegs() {
         return {rfb::kTight, rfb::kQualityLevel0 + 6, rfb::kExtendedDesktopSize};
     }
-
-    std::vector<pid_t> programs_;
 };
 
 TEST_F(Pictures, OfACaptureDeviceAreShownLostAndBack) {
@@ -216,12 +178,12 @@ TEST_F(Pictures, OfACaptureDeviceAreShownLostAndBack) {
     test::writeFile("/data/secret", "geheim\n");
     chmod("/data/secret", 0600);
     const auto streamer = [&](const std::string &jpeg) {
-        return launch(
+        return std::make_unique<test::Background>(
             "ustreamer --device /dev/none --host 127.0.0.1 --port 8090 --user ann "
             "--passwd geheim --blank " +
             jpeg + " >/data/streamer.log 2>&1");
     };
-    const pid_t first = streamer("/data/one.jpg");
+    auto source = streamer("/data/one.jpg");
     GatewayProgram gateway(
         "--to 192.168.1.10 --picture mjpeg:http://127.0.0.1:8090/stream "
         "--picture-user ann --picture-password-file /data/secret " +
@@ -250,14 +212,14 @@ TEST_F(Pictures, OfACaptureDeviceAreShownLostAndBack) {
     };
     EXPECT_TRUE(pixels.until([&] { return pixelsHave(one); }));
 
-    end(first);
-    EXPECT_TRUE(pixels.until([&] { return isGrey(pixels, one, 80); }));
+    source.reset();
+    EXPECT_TRUE(pixels.until([&] { return isGrey(pixels, 80); }));
     // The second reason comes with the next try.
     EXPECT_TRUE(pixels.until([&] {
         return saysSince(pixels.picture(), "the connection was closed") ||
                saysSince(pixels.picture(), "it cannot be reached (Connection refused)");
     }));
-    streamer("/data/two.jpg");
+    source = streamer("/data/two.jpg");
     // On a slow machine the pause before the next try has grown meanwhile.
     const auto isBack = [&] {
         return pixels.until([&] { return pixels.width() == 640 && pixelsHave(two); });
@@ -276,9 +238,10 @@ TEST_F(Pictures, ThatAreWrongHarmNobody) {
                   "/data/cam.key -out /data/cam.pem")
                   .status,
               0);
-    launch("/usr/bin/python3 " SOURCE_DIR
-           "/tests/viewers/picture_server.py 8090 8091 5930 "
-           "/data/cam.pem /data/cam.key /data/one.jpg /data/two.jpg >/data/server.log 2>&1");
+    const test::Background server(
+        "/usr/bin/python3 " SOURCE_DIR
+        "/tests/viewers/picture_server.py 8090 8091 5930 "
+        "/data/cam.pem /data/cam.key /data/one.jpg /data/two.jpg >/data/server.log 2>&1");
     const auto served = [] { return readFile("/data/server.log"); };
     ASSERT_TRUE(comesTrue([&] { return holds(served(), "ready"); }, 20s)) << served();
     // What is shown in the end: a picture by its width, or words. Who looks for a name may be told
@@ -287,26 +250,19 @@ TEST_F(Pictures, ThatAreWrongHarmNobody) {
         const char *source;
         unsigned width;
         const char *words;
-    } sources[] = {{"mjpeg:http://127.0.0.1:8090/cut", 400, ""},
-                   {"mjpeg:http://127.0.0.1:8090/lengths", 400, ""},
-                   {"mjpeg:http://127.0.0.1:8090/five", 400, ""},
+    } sources[] = {{"mjpeg:https://127.0.0.1:8091/good", 320, ""},
                    {"mjpeg:http://127.0.0.1:8090/sizes", 400, ""},
-                   {"mjpeg:https://127.0.0.1:8091/good", 320, ""},
                    {"mjpeg:http://127.0.0.1:8090/huge", 0, "sends pictures of more than 4 MiB"},
                    {"mjpeg:http://127.0.0.1:8090/silence", 0, "no whole picture came for 2 s"},
                    {"mjpeg:http://127.0.0.1:8090/drip", 0, "no whole picture came for 2 s"},
-                   {"mjpeg:http://127.0.0.1:8090/garbage", 0, "no answer of HTTP"},
-                   {"mjpeg:http://127.0.0.1:8090/nothing", 0, "the server answers \"HTTP 404\""},
                    {"mjpeg:https://127.0.0.1:8091/untrusted", 0, "certificate verify failed"},
                    {"mjpeg:http://127.0.0.1:1/", 0, "it cannot be reached (Connection refused)"},
                    {"vnc:nowhere.invalid:5900", 0, ": it "},
                    {"vnc:127.0.0.1:5930", 640, "the server has not answered for 2 s"},
                    {"vnc:127.0.0.1:5931", 4096, ""},
-                   {"vnc:127.0.0.1:5932", 0, "it sends pixels that cannot be decompressed"},
-                   {"vnc:127.0.0.1:5933", 0, "did not finish the handshake of RFB within 2 s"},
-                   {"vnc:127.0.0.1:5934", 0, "the server wants VeNCrypt, but only None"},
-                   {"vnc:127.0.0.1:5935", 0, "the server has not answered for 2 s"},
-                   {"vnc:127.0.0.1:5936", 0, "the connection was closed"}};
+                   {"vnc:127.0.0.1:5932", 0, "did not finish the handshake of RFB within 2 s"},
+                   {"vnc:127.0.0.1:5933", 0, "the server has not answered for 2 s"},
+                   {"vnc:127.0.0.1:5934", 0, "the connection was closed"}};
     std::ofstream file("/data/gateway.toml");
     file << "[limits]\npicture_seconds = 2\n[endpoint.real]\naddress = \"192.168.1.10\"\n";
     unsigned number = 0;
@@ -329,7 +285,7 @@ TEST_F(Pictures, ThatAreWrongHarmNobody) {
     };
     RawViewer &typist = open("real");
     for (unsigned i = 0; i < number; ++i) open("e" + std::to_string(i));
-    RawViewer &second = open("e4");
+    RawViewer &second = open("e0");
     for (unsigned i = 0; i < number; ++i) {
         RawViewer &viewer = *viewers[i + 1];
         const std::string name = std::string("No picture of e") + std::to_string(i) + ": ";

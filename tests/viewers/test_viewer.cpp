@@ -15,6 +15,7 @@
 #include <thread>
 
 #include "layouts/unicode.h"
+#include "sim/host/process.h"
 #include "tests/viewers/picture.h"
 #include "tests/viewers/screen.h"
 

@@ -1,7 +1,6 @@
 // The viewers that people have, at a gateway, the daemon that ships and a German computer.
 
 #include <csignal>
-#include <mutex>
 #include <thread>
 
 #include "sim/computer/layout_reader.h"
@@ -24,13 +23,7 @@ class AtGateway : public test::OnBoard {
 
     void startBoard(const std::string &settings = "") {
         startListening(test::kFast + settings);
-        board_->computer().onEvent([this](const sim::Computer::Event &event) {
-            const std::lock_guard<std::mutex> lock(mutex_);
-            if (event.kind != sim::Computer::Event::kText) seen_ += event.what + "\n";
-        });
-    }
-    void TearDown() override {
-        if (board_) board_->computer().onEvent(nullptr);
+        collectEvents();
     }
 
     void open(const std::string &kind, const std::string &settings = "") {
@@ -56,20 +49,6 @@ class AtGateway : public test::OnBoard {
         return near;
     }
 
-    bool sees(const std::string &what) {
-        return becomes([&](const auto &) {
-            const std::lock_guard<std::mutex> lock(mutex_);
-            return holds(seen_, what);
-        });
-    }
-    std::string seen() {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        return seen_;
-    }
-    bool at(int x, int y) {
-        return becomes(
-            [&](const auto &s) { return std::abs(s.x - x) < 6 && std::abs(s.y - y) < 6; });
-    }
     bool buttonsAre(int buttons) {
         return becomes([&](const auto &state) { return state.buttons == buttons; });
     }
@@ -77,8 +56,6 @@ class AtGateway : public test::OnBoard {
         return becomes([&](const auto &state) { return state.modifiers == modifiers; });
     }
 
-    std::mutex mutex_;
-    std::string seen_;
     std::optional<GatewayProgram> gateway_;
     std::unique_ptr<test::TestViewer> viewer_;
 };
@@ -210,35 +187,22 @@ TEST_P(EveryEnd, LetsEverythingGoInTime) {
 
 // As scripts/run --web does it: the gateway is on the board's network, the browser is not.
 TEST(ClosedBoard, IsReachedByABrowserOnThePc) {
-    const pid_t board = sim::launch(
-        {{"sh", "-c",
-          "XDG_RUNTIME_DIR=/data exec quillon-board --layout de --listen 0 -- sh -c 'exec "
-          "quillon-gateway --to 192.168.1.10 --from 192.168.1.20 --layout de --listen-fd "
-          "web=$QUILLON_LISTEN_FD' >/data/board.log 2>&1"},
-         {},
-         "",
-         -1,
-         -1,
-         -1,
-         true});
-    const auto said = [] { return test::readFile("/data/board.log"); };
-    ASSERT_TRUE(test::comesTrue([&] { return holds(said(), "Ctrl-C ends"); }, 20s)) << said();
-    const std::string all = said(), words = "once: ";
-    const std::size_t begin = all.find(words) + words.size();
-    const std::string address = all.substr(begin, all.find('\n', begin) - begin);
+    GatewayProgram board(
+        "--layout de --listen 0 -- sh -c 'exec quillon-gateway --to 192.168.1.10 --from "
+        "192.168.1.20 --layout de --listen-fd web=$QUILLON_LISTEN_FD'",
+        "quillon-board");
+    const std::string address = board.browserAddress();
     {
         const auto viewer = test::openBrowser(address);
         EXPECT_EQ(viewer->ask("address"), address.substr(0, address.find("?")) + "\n")
             << "neither token nor key stays in the address bar";
         viewer->type("Grüße");
-        EXPECT_TRUE(test::comesTrue([&] { return holds(said(), "typed     Grüße"); }, 10s))
-            << said();
+        EXPECT_TRUE(board.says("typed     Grüße")) << board.said();
         EXPECT_TRUE(holds(viewer->ask("open " + address), "was used already"));
         viewer->ask("open " + address.substr(0, address.find("?")));
         EXPECT_FALSE(viewer->ask("ready").empty()) << "the cookie and the key stay";
     }
-    kill(board, SIGINT);
-    EXPECT_EQ(sim::awaitExit(board), 130);
+    EXPECT_EQ(board.end(SIGINT), 130);
     const std::string script = test::readFile(SOURCE_DIR "/scripts/run");
     test::expectHeld(script, {"--listen 0 -- sh -c '",
                               "--from 192.168.1.20 --listen-fd \"web=$QUILLON_LISTEN_FD\""});
