@@ -27,6 +27,15 @@ std::string complainedBy(const std::function<void()> &code) {
     return testing::internal::GetCapturedStderr();
 }
 
+std::string complaintOf(const std::function<void()> &code) {
+    try {
+        code();
+    } catch (const std::exception &error) {
+        return error.what();
+    }
+    return "";
+}
+
 void writeFile(const std::string &path, const std::string &text) {
     std::ofstream(path, std::ios::binary) << text;
 }

@@ -7,6 +7,7 @@
 #include <functional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "sim/host/serial_ports.h"
 
@@ -16,6 +17,16 @@ namespace test {
 std::string printedBy(const std::function<void()> &code);
 /// The same for standard error.
 std::string complainedBy(const std::function<void()> &code);
+
+/// What it threw; empty when it did not.
+std::string complaintOf(const std::function<void()> &code);
+
+inline std::vector<std::uint8_t> bytes(const std::string &text) {
+    return {text.begin(), text.end()};
+}
+inline std::string text(const std::vector<std::uint8_t> &bytes) {
+    return {bytes.begin(), bytes.end()};
+}
 
 void writeFile(const std::string &path, const std::string &text);
 std::string readFile(const std::string &path);

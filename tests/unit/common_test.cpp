@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "state.h"  // sharedLoad, sharedStore
-
 namespace {
 
 using Pieces = std::vector<std::string>;
@@ -14,14 +12,15 @@ Pieces split(const std::string &text, const std::string &separator) {
     return pieces;
 }
 
-// Result and value.
-using Parsed = std::pair<int, unsigned>;
-
-template <class Parser>
-Parsed parse(Parser parser, const char *text) {
-    unsigned value = 7777;
-    const int result = parser(text, &value);
-    return {result, value};
+// Result and value of each text.
+std::string parsed(int (*parser)(const char *, unsigned *), const Pieces &texts) {
+    std::string all;
+    for (const std::string &text : texts) {
+        unsigned value = 7777;
+        const int result = parser(text.c_str(), &value);
+        all += std::to_string(result) + ":" + std::to_string(value) + " ";
+    }
+    return all;
 }
 
 TEST(SplitString, KeepsEmptyPiecesButNoneAtTheEnd) {
@@ -45,48 +44,13 @@ TEST(Str2int, TakesTheNumberAtTheStart) {
     EXPECT_EQ(str2int("99999999999"), 2147483647);
 }
 
-TEST(Atoul, AcceptsUpToTheLargestUnsigned) {
-    EXPECT_EQ(parse(atoul, ""), (Parsed{0, 0}));
-    EXPECT_EQ(parse(atoul, "4294967295"), (Parsed{0, 4294967295}));
-    EXPECT_EQ(parse(atoul, "4294967296"), (Parsed{-1, 429496729}));
-    EXPECT_EQ(parse(atoul, "42949672950"), (Parsed{-1, 4294967295}));
-    EXPECT_EQ(parse(atoul, "12a"), (Parsed{-1, 12}));
-    EXPECT_EQ(parse(atoul, "-1"), (Parsed{-1, 0}));
-    EXPECT_EQ(parse(atoul, " 1"), (Parsed{-1, 0}));
-}
-
-TEST(Atoulx, AcceptsEightSignificantDigits) {
-    EXPECT_EQ(parse(atoulx, ""), (Parsed{0, 0}));
-    EXPECT_EQ(parse(atoulx, "fF"), (Parsed{0, 255}));
-    EXPECT_EQ(parse(atoulx, "0000FFFFFFFF"), (Parsed{0, 0xFFFFFFFF}));
-    EXPECT_EQ(parse(atoulx, "100000000"), (Parsed{-1, 0x10000000}));
-    EXPECT_EQ(parse(atoulx, "1g"), (Parsed{-1, 1}));
-    EXPECT_EQ(parse(atoulx, "\xE4"), (Parsed{-1, 0}));
-}
-
-TEST(StrToNumber, TakesPrefixedHexadecimalAndElseDecimal) {
-    EXPECT_EQ(parse(StrToNumber, "0x1F"), (Parsed{0, 31}));
-    EXPECT_EQ(parse(StrToNumber, "0X1f"), (Parsed{0, 31}));
-    EXPECT_EQ(parse(StrToNumber, "010"), (Parsed{0, 10}));
-    EXPECT_EQ(parse(StrToNumber, "0"), (Parsed{0, 0}));
-    EXPECT_EQ(parse(StrToNumber, "0x"), (Parsed{-1, 7777}));
-    EXPECT_EQ(parse(StrToNumber, "0xg"), (Parsed{-1, 0}));
-}
-
-void *raise(void *word) {
-    sharedStore(*static_cast<int *>(word), 1);
-    return nullptr;
-}
-
-TEST(CreateThread, RunsDetachedAndJoinable) {
-    int word = 0;
-    const pthread_t joinable = CreateThread(raise, 0, 1, false, &word);
-    ASSERT_NE(joinable, 0U);
-    ASSERT_EQ(pthread_join(joinable, nullptr), 0);
-    EXPECT_EQ(word, 1);
-    word = 0;
-    ASSERT_NE(CreateThread(raise, 0, 1, true, &word), 0U);
-    while (sharedLoad(word) == 0) sched_yield();
+TEST(Numbers, AreReadWithinTheirBounds) {
+    EXPECT_EQ(parsed(atoul, {"", "4294967295", "4294967296", "42949672950", "12a", "-1", " 1"}),
+              "0:0 0:4294967295 -1:429496729 -1:4294967295 -1:12 -1:0 -1:0 ");
+    EXPECT_EQ(parsed(atoulx, {"", "fF", "0000FFFFFFFF", "100000000", "1g", "\xE4"}),
+              "0:0 0:255 0:4294967295 -1:268435456 -1:1 -1:0 ");
+    EXPECT_EQ(parsed(StrToNumber, {"0x1F", "0X1f", "010", "0", "0x", "0xg"}),
+              "0:31 0:31 0:10 0:0 -1:7777 -1:0 ");
 }
 
 }  // namespace

@@ -8,17 +8,12 @@
 namespace {
 
 std::string complaintAbout(const std::string &text) {
-    try {
-        service::parseFenceList(text, "list");
-    } catch (const std::runtime_error &error) {
-        return error.what();
-    }
-    return "none";
+    return test::complaintOf([&] { service::parseFenceList(text, "list"); });
 }
 
 TEST(FenceList, ErrorsNameFileLineAndReason) {
     const std::string good = "interface = \"eth0\"\n";
-    EXPECT_EQ(complaintAbout(good), "none");
+    EXPECT_EQ(complaintAbout(good), "");
     for (const auto &[text, complaint] :
          {std::pair{"consoles = []", "list: the key interface is missing"},
           {"interface = 3", "list, line 1: interface is the name of a network interface"},

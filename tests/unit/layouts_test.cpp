@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <map>
 #include <set>
 
 #include "layouts/database.h"
@@ -91,45 +90,8 @@ TEST_P(EveryLayout, ReadsBackWhatIsTyped) {
             ++characters;
         }
     }
-    EXPECT_GT(characters, 10000U);
-}
-
-// The characters on levels 1 to 4 of a layout.
-std::set<char32_t> charactersOf(const Keyboard &keyboard) {
-    constexpr xkb_level_index_t kLevels = 4;
-    std::set<char32_t> characters;
-    xkb_keymap *keymap = keyboard.keymap();
-    for (auto key = xkb_keymap_min_keycode(keymap); key <= xkb_keymap_max_keycode(keymap); ++key)
-        for (xkb_level_index_t level = 0; level < kLevels; ++level) {
-            const xkb_keysym_t *keysyms = nullptr;
-            if (xkb_keymap_key_get_syms_by_level(keymap, key, 0, level, &keysyms) != 1) continue;
-            const char32_t character = characterOfKeysym(keysyms[0]);
-            if (character >= 0x20) characters.insert(character);
-        }
-    return characters;
-}
-
-TEST_P(EveryLayout, TypesMostOfItsCharactersAndSaysWhyNotTheRest) {
-    const auto all = layoutDatabase();
-    std::size_t count = 0;
-    std::map<std::string, std::size_t> reasons;
-    for (std::size_t i = GetParam(); i < all.size(); i += kParts) {
-        const LayoutChoice choice{all[i].layout, all[i].variant};
-        const Typist typist(choice);
-        for (const char32_t character : charactersOf({choice.layout, choice.variant})) {
-            ++count;
-            if (!typist.strokesOf(character).empty()) continue;
-            const std::string reason = typist.reasonFor(character);
-            ++reasons[reason.substr(reason.find(" it is ") + 1)];
-        }
-    }
-    std::size_t untyped = 0;
-    for (const auto &[reason, times] : reasons) {
-        printf("%zu of %zu: %s\n", times, count, reason.c_str());
-        untyped += times;
-    }
-    EXPECT_LT(100 * untyped, 6 * count);
-    EXPECT_LE(reasons.size(), 3U) << "a reason that no person understands";
+    // About 20,000 in each part: who loses a level of the keyboard types fewer.
+    EXPECT_GT(characters, 18000U);
 }
 
 INSTANTIATE_TEST_SUITE_P(Parts, EveryLayout, testing::Range(std::size_t{0}, EveryLayout::kParts));
@@ -151,16 +113,6 @@ TEST(Layouts, TypeWhatPeopleWrite) {
         {"jp", "int main() { return x[0] \\ 3; } @:^_"},
     };
     for (const auto &[layout, text] : texts) EXPECT_EQ(typedOn(layout, text), text) << layout;
-    std::string source;
-    while (source.size() < 10000)
-        source += "for (int i = 0; i < n; ++i) a[i] = \"{x}\"; // ~100 %\n";
-    EXPECT_EQ(typedOn("de(nodeadkeys)", source), source);
-}
-
-TEST(Layouts, MismatchShowsAsInLife) {
-    std::string error;
-    const auto typed = Typist(choiceOf("de")).type("zygote", UnicodeInput::kRefuse, error);
-    EXPECT_EQ(Keys(choiceOf("us")).type(typed->states), "yzgote");
 }
 
 TEST(Layouts, DeadKeysAreThoseOfTheSystem) {
@@ -213,14 +165,6 @@ TEST(Layouts, CombinationsMeanTheCharacterOfTheLayout) {
     const Typist german(choiceOf("de"));  // its ` is a dead key
     for (const char *wrong : {"`", "usage:0x-1", "usage:0x00", "usage:0xe1"})
         EXPECT_FALSE(parseCombo(wrong, error, keyOf(german))) << wrong;
-}
-
-TEST(Layouts, LocksThatStayChooseOtherStrokes) {
-    std::string error;
-    const Typist caps(choiceOf("us"), LockKeys{true, false});
-    Keys keys(choiceOf("us"));
-    keys.tap(kUsageCapsLock);
-    EXPECT_EQ(keys.type(caps.type("aB1!", UnicodeInput::kRefuse, error)->states), "aB1!");
 }
 
 }  // namespace

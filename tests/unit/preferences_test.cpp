@@ -36,12 +36,9 @@ TEST(Preferences, MistakesAreNamedWithTheirLine) {
         {"[default\n", "line 1: "}};
     for (const auto &[text, message] : wrong) {
         test::writeFile("/data/console.toml", text);
-        try {
-            readPreferences("/data/console.toml", "a");
-            ADD_FAILURE() << text;
-        } catch (const std::runtime_error &error) {
-            EXPECT_TRUE(test::holds(error.what(), message)) << error.what();
-        }
+        EXPECT_TRUE(test::holds(
+            test::complaintOf([] { readPreferences("/data/console.toml", "a"); }), message))
+            << text;
     }
 }
 

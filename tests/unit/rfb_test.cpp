@@ -1,23 +1,17 @@
 // The bytes of RFB: what a viewer sends, the handshake, and pixels that are read back.
 
-#include <zlib.h>
-
 #include "gateway/picture/tile_cache.h"
 #include "gateway/rfb/encoders.h"
 #include "gateway/rfb/handshake.h"
+#include "gateway/rfb/inflate.h"
 #include "gateway/rfb/viewer_messages.h"
 #include "tests/support/support.h"
 
 namespace {
 
 using namespace gateway::rfb;
+using test::bytes, test::text;
 
-Bytes bytes(const std::string &text) {
-    return {text.begin(), text.end()};
-}
-std::string text(const Bytes &from) {
-    return {from.begin(), from.end()};
-}
 Bytes hex(const std::string &digits) {
     Bytes all;
     for (std::size_t i = 0; i + 1 < digits.size(); i += digits[i + 2] == ' ' ? 3 : 2)
@@ -178,30 +172,11 @@ TEST(RfbHandshake, TakesUserAndPasswordInsideTls) {
 
 // ---- pixels
 
-// Reads what zlib compressed, in one stream for all calls.
-class Inflate {
-  public:
-    Inflate() { inflateInit(&stream_); }
-    ~Inflate() { inflateEnd(&stream_); }
-    Inflate(const Inflate &) = delete;
-    Inflate &operator=(const Inflate &) = delete;
-
-    void reset() { inflateReset(&stream_); }
-    Bytes read(const std::uint8_t *from, std::size_t count) {
-        Bytes plain(100000);
-        stream_.next_in = const_cast<Bytef *>(from);
-        stream_.avail_in = static_cast<uInt>(count);
-        stream_.next_out = plain.data();
-        stream_.avail_out = static_cast<uInt>(plain.size());
-        EXPECT_EQ(inflate(&stream_, Z_SYNC_FLUSH), Z_OK);
-        EXPECT_EQ(stream_.avail_in, 0U);
-        plain.resize(plain.size() - stream_.avail_out);
-        return plain;
-    }
-
-  private:
-    z_stream stream_{};
-};
+Bytes inflated(Inflate &stream, const std::uint8_t *from, std::size_t count) {
+    Bytes plain;
+    EXPECT_EQ(stream.append(plain, from, count, 100000), count);
+    return plain;
+}
 
 // The pixels of a tile, as values of the format; size: bytes of a pixel.
 struct Unpacked {
@@ -236,12 +211,12 @@ std::vector<std::uint32_t> unpack(const Bytes &packed, const std::vector<std::ui
     return pixels;
 }
 
-std::vector<std::uint32_t> untight(const Bytes &data, Inflate &stream, unsigned width,
-                                   unsigned height, std::size_t size) {
+std::vector<std::uint32_t> untight(const Bytes &data, unsigned width, unsigned height,
+                                   std::size_t size) {
     Unpacked in{data};
     const unsigned control = data.at(in.at++);
     EXPECT_EQ(control & 0x0FU, 1U) << "the first stream begins anew";
-    stream.reset();
+    Inflate stream;
     const std::size_t count = std::size_t{width} * height;
     if (control >> 4U == 8) return std::vector<std::uint32_t>(count, in.number(size));
     std::vector<std::uint32_t> colours;
@@ -264,7 +239,7 @@ std::vector<std::uint32_t> untight(const Bytes &data, Inflate &stream, unsigned 
             if ((byte & 0x80U) == 0) break;
         }
         EXPECT_EQ(in.at + length, data.size());
-        plain = stream.read(data.data() + in.at, length);
+        plain = inflated(stream, data.data() + in.at, length);
     }
     EXPECT_EQ(plain.size(), plainSize);
     if (!colours.empty()) return unpack(plain, colours, width, height, bits);
@@ -276,7 +251,7 @@ std::vector<std::uint32_t> untight(const Bytes &data, Inflate &stream, unsigned 
 std::vector<std::uint32_t> unzrle(const Bytes &data, Inflate &stream, unsigned width,
                                   unsigned height, std::size_t size) {
     EXPECT_EQ(read32(data.data()), data.size() - 4);
-    const Bytes plain = stream.read(data.data() + 4, data.size() - 4);
+    const Bytes plain = inflated(stream, data.data() + 4, data.size() - 4);
     Unpacked in{plain};
     const unsigned kind = plain.at(in.at++);
     EXPECT_LE(kind, 16U);
@@ -310,7 +285,7 @@ TEST(RfbEncoders, GiveThePixelsBack) {
             const Pixels pixels{tile.data(), width, width, height};
             TightEncoder tight;
             ZrleEncoder zrle;
-            Inflate tightStream, zrleStream;
+            Inflate zrleStream;
             for (const PixelFormat &format : {usual, small, tiny, usual}) {
                 std::vector<std::uint32_t> wanted, tightWanted;
                 for (const Pixel pixel : tile) {
@@ -323,7 +298,7 @@ TEST(RfbEncoders, GiveThePixelsBack) {
                 const std::size_t size = format.bits == 32 ? 3 : format.bits / 8U;
                 Bytes data;
                 tight.append(data, pixels, format, TightEncoder::kLossless);
-                EXPECT_EQ(untight(data, tightStream, width, height, size), tightWanted)
+                EXPECT_EQ(untight(data, width, height, size), tightWanted)
                     << colours << " colours, " << int{format.bits} << " bits";
                 data.clear();
                 zrle.append(data, pixels, format);

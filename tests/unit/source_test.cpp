@@ -14,11 +14,7 @@ namespace {
 
 using namespace gateway;
 using namespace std::chrono_literals;
-using rfb::Bytes, test::holds;
-
-Bytes bytes(const std::string &text) {
-    return {text.begin(), text.end()};
-}
+using rfb::Bytes, test::bytes, test::complaintOf, test::holds;
 
 // A picture like a person's desk: few colours in some places, many in others.
 Image drawn(unsigned width, unsigned height, unsigned seed) {
@@ -280,13 +276,8 @@ TEST(VncSource, FindsOutWhoIsSilentAndKeepsQemuAwake) {
 TEST(Jpeg, IsLookedAtBeforeAnybodyGetsIt) {
     const Image image = drawn(100, 60, 3);
     const Bytes good = jpegOf(image);
-    const auto complaint = [](Bytes jpeg) {
-        try {
-            rfb::checkedJpeg(std::move(jpeg));
-        } catch (const std::runtime_error &error) {
-            return std::string(error.what());
-        }
-        return std::string();
+    const auto complaint = [](const Bytes &jpeg) {
+        return complaintOf([&] { rfb::checkedJpeg(jpeg); });
     };
     Bytes longer = good;
     longer.insert(longer.end(), {'\r', '\n', '-'});
