@@ -10,6 +10,10 @@ packages=(g++ cmake ninja-build libboost-dev libcli11-dev libgtest-dev nlohmann-
 # Node.js from elsewhere brings an npm of its own, and conflicts with Debian's.
 command -v npm >/dev/null || packages+=(npm)
 
+# What the tests look with, and the viewers that they try.
+test_packages=(tmux tshark procps openssl ustreamer xvfb x11-xkb-utils xdotool
+    tigervnc-viewer gvncviewer chromium chromium-driver python3-selenium)
+
 as_root() {
     if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi
 }
