@@ -100,11 +100,12 @@ TEST(QuillonBoard, RunningBoardIsToldAndEntered) {
 TEST(QuillonBoard, MakesDevicesInNoFolderOfOthers) {
     run("mkdir -m 777 /data/open; mkdir /data/full; echo mine >/data/full/mem; touch /data/file");
     test::expectRefused("quillon-board", 2,
-                        {{"--devices ''", "has no name"}, {"--devices /data/b --log", "excludes"}});
+                        {{"--devices ''", "has no name"},
+                         {"--devices /data/b --log", "excludes"},
+                         {"--devices /data/b -- true", "no network for a command"}});
     test::expectRefused("quillon-board", 1,
                         {{"--devices /dev/b", "the system's own"},
                          {"--devices /", "it is the root folder"},
-                         {"--devices /data/b -- true", "no network for a command"},
                          {"--devices /nowhere/b", "No such file or directory"},
                          {"--devices /data/file", "Not a directory"},
                          {"--devices /data/open", "others must not write to it"},
