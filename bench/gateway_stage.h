@@ -155,9 +155,11 @@ class Gateway {
             sim::launch({{kGateway, "--config", "/data/gateway.toml"}, {}, "", -1, said, -1, true});
         close(said);
         // Its last line, when it listens everywhere.
-        while (!saidThat("Ctrl-C ends the gateway.")) {
-            if (waitpid(pid_, nullptr, WNOHANG) != 0)
+        for (const auto end = Clock::now() + 60s; !saidThat("Ctrl-C ends the gateway.");) {
+            if (waitpid(pid_, nullptr, WNOHANG) != 0 || Clock::now() > end) {
+                kill(pid_, SIGKILL);
                 throw std::runtime_error("the gateway did not start");
+            }
             std::this_thread::sleep_for(10ms);
         }
     }

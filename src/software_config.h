@@ -29,7 +29,7 @@ class read_ini {
     /// when there is one; the text after key goes to out unless it is empty. Instantiated for
     /// std::string.
     template <class T>
-    // cppcheck-suppress passedByValue; callers know it with this signature.
+    // cppcheck-suppress passedByValue; callers depend on this signature.
     bool find_value(std::string key, T &out) {
         return find_value_(lines, key, out);
     }

@@ -121,7 +121,9 @@ EOF
     ASSERT_TRUE(listens()) << says("journalctl -u quillon --no-pager | tail -n 20");
     EXPECT_TRUE(types("hello"));
     // The gateway's package brings its page, its font and its libraries.
-    EXPECT_TRUE(does("timeout -s INT 10 quillon-gateway --to 192.168.1.10 | grep 'once: http'"));
+    EXPECT_TRUE(does("systemd-run -q --unit=gateway quillon-gateway --to 192.168.1.10"));
+    EXPECT_TRUE(becomes("journalctl -u gateway --no-pager | grep -q 'once: http'"));
+    EXPECT_TRUE(does("systemctl stop gateway"));
 
     const std::string status = "/proc/" + mainProcess() + "/status";
     EXPECT_EQ(capabilities(mainProcess()), kAllThree);

@@ -97,6 +97,13 @@ TEST(QuillonBoard, RunningBoardIsToldAndEntered) {
                 "{\"computer\":false}\n"});
 }
 
+TEST(QuillonBoard, ConsolesApartReachTheBoardByItsCable) {
+    const Outcome outcome =
+        run("quillon-board --consoles-apart --console 192.168.1.20 -- sh -c 'ip link show eth0; "
+            "quillon-console --to 192.168.1.10 --from 192.168.1.20 type hello'");
+    expectHeld(outcome.said, {"Device \"eth0\" does not exist.", "typed     hello\n"});
+}
+
 TEST(QuillonBoard, MakesDevicesInNoFolderOfOthers) {
     run("mkdir -m 777 /data/open; mkdir /data/full; echo mine >/data/full/mem; touch /data/file");
     test::expectRefused("quillon-board", 2,

@@ -104,7 +104,8 @@ class OnBoard : public testing::Test {
     std::string seen_;
 
   protected:
-    // Behind what its computer's events go to.
+    // Declared after mutex_ and seen_, so that it is destroyed before them: its computer calls this
+    // object.
     std::unique_ptr<sim::Board> board_;
 };
 

@@ -42,9 +42,11 @@ class OnPc : public OnBoard {
     std::vector<Event> events(const std::function<bool(const std::vector<Event> &)> &wanted);
     /// The next one that this takes; a type of 0 when none came.
     Event event(const std::function<bool(const Event &)> &wanted);
-    /// Of the next one with this type and code.
+    /// The value of the next one with this type and code. The test fails when none comes.
     int value(unsigned type, unsigned code) {
-        return event([=](const Event &e) { return e.type == type && e.code == code; }).value;
+        const Event found = event([=](const Event &e) { return e.type == type && e.code == code; });
+        EXPECT_EQ(found.type, type) << "no event with code " << code;
+        return found.value;
     }
 
     /// Runs the program quillon-console; what it said. The test fails when it does.

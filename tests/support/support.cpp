@@ -65,6 +65,7 @@ Background::~Background() {
 }
 
 int Background::end(int signal) {
+    if (pid_ <= 0) return -1;
     kill(pid_, signal);
     return sim::awaitExit(std::exchange(pid_, -1));
 }

@@ -3,8 +3,11 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <cstdint>
 #include <cstring>
 #include <functional>
+#include <initializer_list>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,7 +21,7 @@ std::string printedBy(const std::function<void()> &code);
 /// The same for standard error.
 std::string complainedBy(const std::function<void()> &code);
 
-/// What it threw; empty when it did not.
+/// The message of the exception that code throws; empty when it throws none.
 std::string complaintOf(const std::function<void()> &code);
 
 inline std::vector<std::uint8_t> bytes(const std::string &text) {
@@ -38,8 +41,8 @@ struct Outcome {
 /// Runs a shell command; its status, and what it said on both outputs.
 Outcome run(const std::string &command);
 
-/// A shell command that runs beside the test, in a session of its own; it is killed with the
-/// object.
+/// A shell command that runs beside the test, in a session of its own. Its process alone is killed
+/// with the object; what that has started ends with the test's private host.
 class Background {
   public:
     explicit Background(const std::string &command);
@@ -47,7 +50,7 @@ class Background {
     Background(const Background &) = delete;
     Background &operator=(const Background &) = delete;
 
-    /// Its exit status, or 128 plus the signal that ended it.
+    /// Its exit status, or 128 plus the signal that ended it; -1 when it was ended before.
     int end(int signal);
     pid_t pid() const { return pid_; }
 

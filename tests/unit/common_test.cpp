@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "state.h"  // sharedLoad, sharedStore
+
 namespace {
 
 using Pieces = std::vector<std::string>;
@@ -51,6 +53,22 @@ TEST(Numbers, AreReadWithinTheirBounds) {
               "0:0 0:255 0:4294967295 -1:268435456 -1:1 -1:0 ");
     EXPECT_EQ(parsed(StrToNumber, {"0x1F", "0X1f", "010", "0", "0x", "0xg"}),
               "0:31 0:31 0:10 0:0 -1:7777 -1:0 ");
+}
+
+void *raise(void *word) {
+    sharedStore(*static_cast<int *>(word), 1);
+    return nullptr;
+}
+
+TEST(CreateThread, RunsDetachedAndJoinable) {
+    int word = 0;
+    const pthread_t joinable = CreateThread(raise, 0, 1, false, &word);
+    ASSERT_NE(joinable, 0U);
+    ASSERT_EQ(pthread_join(joinable, nullptr), 0);
+    EXPECT_EQ(word, 1);
+    word = 0;
+    ASSERT_NE(CreateThread(raise, 0, 1, true, &word), 0U);
+    while (sharedLoad(word) == 0) sched_yield();
 }
 
 }  // namespace

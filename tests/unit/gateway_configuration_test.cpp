@@ -185,6 +185,9 @@ TEST_F(Door, ChecksWhereARequestComesFrom) {
     EXPECT_EQ(status("/", two), 403U);
     EXPECT_EQ(status("/", signedIn({{"Origin", "http://evil.example"}})), 403U);
     EXPECT_EQ(status("/", signedIn({{"Origin", "http://127.0.0.1:8080"}})), 200U);
+    EXPECT_EQ(status("/", signedIn({{"Origin", "http://127.0.0.1:8080"},
+                                    {"Origin", "http://evil.example"}})),
+              403U);
 
     const Headers here = signedIn(upgradeFrom("http://127.0.0.1:8080"));
     EXPECT_EQ(status("/viewers/rack-1" + key_, here), 101U);

@@ -24,8 +24,12 @@ TEST(Answers, SayWhoMaySendAndOnWhichOutputs) {
     EXPECT_EQ(maySend(settings, "10.0.0.27"), MaySend::kYes);
     EXPECT_EQ(maySend(settings, "10.0.0.270"), MaySend::kYes) << "what begins with it, too";
     EXPECT_EQ(maySend(settings, "10.0.0.28"), MaySend::kNo);
-    EXPECT_EQ(whoWords(Holder{"192.168.1.10", "ann", true, 5}, settings, "bob"),
+    const Holder ann{"192.168.1.10", "ann", true, 5};
+    EXPECT_EQ(whoWords(ann, settings, "bob"),
               "held by ann, level 5 | outputs 10.0.0.20 10.0.1.21 10.0.0.22 .23 .24 .25 .26 .27");
+    EXPECT_EQ(whoWords(ann, Settings{{"per_enable", "1"}, {"connect_ip0", "no_address"}}, "ann"),
+              "held by ann (you), level 5 | outputs no_address");
+    EXPECT_EQ(whoWords({}, {}, "ann"), "it is not known yet who holds control");
 }
 
 TEST(Discovery, AnAnswerCountsForWhoSentItOnce) {

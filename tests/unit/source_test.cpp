@@ -225,6 +225,7 @@ TEST(VncSource, DrawsTilesOfOtherServers) {
     for (const Bytes &plain : wrong) EXPECT_TRUE(zrle(plain, 20, 20).pixels.empty());
     EXPECT_TRUE(draw(rfb::kHextile, {8, 1, 0xFF, 0x11}, 20, 20).pixels.empty());
     EXPECT_TRUE(draw(rfb::kCopyRect, {0, 15, 0, 0}, 6, 6).pixels.empty());
+    EXPECT_TRUE(draw(rfb::kCopyRect, {0, 0, 0, 15}, 6, 6).pixels.empty());
     EXPECT_TRUE(draw(rfb::kRaw, {}, 21, 1).pixels.empty());
     EXPECT_TRUE(draw(rfb::kTight, {}, 1, 1).pixels.empty());
     EXPECT_TRUE(draw(rfb::kZrle, {0x7F, 0, 0, 0, 1}, 20, 20).pixels.empty());
@@ -233,11 +234,14 @@ TEST(VncSource, DrawsTilesOfOtherServers) {
 
 TEST(VncSource, FollowsSizesAndRefusesMonstrousOnes) {
     Bytes all = Server().greeting(20, 20);
-    Server::update(all, 3);
+    Server::update(all, 4);
     Server::head(all, 0, 0, 40, 30, rfb::kDesktopSize);
-    Server::head(all, 0, 0, 50, 60, rfb::kExtendedDesktopSize);
-    all.insert(all.end(), {1, 0, 0, 0});
-    all.insert(all.end(), 16, 0);
+    for (const unsigned refused : {0U, 1U}) {  // somebody's wish for the same size in the other way
+        Server::head(all, 0, refused, 50 + 10 * refused, 60 - 10 * refused,
+                     rfb::kExtendedDesktopSize);
+        all.insert(all.end(), {1, 0, 0, 0});
+        all.insert(all.end(), 16, 0);
+    }
     Server::head(all, 49, 59, 1, 1, rfb::kRaw);
     rfb::append32(all, 0x01020300);
     Recorder canvas;
@@ -253,6 +257,7 @@ TEST(VncSource, FindsOutWhoIsSilentAndKeepsQemuAwake) {
     Recorder canvas;
     const Source::Time begin{1h};
     VncSource source(canvas, {true, "", kPatience}, begin);
+    EXPECT_TRUE(source.output(begin + kPatience / 2).empty()) << "there is no picture to ask for";
     EXPECT_THROW(source.output(begin + kPatience), SourceError) << "no greeting";
     Bytes all = Server().greeting(20, 20);
     Server::update(all, 1);
@@ -487,7 +492,12 @@ TEST(Picture, IsGreyWhenItsSourceIsLostAndComesBack) {
     EXPECT_EQ(picture.banner().place.width, 0U);
     const auto late = picture.toDecode(true);
     picture.close();
+    picture.open(1024, 768);
+    picture.show(rfb::checkedJpeg(jpegOf(drawn(120, 60, 4))));
     picture.decoded(late, rfb::decodedJpeg(*late));
+    EXPECT_EQ(*picture.surface().at(90, 50), 0U) << "of a viewer from before";
+    EXPECT_NE(picture.toDecode(true), nullptr);
+    picture.close();
     EXPECT_FALSE(picture.isOpen());
 }
 

@@ -129,6 +129,11 @@ TEST_F(Keys, ThatWereLetGoCountAgainOnlyAfterTheirRelease) {
     keys_.press(code(0x1E));
     tap(code(0x30));
     EXPECT_EQ(sent(), "b, all keys up") << "without Shift, which was let go";
+    keys_.press(sym('B'));
+    keys_.release(code(0x2A));
+    EXPECT_EQ(sent(), "shift, shift+b") << "that Shift is another one's";
+    keys_.release(sym('B'));
+    sent();
     keys_.release(code(0x1E));
     keys_.ignore(code(0x2E));
     keys_.press(code(0x2E));

@@ -11,8 +11,8 @@ namespace test {
 
 class GatewayProgram {
   public:
-    /// Starts it with these words of a shell, and waits until it serves. program: it, or another
-    /// one that starts it, behind variables of its environment.
+    /// Starts it with these words of a shell, and waits until it serves. program: the gateway, or a
+    /// program that starts it; NAME=VALUE may stand before it.
     explicit GatewayProgram(const std::string &arguments,
                             const std::string &program = "quillon-gateway") {
         static int count = 0;

@@ -150,6 +150,17 @@ TEST_F(Gateway, GivesTheControlThatItTookWhenNobodyIsThere) {
     EXPECT_TRUE(holds(given, "granted by 192.168.1.20-ann")) << given.said;
 }
 
+TEST_F(Gateway, GivesNoControlThatItDidNotTake) {
+    startGateway("--level 5",
+                 "per_enable=1\nconnect_name=192.168.1.20-ann\nconnect_per=5\n"
+                 "connect_ip0=192.168.1.20\n");
+    const auto refused =
+        run("quillon-console --to 192.168.1.10 --from 192.168.1.21 apply --level 5 --name bob "
+            "--output 192.168.1.21");
+    EXPECT_FALSE(holds(refused, "granted by")) << refused.said;
+    EXPECT_TRUE(holds(settings(), "connect_name=192.168.1.20-ann")) << refused.said;
+}
+
 TEST_F(Gateway, OwnsTheConsolePortsAndPassesOn) {
     ASSERT_NO_FATAL_FAILURE(startGateway());
     const auto second = run("quillon-gateway --to 192.168.1.10 --from 192.168.1.20");
@@ -204,7 +215,7 @@ TEST_F(Gateway, LetsEverythingGoBeforeItIsStopped) {
 // A viewer that does not take what is sent, and one whose clipboard comes before a release.
 TEST_F(Gateway, LetsGoForViewersThatAreBusy) {
     auto viewer = openGateway();
-    viewer->encodings({rfb::kRaw, rfb::kFence});
+    viewer->encodings({rfb::kRaw});  // without fences
     viewer->request(false);
     std::this_thread::sleep_for(300ms);
     viewer->key('a', true);

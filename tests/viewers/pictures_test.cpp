@@ -3,6 +3,7 @@
 
 #include <cairo.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <ctime>
@@ -149,8 +150,9 @@ class Pictures : public test::OnBoard {
     // Without a colour, below the words.
     static bool isGrey(const RawViewer &viewer, unsigned below) {
         const auto &pixels = viewer.picture().pixels;
-        return std::all_of(pixels.begin() + std::ptrdiff_t{below} * viewer.width(), pixels.end(),
-                           [](Pixel pixel) { return pixel % 0x10101U == 0; });
+        const auto coloured = std::find_if(pixels.rbegin(), pixels.rend(),
+                                           [](Pixel pixel) { return pixel % 0x10101U != 0; });
+        return pixels.rend() - coloured <= std::ptrdiff_t{below} * viewer.width();
     }
     // The words over a lost picture, with the second in which it was lost.
     static bool saysSince(const Image &image, const std::string &why) {

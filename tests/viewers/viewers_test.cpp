@@ -192,6 +192,7 @@ TEST(ClosedBoard, IsReachedByABrowserOnThePc) {
         "192.168.1.20 --layout de --listen-fd web=$QUILLON_LISTEN_FD'",
         "quillon-board");
     const std::string address = board.browserAddress();
+    ASSERT_FALSE(address.empty()) << board.said();
     {
         const auto viewer = test::openBrowser(address);
         EXPECT_EQ(viewer->ask("address"), address.substr(0, address.find("?")) + "\n")
