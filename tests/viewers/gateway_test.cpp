@@ -57,6 +57,7 @@ TEST_F(Gateway, GivesTheInputToTheFirstAndThenToTheNext) {
     first->tap('a');
     EXPECT_TRUE(arrives("a"));
     EXPECT_TRUE(shows(*second, "Input: from this machine; one other viewer watches."));
+    EXPECT_EQ(board_->computer().state().buttons, 0) << "a watcher's button";
     first->key('b', true);
     first->pointer(4, 960, 540);
     EXPECT_TRUE(becomes([](const auto &s) { return s.keys[0] != 0 && s.buttons == 2; }));

@@ -213,6 +213,13 @@ TEST_F(Pictures, OfACaptureDeviceAreShownLostAndBack) {
         return hasPicture(pixels.picture(), picture, 0, 0, {8, std::size_t{60} * picture.width});
     };
     EXPECT_TRUE(pixels.until([&] { return pixelsHave(one); }));
+    RawViewer exact(gateway.socketPath());
+    ASSERT_TRUE(exact.enter());
+    exact.encodings({rfb::kTight, rfb::kExtendedDesktopSize});
+    exact.request(false);
+    EXPECT_TRUE(exact.read());
+    EXPECT_EQ(exact.jpeg(), "") << "it asked for no level of quality";
+    exact.close();
 
     source.reset();
     EXPECT_TRUE(pixels.until([&] { return isGrey(pixels, 80); }));
