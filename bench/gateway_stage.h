@@ -156,8 +156,9 @@ class Gateway {
         close(said);
         // Its last line, when it listens everywhere.
         for (const auto end = Clock::now() + 60s; !saidThat("Ctrl-C ends the gateway.");) {
-            if (waitpid(pid_, nullptr, WNOHANG) != 0 || Clock::now() > end) {
-                kill(pid_, SIGKILL);
+            const bool ended = waitpid(pid_, nullptr, WNOHANG) != 0;
+            if (ended || Clock::now() > end) {
+                if (!ended) kill(pid_, SIGKILL);
                 throw std::runtime_error("the gateway did not start");
             }
             std::this_thread::sleep_for(10ms);

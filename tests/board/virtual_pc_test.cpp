@@ -85,10 +85,10 @@ TEST_F(ColdPc, LinuxEchoesALongLine) {
 // Our name of a key, or its HID usage, and the kernel's name without "KEY_". Keys whose own name in
 // capitals is the kernel's are left out.
 constexpr char kKernelNames[] =
-    "escape ESC printscreen SYSRQ - MINUS = EQUAL [ LEFTBRACE ] RIGHTBRACE \\ BACKSLASH ; "
-    "SEMICOLON "
-    "' APOSTROPHE ` GRAVE , COMMA . DOT / SLASH menu COMPOSE ctrl LEFTCTRL shift LEFTSHIFT "
-    "alt LEFTALT gui LEFTMETA rctrl RIGHTCTRL rshift RIGHTSHIFT altgr RIGHTALT rgui RIGHTMETA "
+    "escape ESC printscreen SYSRQ - MINUS = EQUAL [ LEFTBRACE ] RIGHTBRACE \\ BACKSLASH "
+    "; SEMICOLON ' APOSTROPHE ` GRAVE , COMMA . DOT / SLASH menu COMPOSE ctrl LEFTCTRL "
+    "shift LEFTSHIFT alt LEFTALT gui LEFTMETA rctrl RIGHTCTRL rshift RIGHTSHIFT altgr RIGHTALT "
+    "rgui RIGHTMETA "
     "0x32 BACKSLASH 0x54 KPSLASH 0x55 KPASTERISK 0x56 KPMINUS 0x57 KPPLUS 0x58 KPENTER 0x59 KP1 "
     "0x5A KP2 0x5B KP3 0x5C KP4 0x5D KP5 0x5E KP6 0x5F KP7 0x60 KP8 0x61 KP9 0x62 KP0 0x63 KPDOT "
     "0x64 102ND 0x66 POWER 0x67 KPEQUAL 0x74 OPEN 0x75 HELP 0x76 PROPS 0x77 FRONT 0x78 STOP "

@@ -101,6 +101,7 @@ TEST(QuillonBoard, ConsolesApartReachTheBoardByItsCable) {
     const Outcome outcome =
         run("quillon-board --consoles-apart --console 192.168.1.20 -- sh -c 'ip link show eth0; "
             "quillon-console --to 192.168.1.10 --from 192.168.1.20 type hello'");
+    EXPECT_EQ(outcome.status, 0);
     expectHeld(outcome.said, {"Device \"eth0\" does not exist.", "typed     hello\n"});
 }
 

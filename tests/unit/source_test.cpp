@@ -236,7 +236,7 @@ TEST(VncSource, FollowsSizesAndRefusesMonstrousOnes) {
     Bytes all = Server().greeting(20, 20);
     Server::update(all, 4);
     Server::head(all, 0, 0, 40, 30, rfb::kDesktopSize);
-    for (const unsigned refused : {0U, 1U}) {  // somebody's wish for the same size in the other way
+    for (const unsigned refused : {0U, 1U}) {  // a refused wish for a size changes nothing
         Server::head(all, 0, refused, 50 + 10 * refused, 60 - 10 * refused,
                      rfb::kExtendedDesktopSize);
         all.insert(all.end(), {1, 0, 0, 0});
@@ -495,7 +495,8 @@ TEST(Picture, IsGreyWhenItsSourceIsLostAndComesBack) {
     picture.open(1024, 768);
     picture.show(rfb::checkedJpeg(jpegOf(drawn(120, 60, 4))));
     picture.decoded(late, rfb::decodedJpeg(*late));
-    EXPECT_EQ(*picture.surface().at(90, 50), 0U) << "of a viewer from before";
+    EXPECT_EQ(*picture.surface().at(90, 50), 0U)
+        << "the late pixels are those of the picture before";
     EXPECT_NE(picture.toDecode(true), nullptr);
     picture.close();
     EXPECT_FALSE(picture.isOpen());

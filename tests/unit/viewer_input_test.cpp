@@ -131,7 +131,7 @@ TEST_F(Keys, ThatWereLetGoCountAgainOnlyAfterTheirRelease) {
     EXPECT_EQ(sent(), "b, all keys up") << "without Shift, which was let go";
     keys_.press(sym('B'));
     keys_.release(code(0x2A));
-    EXPECT_EQ(sent(), "shift, shift+b") << "that Shift is another one's";
+    EXPECT_EQ(sent(), "shift, shift+b") << "the Shift that goes up was let go before";
     keys_.release(sym('B'));
     sent();
     keys_.release(code(0x1E));

@@ -147,12 +147,14 @@ class Pictures : public test::OnBoard {
         image.pixels = rfb::decodedJpeg(rfb::checkedJpeg(bytes));
         return image;
     }
-    // Without a colour, below the words.
+    // Without a colour below the words, and not all black: the last pixel has light in both
+    // pictures.
     static bool isGrey(const RawViewer &viewer, unsigned below) {
         const auto &pixels = viewer.picture().pixels;
         const auto coloured = std::find_if(pixels.rbegin(), pixels.rend(),
                                            [](Pixel pixel) { return pixel % 0x10101U != 0; });
-        return pixels.rend() - coloured <= std::ptrdiff_t{below} * viewer.width();
+        return pixels.back() != 0 &&
+               pixels.rend() - coloured <= std::ptrdiff_t{below} * viewer.width();
     }
     // The words over a lost picture, with the second in which it was lost.
     static bool saysSince(const Image &image, const std::string &why) {
